@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <dmf/platform/Export.h>
+
+namespace dmf::internal {
+
+/// Everything that the library takes from the machine, in one place, so that tests never touch the machine's own.
+/// Programs get the real one; a test installs another before it starts and puts the real one back at its end.
+/// Exported for the tests; its header is not installed.
+struct DMF_EXPORT Host {
+    Host();
+
+    /// Put before every absolute path that the library uses by itself; empty on a real machine.
+    std::string rootFolder;
+    /// Added to both clocks, in microseconds.
+    std::atomic<std::int64_t> clockOffset{0};
+    /// The system version in packed decimal digits, 0x1050 for 10.5.0.
+    std::atomic<std::uint32_t> systemVersion{0x1068};
+    std::string processName;
+    /// When set, replaces the process's environment.
+    std::optional<std::map<std::string, std::string, std::less<>>> environmentOverride;
+    /// When set, replaces the folder that holds the library's "dmf/Resources" and "dmf/PlugIns".
+    std::optional<std::string> libraryFolder;
+    /// Receives lines for the system's log; the priorities are those of syslog.
+    std::function<void(int priority, std::string_view line)> systemLog;
+
+    /// Seconds since 1970.
+    [[nodiscard]] double now() const noexcept;
+    /// Seconds on a clock that only moves forward, from an arbitrary start.
+    [[nodiscard]] double steadyNow() const noexcept;
+    [[nodiscard]] std::string path(std::string_view absolute) const;
+    [[nodiscard]] std::optional<std::string> environment(const std::string& name) const;
+
+    /// The host in force. Thread-safe; the reference stays good for the life of the process.
+    [[nodiscard]] static Host& current() noexcept;
+    /// Puts `host` in force and hands back the one that was; a null host stands for the real machine. The caller keeps
+    /// both alive until every thread that could use them has ended.
+    static Host* install(Host* host) noexcept;
+};
+
+} // namespace dmf::internal
