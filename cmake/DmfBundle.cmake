@@ -1,12 +1,13 @@
 # dmf_add_bundle(NAME <name> SOURCES <files> [LIBRARIES <targets>] [MOCK])
 #
 # Builds the plug-in <name> as <name>.bundle with the Info.plist that stands beside the CMake file. Regular bundles land
-# in the library's plug-in folder; MOCK ones in a folder of the build tree, since programs look for them elsewhere.
+# in the library's plug-in folder, MOCK ones in the folder MockPlugIns beside it: programs look for mock plug-ins in
+# /var/cache/DMF/MockPlugIns, where nothing is put unasked, or register them themselves.
 function(dmf_add_bundle)
     cmake_parse_arguments(arg "MOCK" "NAME" "SOURCES;LIBRARIES" ${ARGN})
     if(arg_MOCK)
-        set(folder "${CMAKE_BINARY_DIR}/mock/${arg_NAME}.bundle")
-        set(destination "${DMF_INSTALL_MOCK_PLUGINS}/${arg_NAME}.bundle")
+        set(folder "${CMAKE_BINARY_DIR}/lib/dmf/MockPlugIns/${arg_NAME}.bundle")
+        set(destination "${CMAKE_INSTALL_LIBDIR}/dmf/MockPlugIns/${arg_NAME}.bundle")
     else()
         set(folder "${CMAKE_BINARY_DIR}/lib/dmf/PlugIns/${arg_NAME}.bundle")
         set(destination "${CMAKE_INSTALL_LIBDIR}/dmf/PlugIns/${arg_NAME}.bundle")
@@ -18,7 +19,3 @@ function(dmf_add_bundle)
     install(TARGETS ${arg_NAME} LIBRARY DESTINATION "${destination}")
     install(FILES "${folder}/Info.plist" DESTINATION "${destination}")
 endfunction()
-
-# Where mock plug-ins are looked for on every machine; a relative path installs below the prefix instead.
-set(DMF_INSTALL_MOCK_PLUGINS "${CMAKE_INSTALL_LIBDIR}/dmf/MockPlugIns" CACHE STRING
-    "Where mock bundles are installed; programs look in /var/cache/DMF/MockPlugIns")
