@@ -78,7 +78,9 @@ private:
 /// Puts the arguments into the placeholders of `format`: "%@" (any argument as text), "%s", "%d", "%i", "%u", "%x",
 /// "%X", "%o", "%c", "%f", "%e", "%g", "%p" with the flags, width and precision of printf, length letters being
 /// accepted and ignored, and "%%". A missing object or a placeholder without an argument gives "(null)"; an argument of
-/// another kind than its placeholder asks for is shown as "%@" would. Never by the host's locale. Thread-safe.
+/// another kind than its placeholder asks for is shown as "%@" would. Widths and precisions of text count characters;
+/// a negative number is shown by "%u", "%x", "%X" and "%o" in 32 bits where it fits them, else in 64. What is no
+/// placeholder stands for itself. Never by the host's locale. Thread-safe.
 [[nodiscard]] DMF_EXPORT std::string formatArguments(std::string_view format,
                                                      std::span<const FormatArgument> arguments);
 

@@ -23,27 +23,29 @@ public:
     /// What stands between "//" and the next "/", "?" or "#", as written; nothing when there is no "//".
     [[nodiscard]] std::optional<std::string_view> authority() const noexcept;
     /// The host with its escapes replaced, without user information, brackets and whatever follows its colon;
-    /// nothing when it is missing or empty. An unbracketed host with more than one colon is an IPv6 address as a whole.
+    /// nothing when it is missing, empty or not UTF-8. An unbracketed host with more than one colon is an IPv6 address
+    /// as a whole.
     [[nodiscard]] std::optional<std::string> host() const;
-    /// What follows the host's colon, as written.
-    [[nodiscard]] std::optional<std::string> portText() const;
-    /// The path with its escapes replaced; empty when there is none.
+    /// What follows the host's colon, as written; nothing when there is no colon.
+    [[nodiscard]] std::optional<std::string_view> portText() const noexcept;
+    /// The path with its escapes replaced; empty when there is none or the result would not be UTF-8.
     [[nodiscard]] std::string path() const;
     /// The query as written, without its "?"; nothing when there is none.
     [[nodiscard]] std::optional<std::string_view> query() const noexcept;
 
     friend bool operator==(const Url& left, const Url& right) noexcept { return left.text_ == right.text_; }
 
-protected:
-    explicit Url(std::string text);
-
 private:
     struct Slice {
         std::size_t begin = 0;
         std::size_t length = std::string::npos; // npos: missing
     };
-    [[nodiscard]] std::string_view slice(Slice part) const noexcept;
-    [[nodiscard]] bool split();
+    Url() = default;
+    [[nodiscard]] std::string_view slice(Slice part) const noexcept
+    {
+        return std::string_view(text_).substr(part.begin, part.length);
+    }
+    [[nodiscard]] std::optional<std::string_view> optionalSlice(Slice part) const noexcept;
 
     std::string text_;
     Slice scheme_, authority_, path_, query_;
