@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string_view>
+
+#include <dmf/platform/Export.h>
+
+namespace dmf {
+
+/// An open file, written at its own position and closed at the end. A program may derive from it to receive what would
+/// go to a file. Thread-safe; the bytes of one write stay together as far as the file itself keeps them so.
+class DMF_EXPORT FileHandle {
+public:
+    /// Takes the descriptor over.
+    explicit FileHandle(int descriptor) noexcept;
+    virtual ~FileHandle();
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+    /// Writes all the bytes; what one call to the system leaves over is written by further ones. Blocks as long as the
+    /// file does (a regular file: not noticeably). Throws std::system_error when the file takes no more; the bytes
+    /// before that stay written. A pipe or socket whose reader is gone raises no signal.
+    virtual void writeData(std::string_view bytes);
+
+private:
+    int descriptor_;
+    bool canSignal_; // a pipe or socket: writing to a closed one raises SIGPIPE
+};
+
+} // namespace dmf
