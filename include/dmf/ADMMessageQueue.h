@@ -19,7 +19,12 @@ class ADMMessageQueue;
 using ADMMessageQueueInvocation = std::function<void(ADMMessageQueue& queue, const dmf::Value& object)>;
 
 /// Hands objects over to the thread of a run loop: any thread adds, and the run loops on which the queue is scheduled
-/// call the queue's target with each object, in order, one turn draining everything that is pending. Thread-safe.
+/// call the queue's target with each object, in order, one turn draining everything that is pending, what is added
+/// meanwhile included. Thread-safe.
+///
+/// Only the first object after the queue was empty wakes the run loops, so objects that were added before there was a
+/// source (see `CFSource`) wait until `signal` is called. What the target throws leaves the remaining objects to the
+/// next turn. The run loops do not keep the queue alive; releasing the last reference ends it as `invalidate` does.
 class DMF_EXPORT ADMMessageQueue : public std::enable_shared_from_this<ADMMessageQueue> {
 public:
     /// Empty when the invocation is empty.

@@ -10,7 +10,7 @@
 ///
 /// A worker made by std::make_shared keeps itself alive while its thread runs, so releasing the last other reference
 /// is safe anywhere, on the worker's own thread included; it does not stop the work. A worker owned in another way must
-/// outlive its thread. The thread has all signals blocked.
+/// outlive its thread. The thread has all signals blocked. A thread that ends by itself leaves nothing behind.
 ///
 /// `start` and `stop` are for one owning thread at a time; `signalForStop` and `isRunning` are thread-safe.
 class DMF_EXPORT ADMWorkerThread : public std::enable_shared_from_this<ADMWorkerThread> {
