@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <dmf/ADMInfo.h>
+#include <dmf/ADMXMLNode.h>
+#include <dmf/ADMXMLNodeImp.h>
+#include <dmf/platform/Export.h>
+#include <dmf/platform/Value.h>
+
+/// An element of an XML tree, which is also a node of model information: its properties are its attributes, its child
+/// nodes are its child elements, and a path into it is an XPath expression.
+class DMF_EXPORT ADMXMLElementImp : public ADMXMLNodeImp, public ADMXMLElement, public ADMInfo {
+public:
+    explicit ADMXMLElementImp(std::optional<std::string> name);
+    ~ADMXMLElementImp() override;
+
+    [[nodiscard]] static std::string identifierNamed(std::string_view name, const dmf::Dictionary& attributes);
+    [[nodiscard]] static std::string identifierNamed(std::string_view name, std::string_view attributeValue,
+                                                     std::string_view attribute);
+
+    void addElement(std::shared_ptr<ADMXMLNode> node) override;
+    /// The same as addElement.
+    void addChild(std::shared_ptr<ADMXMLNode> child) override;
+    void removeAllElements() override;
+    void removeChildAtIndex(std::size_t index) override;
+    void removeChildren() override;
+
+    [[nodiscard]] dmf::Dictionary attributes() const override;
+    void setAttributes(dmf::Dictionary attributes) override;
+    [[nodiscard]] dmf::Dictionary namespaces() const override;
+
+    [[nodiscard]] std::shared_ptr<ADMXMLElement> elementNamed(std::string_view name) const override;
+    [[nodiscard]] std::shared_ptr<ADMXMLElement> elementNamed(std::string_view name,
+                                                              const dmf::Dictionary& attributes) const override;
+    [[nodiscard]] std::shared_ptr<ADMXMLElement> elementNamed(std::string_view name, std::string_view attributeValue,
+                                                              std::string_view attribute) const override;
+    [[nodiscard]] std::vector<std::shared_ptr<ADMXMLElement>> elementsNamed(std::string_view name) const override;
+    [[nodiscard]] std::vector<std::shared_ptr<ADMXMLElement>>
+    elementsForXPath(std::string_view expression) const override;
+
+    [[nodiscard]] std::string elementIdentifier() const override;
+    [[nodiscard]] bool isMatrix() const override;
+    [[nodiscard]] bool isArray() const override;
+    [[nodiscard]] std::string stringRepresentation() const override;
+
+    [[nodiscard]] std::shared_ptr<ADMXMLNode> copy() const override;
+    [[nodiscard]] bool isACopyOf(const ADMXMLNode& other) const override;
+    [[nodiscard]] std::string description() const;
+
+    /// Of a leaf its text; of a list an array of the children's values; of a record a dictionary from the children's
+    /// identifiers to their values, "" for those that have none; otherwise null. Computed once and kept.
+    [[nodiscard]] dmf::Value value() const override;
+    /// Of a leaf, its value.
+    [[nodiscard]] std::optional<std::string> stringValue() const override;
+    /// Of a leaf, the leading number of its value in single precision, 0 when there is none.
+    [[nodiscard]] std::optional<dmf::Number> numberValue() const override;
+    /// Of a leaf, the date that its value spells.
+    [[nodiscard]] std::optional<dmf::Date> dateValue() const override;
+    /// Of a leaf, its value read as base64, or else the bytes of its text.
+    [[nodiscard]] std::optional<dmf::Data> dataValue() const override;
+
+    [[nodiscard]] std::optional<std::string> name() const override;
+    [[nodiscard]] std::optional<dmf::Dictionary> properties() const override;
+    [[nodiscard]] std::shared_ptr<ADMInfo> infoNamed(std::string_view name) const override;
+    /// The child element at that index among those of that name; empty past the last.
+    [[nodiscard]] std::shared_ptr<ADMInfo> infoNamed(std::optional<std::string_view> name,
+                                                     std::uint32_t index) const override;
+    [[nodiscard]] std::shared_ptr<ADMInfo> infoNamed(std::string_view name,
+                                                     const dmf::Dictionary& properties) const override;
+    [[nodiscard]] std::shared_ptr<ADMInfo> infoNamed(std::string_view name, std::string_view propertyValue,
+                                                     std::string_view property) const override;
+    [[nodiscard]] std::vector<std::shared_ptr<ADMInfo>> infoForPath(std::string_view path) const override;
+    [[nodiscard]] std::vector<std::shared_ptr<ADMInfo>> allInfos() const override;
+    [[nodiscard]] std::uint32_t count() const override;
+
+protected:
+    [[nodiscard]] const ADMXMLElementImp* asElement() const noexcept override;
+
+private:
+    using Pointer = std::shared_ptr<ADMXMLElementImp>;
+    [[nodiscard]] Pointer firstNamed(std::string_view name) const;
+    [[nodiscard]] Pointer firstNamed(std::string_view name, const dmf::Dictionary& attributes) const;
+    [[nodiscard]] Pointer firstNamed(std::string_view name, std::string_view value, std::string_view attribute) const;
+    [[nodiscard]] std::vector<Pointer> selectedBy(std::string_view expression) const;
+    [[nodiscard]] Pointer cached(std::string_view identifier) const;
+    [[nodiscard]] const std::string& identifier() const;
+    [[nodiscard]] dmf::Value computedValue() const;
+    [[nodiscard]] std::optional<std::string> leafText() const;
+    void noteElements(const ADMXMLNodeImp& node);
+
+    dmf::Dictionary attributes_;
+    mutable std::optional<std::string> identifier_; // made on demand, guarded by the lazy-fill lock of this address
+    /// By identifier; the keys lie in the children, which keep theirs for life.
+    std::unordered_map<std::string_view, const ADMXMLElementImp*> elementCache_;
+    std::uint32_t elementsCount_ = 0;
+};

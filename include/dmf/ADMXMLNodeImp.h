@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <dmf/ADMXMLNode.h>
+#include <dmf/platform/Export.h>
+#include <dmf/platform/Value.h>
+
+class ADMXMLElementImp;
+
+/// A node of an XML tree; text nodes are of this class.
+class DMF_EXPORT ADMXMLNodeImp : public virtual ADMXMLNode, public std::enable_shared_from_this<ADMXMLNodeImp> {
+public:
+    explicit ADMXMLNodeImp(std::optional<std::string> name);
+    /// An unnamed node of kind text.
+    [[nodiscard]] static std::shared_ptr<ADMXMLNodeImp> textNodeWithContent(std::string content);
+    ~ADMXMLNodeImp() override;
+    ADMXMLNodeImp(const ADMXMLNodeImp&) = delete;
+    ADMXMLNodeImp& operator=(const ADMXMLNodeImp&) = delete;
+
+    [[nodiscard]] std::optional<std::string> name() const override;
+    [[nodiscard]] ADMXMLNodeKind kind() const override;
+    void setKind(ADMXMLNodeKind kind) override;
+    [[nodiscard]] std::optional<std::string> content() const override;
+    void setContent(std::optional<std::string> content) override;
+    [[nodiscard]] dmf::Value userInfo() const override;
+    void setUserInfo(dmf::Value userInfo) override;
+
+    [[nodiscard]] std::vector<std::shared_ptr<ADMXMLNode>> children() const override;
+    void addChild(std::shared_ptr<ADMXMLNode> child) override;
+    void removeChildAtIndex(std::size_t index) override;
+    void removeChildren() override;
+
+    [[nodiscard]] std::shared_ptr<ADMXMLNode> copy() const override;
+    [[nodiscard]] bool isACopyOf(const ADMXMLNode& other) const override;
+    [[nodiscard]] bool isLeaf() const override;
+
+protected:
+    friend class ADMXMLElementImp;
+    using Children = std::vector<std::shared_ptr<ADMXMLNodeImp>>;
+
+    /// This node as an element; null for every other node.
+    [[nodiscard]] virtual const ADMXMLElementImp* asElement() const noexcept;
+    /// Keeps `computed` as the user info unless there is one by now, and hands back what is kept.
+    [[nodiscard]] dmf::Value keepValue(dmf::Value computed) const;
+
+    std::optional<std::string> name_;
+    std::optional<std::string> content_;
+    Children children_;
+    mutable dmf::Value userInfo_; // guarded by the lazy-fill lock of this address, since reading fills it
+    ADMXMLNodeKind kind_ = ADMXMLNodeKind::element;
+};
