@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <dmf/ADMModelInfoHandler.h>
+#include <dmf/platform/Data.h>
+#include <dmf/platform/Export.h>
+#include <dmf/platform/Value.h>
+
+/// A model file in the form of a property list. Thread-safe.
+class DMF_EXPORT ADMPlistModelInfoHandler final : public ADMModelInfoHandler {
+public:
+    /// See ADMModelInfoHandlerInitializer.
+    [[nodiscard]] static std::shared_ptr<ADMPlistModelInfoHandler> initWithData(dmf::Data data, std::string table);
+    ~ADMPlistModelInfoHandler() override;
+
+    /// Never empty, save for a caller that this very file inherits from: contents that do not parse give a root
+    /// without a value, and a line in the log.
+    [[nodiscard]] std::shared_ptr<ADMInfo> info() override;
+
+    /// The child's dictionary with what it lacks taken from the parent's: dictionaries that both have are merged by
+    /// this same rule, anything else of the child wins. Then the keys that its "removedKeys" lists are taken out,
+    /// inherited ones included, and "removedKeys" with them.
+    [[nodiscard]] static dmf::Dictionary mergeModelInfo(const dmf::Dictionary& modelInfo,
+                                                        const dmf::Dictionary& withModelInfo);
+
+private:
+    ADMPlistModelInfoHandler(dmf::Data data, std::string table);
+    [[nodiscard]] dmf::Value mergedValue() const;
+
+    const dmf::Data data_;
+    const std::string table_;
+    std::mutex lock_;
+    std::shared_ptr<ADMInfo> root_; // guarded by lock_
+};
