@@ -1,0 +1,82 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <dmf/ADMServiceResolver.h>
+#include <dmf/platform/Export.h>
+#include <dmf/platform/RunLoop.h>
+#include <dmf/platform/Value.h>
+
+/// What every resolver keeps: its state under one lock, and the timer for its time-out. To be made by
+/// std::make_shared. Thread-safe; destruction stops the resolution, on whichever thread it happens.
+class DMF_EXPORT ADMBaseServiceResolver : public ADMServiceResolver,
+                                          public std::enable_shared_from_this<ADMBaseServiceResolver> {
+public:
+    ADMBaseServiceResolver();
+    ~ADMBaseServiceResolver() override;
+    ADMBaseServiceResolver(const ADMBaseServiceResolver&) = delete;
+    ADMBaseServiceResolver& operator=(const ADMBaseServiceResolver&) = delete;
+
+    /// A subclass states its own; this one throws dmf::UnrecognizedOperation.
+    [[nodiscard]] static std::string connectionType();
+
+    /// Takes over what is to be done and forgets earlier results; starts nothing by itself.
+    void resolveService(std::shared_ptr<ADMServiceInfo> service, double timeout, const dmf::Dictionary& parameters,
+                        std::shared_ptr<dmf::RunLoop> runLoop, const std::vector<std::string>& modes) override;
+    void stop() override;
+
+    [[nodiscard]] dmf::Dictionary lastError() const override;
+    [[nodiscard]] dmf::Dictionary resolvedInfo() const override;
+    [[nodiscard]] std::shared_ptr<IDMDevice> resolvedDevice() const override;
+    [[nodiscard]] std::shared_ptr<ADMServiceResolverDelegate> delegate() const override;
+    void setDelegate(const std::shared_ptr<ADMServiceResolverDelegate>& delegate) override;
+
+    [[nodiscard]] dmf::Dictionary parameters() const;
+    /// Empty as well when the run loop's thread has ended.
+    [[nodiscard]] std::shared_ptr<dmf::RunLoop> runLoop() const;
+    [[nodiscard]] std::vector<std::string> modes() const;
+    /// In seconds.
+    [[nodiscard]] double timeout() const;
+    [[nodiscard]] bool isResolving() const;
+
+    void setResolvedInfo(dmf::Dictionary info, std::shared_ptr<IDMDevice> device);
+    void setLastError(dmf::Dictionary error);
+    void setParameters(dmf::Dictionary parameters);
+    void setModes(std::vector<std::string> modes);
+    void setRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop);
+    void setTimeout(double timeout);
+    void setResolving(bool resolving);
+
+    /// Arms the timer that calls `timeoutDidFire` on the run loop after the time-out; does nothing without a run loop
+    /// or a mode.
+    void setupTimer();
+    void removeTimer();
+    /// Ends the resolution with the error "Resolving timed out.".
+    virtual void timeoutDidFire();
+
+    /// The object's own lock, recursive: several operations as one.
+    void lock() const { lock_.lock(); }
+    void unlock() const { lock_.unlock(); }
+
+protected:
+    /// Calls the delegate, which may let go of this resolver; not to be called with the lock held.
+    void tellDelegate();
+    /// The report {kDMErrorCode: -1, kDMErrorDescription: `description`}.
+    [[nodiscard]] static dmf::Dictionary errorWithDescription(std::string_view description);
+
+private:
+    mutable std::recursive_mutex lock_; // guards everything below
+    std::weak_ptr<ADMServiceResolverDelegate> delegate_;
+    std::weak_ptr<dmf::RunLoop> runLoop_;
+    std::vector<std::string> modes_;
+    dmf::Dictionary resolvedInfo_;
+    std::shared_ptr<IDMDevice> resolvedDevice_;
+    dmf::Dictionary lastError_;
+    bool resolving_ = false;
+    double timeout_ = 0;
+    dmf::Dictionary parameters_;
+    std::shared_ptr<dmf::RunLoopTimer> timer_;
+};
