@@ -19,14 +19,13 @@ struct DMF_EXPORT UrlParts {
 
     /// Nothing for a text that is no URL.
     [[nodiscard]] static std::optional<UrlParts> split(std::string_view text) noexcept;
-
-    struct HostAndPort {
-        std::string_view host; ///< as written, without brackets
-        std::optional<std::string_view> port;
-    };
-    /// Without an authority both are missing.
-    [[nodiscard]] HostAndPort hostAndPort() const noexcept;
 };
+
+struct HostAndPort {
+    std::string_view host; ///< as written, without brackets
+    std::optional<std::string_view> port;
+};
+[[nodiscard]] DMF_EXPORT HostAndPort splitAuthority(std::string_view authority) noexcept;
 
 /// As dmf::replacingPercentEscapes, without a copy where nothing is escaped: gives `text` itself or, where something
 /// is, the contents of `buffer`.

@@ -14,6 +14,10 @@
 
 namespace dmf {
 
+namespace internal {
+class Formatter;
+}
+
 /// One argument of a format string, by reference: building it neither copies nor describes anything, so that a
 /// message which is filtered out costs next to nothing. Must not outlive the call that it is an argument of.
 class DMF_EXPORT FormatArgument {
@@ -30,7 +34,7 @@ public:
         if (text)
             text_ = *text;
     }
-    FormatArgument(std::nullptr_t) noexcept {}
+    constexpr FormatArgument(std::nullptr_t) noexcept {}
     FormatArgument(std::signed_integral auto value) noexcept : kind_(Kind::signedInteger), signed_(value) {}
     FormatArgument(std::unsigned_integral auto value) noexcept : kind_(Kind::unsignedInteger), unsigned_(value) {}
     FormatArgument(std::floating_point auto value) noexcept : kind_(Kind::real), real_(value) {}
@@ -57,7 +61,7 @@ public:
     }
 
 private:
-    friend DMF_EXPORT std::string formatArguments(std::string_view format, std::span<const FormatArgument> arguments);
+    friend class internal::Formatter;
     struct Described {
         const void* object;
         std::string (*describe)(const void*);
