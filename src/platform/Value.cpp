@@ -245,6 +245,24 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries)
         set(entry.key, entry.value);
 }
 
+Dictionary::Dictionary(std::vector<Entry> entries)
+{
+    std::erase_if(entries, [](const Entry& entry) { return entry.value.isNull(); });
+    if (entries.empty())
+        return;
+    const auto comesFirst = [](const Entry& left, const Entry& right) { return left.key < right.key; };
+    const auto outOfOrder = [](const Entry& left, const Entry& right) { return left.key >= right.key; };
+    if (std::adjacent_find(entries.begin(), entries.end(), outOfOrder) != entries.end()) {
+        std::stable_sort(entries.begin(), entries.end(), comesFirst);
+        // Erasing from the back keeps the last of equal keys.
+        const auto first = std::unique(entries.rbegin(), entries.rend(), [](const Entry& left, const Entry& right) {
+                               return left.key == right.key;
+                           }).base();
+        entries.erase(entries.begin(), first);
+    }
+    storage_.edit() = std::move(entries);
+}
+
 std::size_t Dictionary::size() const noexcept
 {
     const auto* entries = storage_.get();

@@ -96,6 +96,8 @@ public:
 
     Dictionary() = default;
     Dictionary(std::initializer_list<Entry> entries);
+    /// Takes the entries over in one go, in any order; of several with one key the last counts.
+    explicit Dictionary(std::vector<Entry> entries);
 
     [[nodiscard]] std::size_t size() const noexcept;
     [[nodiscard]] bool empty() const noexcept { return size() == 0; }
