@@ -1,0 +1,187 @@
+#include <dmf/ADMPlistInfoElement.h>
+
+#include <dmf/platform/PropertyList.h>
+
+#include <cmath>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+using dmf::Array;
+using dmf::Data;
+using dmf::Date;
+using dmf::Dictionary;
+using dmf::Value;
+
+namespace {
+
+std::shared_ptr<ADMPlistInfoElement> element(Value info)
+{
+    return ADMPlistInfoElement::plistInfoWithName("node", std::move(info));
+}
+
+unsigned bitsOf(const DMFlags& flags)
+{
+    return flags.isDictionary | flags.isArray << 1 | flags.isString << 2 | flags.isNumber << 3 | flags.isData << 4 |
+           flags.isDate << 5;
+}
+
+} // namespace
+
+TEST(PlistInfoElement, HasAtMostOneKind)
+{
+    const std::pair<Value, unsigned> cases[] = {{Dictionary(), 1},
+                                                {Array(), 2},
+                                                {"", 4},
+                                                {0, 8},
+                                                {Data(), 16},
+                                                {Date(), 32},
+                                                {true, 0},
+                                                {Value(), 0},
+                                                {Value::ofObject(std::make_shared<int>()), 0}};
+    for (const auto& [info, bits] : cases) {
+        const auto node = element(info);
+        EXPECT_EQ(bitsOf(node->flags()), bits) << info.description();
+        EXPECT_EQ(node->value(), info);
+        EXPECT_FALSE(node->properties());
+        if (bits > 2) {
+            EXPECT_EQ(node->infoNamed("a"), nullptr);
+            EXPECT_EQ(node->infoNamed("a", 0), nullptr);
+            EXPECT_TRUE(node->allInfos().empty());
+            EXPECT_EQ(node->count(), 0u);
+        }
+    }
+}
+
+TEST(PlistInfoElement, DictionariesGoByNameAndArraysByIndex)
+{
+    const auto dictionary = element(Dictionary{{"A", "a"}, {"B", Array{}}});
+    EXPECT_EQ(dictionary->infoNamed("A", 7)->stringValue(), "a");
+    EXPECT_EQ(dictionary->infoNamed("A")->name(), "A");
+    EXPECT_EQ(dictionary->infoNamed("A", Dictionary{{"name", "other"}})->stringValue(), "a");
+    EXPECT_EQ(dictionary->infoNamed("A", "other", "name")->stringValue(), "a");
+    EXPECT_EQ(dictionary->infoNamed(std::nullopt, 0), nullptr);
+    EXPECT_EQ(dictionary->infoNamed("C"), nullptr);
+
+    const auto array = element(Array{1, Value(), "x"});
+    EXPECT_EQ(array->infoNamed("ignored", 2)->stringValue(), "x");
+    EXPECT_FALSE(array->infoNamed(std::nullopt, 0)->name());
+    EXPECT_EQ(array->infoNamed(std::nullopt, 1), nullptr);
+    EXPECT_EQ(array->infoNamed(std::nullopt, dmf::kNotFound), nullptr);
+    EXPECT_EQ(array->infoNamed("x"), nullptr);
+    EXPECT_THROW((void)array->infoNamed(std::nullopt, 3), std::out_of_range);
+    EXPECT_THROW((void)element(Array{})->infoNamed(std::nullopt, 0), std::out_of_range);
+    EXPECT_EQ(array->count(), 2u); // what is null is no child
+}
+
+TEST(PlistInfoElement, AChildOutlivesItsParent)
+{
+    std::shared_ptr<ADMInfo> child;
+    {
+        const auto parent = element(Dictionary{{"list", Array{Dictionary{{"k", "v"}}}}});
+        child = parent->infoNamed("list")->allInfos().at(0);
+    }
+    EXPECT_EQ(child->infoNamed("k")->stringValue(), "v");
+}
+
+TEST(PlistInfoElement, PathsAreKeysAndNothingElse)
+{
+    const auto root = element(Dictionary{
+        {"A", Dictionary{{"B", "found"}, {"", "blank"}}}, {"L", Array{Dictionary{{"B", "in a list"}}}}, {"", "empty"}});
+    const std::pair<const char*, std::optional<std::string>> cases[] = {
+        {"A/B", "found"},      {"A/", "blank"},        {"", "empty"},          {"L/0", std::nullopt},
+        {"L/B", std::nullopt}, {"A/B/", std::nullopt}, {"/A/B", std::nullopt}, {"A//B", std::nullopt}};
+    for (const auto& [path, expected] : cases) {
+        const auto found = root->infoForPath(path);
+        ASSERT_EQ(found.size(), expected ? 1u : 0u) << path;
+        if (expected) {
+            EXPECT_EQ(found.front()->stringValue(), expected) << path;
+        }
+    }
+}
+
+TEST(PlistInfoElement, ChildListsAreMadeOnceEvenBetweenThreads)
+{
+    Array items;
+    for (int i = 0; i < 100; ++i)
+        items.append(i);
+    const auto node = element(items);
+    std::vector<std::vector<std::shared_ptr<ADMInfo>>> lists(4);
+    {
+        std::vector<std::jthread> threads;
+        for (auto& list : lists)
+            threads.emplace_back([&] { list = node->allInfos(); });
+    }
+    for (const auto& list : lists)
+        EXPECT_EQ(list, lists.front());
+    EXPECT_EQ(lists.front().at(99)->numberValue(), 99);
+}
+
+TEST(PlistInfoElement, ValuesConvertWhereTheKindAllows)
+{
+    EXPECT_FALSE(element(7)->stringValue());
+    EXPECT_EQ(element(Date(0))->stringValue(), "1970-01-01 00:00:00 +0000");
+    EXPECT_EQ(element("1970-01-01 00:00:00 +0000")->dateValue(), Date(0));
+    EXPECT_FALSE(element("yesterday")->dateValue());
+    EXPECT_FALSE(element(Array{1})->dataValue());
+    EXPECT_FALSE(element("text")->dataValue());
+    EXPECT_FALSE(element(Dictionary{{"o", Value::ofObject(std::make_shared<int>())}})->dataValue());
+
+    const Dictionary dictionary{{"k", 1.5}};
+    const auto data = element(dictionary)->dataValue();
+    ASSERT_TRUE(data);
+    EXPECT_EQ(dmf::PropertyList::parse(data->bytes()), Value(dictionary));
+}
+
+TEST(PlistInfoElement, NumbersOfStringsAreSinglePrecisionAndNeverFail)
+{
+    const std::pair<const char*, float> cases[] = {{"7", 7},
+                                                   {"2.5", 2.5F},
+                                                   {" \n+2.5e1mm", 25},
+                                                   {"-.5", -0.5F},
+                                                   {"0.1", 0.1F},
+                                                   {"", 0},
+                                                   {"x", 0},
+                                                   {"-", 0},
+                                                   {"inf", 0},
+                                                   {"nan", 0},
+                                                   {"0x10", 0},
+                                                   {"1e99", INFINITY},
+                                                   {"-1e99", -INFINITY},
+                                                   {"1e-99", 0},
+                                                   {"16777217", 16777216},
+                                                   {"1,5", 1},
+                                                   {".", 0},
+                                                   {"+-1", 0}};
+    for (const auto& [text, expected] : cases) {
+        const auto number = element(text)->numberValue();
+        ASSERT_TRUE(number) << text;
+        EXPECT_EQ(number->kind(), dmf::Number::Kind::real);
+        EXPECT_EQ(number->doubleValue(), double{expected}) << text;
+    }
+    EXPECT_EQ(element("1" + std::string(60, '0'))->numberValue()->doubleValue(), INFINITY);
+    EXPECT_EQ(element("0." + std::string(60, '0') + "1")->numberValue()->doubleValue(), 0);
+    EXPECT_EQ(element(std::uint64_t{1} << 63)->numberValue()->uint64Value(), std::uint64_t{1} << 63);
+    EXPECT_FALSE(element(Data())->numberValue());
+    EXPECT_FALSE(element(true)->numberValue());
+}
+
+TEST(PlistInfoElement, SubclassesMakeChildrenOfTheirOwnKind)
+{
+    struct Special : ADMPlistInfoElement {
+        using ADMPlistInfoElement::ADMPlistInfoElement;
+        std::shared_ptr<ADMPlistInfoElement> makeChild(std::optional<std::string> name, Value info) const override
+        {
+            return std::make_shared<Special>(std::move(name), std::move(info));
+        }
+    };
+    const Special special(std::nullopt, Dictionary{{"k", Array{1}}});
+    EXPECT_NE(std::dynamic_pointer_cast<Special>(special.infoNamed("k")->allInfos().at(0)), nullptr);
+    EXPECT_NE(special.description().find("Special 0x"), std::string::npos);
+
+    const auto plain = ADMPlistInfoElement::plistInfoWithName("n", Value());
+    const std::string text = plain->description();
+    EXPECT_TRUE(text.starts_with("<ADMPlistInfoElement 0x")) << text;
+    EXPECT_TRUE(text.ends_with(" name = \"n\", properties = \"(null)\", contents = \"0x0\">")) << text;
+}
