@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,6 +18,9 @@
 /// stored as the hexadecimal text of its enciphered lower-case form.
 class DMF_EXPORT ADMInfoFileManager {
 public:
+    /// Model files of more bytes than this are not read: a tree takes many times the memory of its file.
+    static constexpr std::size_t kMaximumFileSize = 16 << 20;
+
     /// Without a place for the library's own table there are no families.
     ADMInfoFileManager();
     /// `pathToFiles` is the folder that holds the library's own table "DMF".
@@ -41,7 +45,7 @@ private:
     [[nodiscard]] const std::string& storedName(const std::string& component); // with lock_ held
     [[nodiscard]] std::vector<std::string> readFamilies() const;
 
-    const ADMSecureData secureData_;
+    const ADMSecureData secureData_{};
     std::string familyFolder_; // empty for none; constant once made
     std::mutex lock_;
     std::map<std::string, std::string, std::less<>> storedNames_; // by component; guarded by lock_

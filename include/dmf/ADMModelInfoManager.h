@@ -70,10 +70,11 @@ public:
 private:
     using Handlers = std::map<std::string, std::shared_ptr<ADMModelInfoHandler>, std::less<>>;
     [[nodiscard]] std::shared_ptr<ADMModelInfoHandler> readHandler(std::string_view file, const std::string& table);
-    [[nodiscard]] bool setLocation(std::string_view table, std::string_view location);
+    [[nodiscard]] bool hasLocation(std::string_view table, std::string_view location) const;
+    void setLocation(std::string_view table, std::string_view location);
 
     ADMInfoFileManager fileManager_;
-    const ADMSecureData secureData_;
+    const ADMSecureData secureData_{};
     // Held while a change is stored and announced, so that announcements come in the order of the changes. It is never
     // wanted by a thread that holds a model information object's lock, which observers of the announcement take.
     std::mutex registrationLock_;

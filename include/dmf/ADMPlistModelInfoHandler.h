@@ -16,8 +16,7 @@ public:
     [[nodiscard]] static std::shared_ptr<ADMPlistModelInfoHandler> initWithData(dmf::Data data, std::string table);
     ~ADMPlistModelInfoHandler() override;
 
-    /// Never empty, save for a caller that this very file inherits from: contents that do not parse give a root
-    /// without a value, and a line in the log.
+    /// Never empty: contents that do not parse give a root without a value, and a line in the log.
     [[nodiscard]] std::shared_ptr<ADMInfo> info() override;
 
     /// The child's dictionary with what it lacks taken from the parent's: dictionaries that both have are merged by
@@ -30,8 +29,8 @@ private:
     ADMPlistModelInfoHandler(dmf::Data data, std::string table);
     [[nodiscard]] dmf::Value mergedValue() const;
 
-    const dmf::Data data_;
     const std::string table_;
     std::mutex lock_;
+    dmf::Data data_;                // guarded by lock_; gone once it has been parsed
     std::shared_ptr<ADMInfo> root_; // guarded by lock_
 };

@@ -37,10 +37,10 @@ public:
 
 private:
     ADMXMLModelInfoHandler(dmf::Data data, std::string table);
-    [[nodiscard]] std::shared_ptr<ADMXMLElement> mergedRoot() const;
+    [[nodiscard]] std::shared_ptr<ADMInfo> mergedRoot(const dmf::Data& data) const;
 
     const std::string table_;
     std::mutex lock_;
-    std::optional<dmf::Data> data_;       // guarded by lock_; gone once it has been parsed
-    std::shared_ptr<ADMXMLElement> root_; // guarded by lock_
+    std::optional<dmf::Data> data_; // guarded by lock_; gone once it has been parsed
+    std::shared_ptr<ADMInfo> root_; // guarded by lock_
 };
