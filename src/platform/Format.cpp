@@ -1,10 +1,10 @@
 #include <dmf/platform/Format.h>
 
+#include <dmf/platform/Unicode.h>
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
-
-#include <dmf/platform/Unicode.h>
 
 namespace dmf {
 namespace internal {

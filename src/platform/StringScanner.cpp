@@ -1,8 +1,8 @@
 #include "platform/StringScanner.h"
 
-#include <algorithm>
-
 #include <dmf/platform/Unicode.h>
+
+#include <algorithm>
 
 namespace dmf::internal {
 namespace {

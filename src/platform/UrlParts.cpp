@@ -1,9 +1,9 @@
 #include "platform/UrlParts.h"
 
+#include <dmf/platform/Unicode.h>
+
 #include <array>
 #include <cstdint>
-
-#include <dmf/platform/Unicode.h>
 
 namespace dmf::internal {
 namespace {
@@ -14,7 +14,7 @@ enum Trait : std::uint8_t {
     kEndsPath = 4,  ///< "#" and "?"
     kEndsHost = 8,  ///< "#", "?" and "/"
     kInScheme = 16, ///< letters, digits, "+", "-" and "."
-    kUnescaped = 32 ///< legal and of no meaning to the generic syntax outside host literals and fragments
+    kUnescaped = 32 ///< stands as it is in an escaped text, unless it is asked for
 };
 
 constexpr bool isLetter(char c) noexcept

@@ -1,15 +1,15 @@
 #include <dmf/platform/Format.h>
 
+#include <dmf/platform/Value.h>
+
+#include <gtest/gtest.h>
+
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <random>
 #include <stdexcept>
-
-#include <gtest/gtest.h>
-
-#include <dmf/platform/Value.h>
 
 using dmf::formatted;
 

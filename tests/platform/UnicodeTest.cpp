@@ -1,9 +1,9 @@
 #include <dmf/platform/Unicode.h>
 
+#include <gtest/gtest.h>
+
 #include <clocale>
 #include <string>
-
-#include <gtest/gtest.h>
 
 using dmf::CharacterSet;
 using dmf::TextRange;

@@ -1,14 +1,14 @@
 #include <dmf/platform/Url.h>
 
-#include <random>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <dmf/platform/Unicode.h>
 
 #include "platform/StringScanner.h"
 #include "platform/UrlParts.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
 
 using dmf::Url;
 
