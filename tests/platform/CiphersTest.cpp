@@ -49,7 +49,8 @@ std::optional<Buffer> run(CipherStream& stream, Bytes input, std::size_t piece =
 
 TripleDesKey desKey(std::string_view hex)
 {
-    return TripleDesKey(std::span(fromHex(hex)).first<24>());
+    const Buffer key = fromHex(hex);
+    return TripleDesKey(Bytes(key).first<24>());
 }
 
 constexpr std::string_view kDesKey = "0123456789abcdef23456789abcdef01456789abcdef0123";
