@@ -78,13 +78,28 @@ bool isCharacterData(std::string_view text) noexcept
     return isValidUtf8(text);
 }
 
+std::size_t nameLength(std::string_view text) noexcept
+{
+    bool qualified = false;
+    std::size_t length = 0;
+    while (length < text.size()) {
+        const bool starts = length == 0 || text[length - 1] == ':';
+        if (starts ? isNameStart(text[length]) : isNamePart(text[length])) {
+            ++length;
+        } else if (text[length] == ':' && !starts && !qualified && length + 1 < text.size() &&
+                   isNameStart(text[length + 1])) {
+            qualified = true;
+            ++length;
+        } else {
+            break;
+        }
+    }
+    return length;
+}
+
 bool isName(std::string_view name) noexcept
 {
-    const auto colon = name.find(':');
-    if (colon != name.npos)
-        return isName(name.substr(0, colon)) && name.find(':', colon + 1) == name.npos &&
-               isName(name.substr(colon + 1));
-    return !name.empty() && isNameStart(name.front()) && std::ranges::all_of(name, isNamePart) && isCharacterData(name);
+    return !name.empty() && nameLength(name) == name.size() && isCharacterData(name);
 }
 
 bool isWhitespace(std::string_view text) noexcept

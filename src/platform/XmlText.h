@@ -29,6 +29,8 @@ struct Refusal {
 
 /// Whether all of it is UTF-8 made of characters that XML knows.
 [[nodiscard]] bool isCharacterData(std::string_view text) noexcept;
+/// How many bytes at the front make a name, a namespace prefix included; 0 for none.
+[[nodiscard]] std::size_t nameLength(std::string_view text) noexcept;
 [[nodiscard]] bool isName(std::string_view name) noexcept;
 [[nodiscard]] bool isWhitespace(std::string_view text) noexcept;
 [[nodiscard]] constexpr bool isSpace(char c) noexcept

@@ -1,0 +1,209 @@
+#include "XmlTree.h"
+
+#include "XmlText.h"
+
+#include <dmf/platform/Unicode.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace dmf::internal::xml {
+namespace {
+
+/// Walks a tree once, without recursion: its depth is not known to be bounded before.
+class Check {
+public:
+    Check(std::string_view text, const std::vector<char>& buffer) : text_(text), buffer_(buffer) {}
+
+    std::optional<Fault> run(pugi::xml_document& document)
+    {
+        const pugi::xml_node root = outline(document);
+        std::size_t depth = 0;
+        for (pugi::xml_node node = root; node && !fault_; node = next(node, root, depth)) {
+            if (node.type() == pugi::node_element)
+                element(node, ++depth);
+            else
+                content(node);
+        }
+        return std::move(fault_);
+    }
+
+private:
+    void fail(const char* place, std::string reason, XmlErrorCode code = XmlErrorCode::malformed)
+    {
+        if (fault_)
+            return;
+        // Names and values lie in the buffer until they are replaced, so they tell where the fault is.
+        const bool known = place >= buffer_.data() && place < buffer_.data() + buffer_.size();
+        const auto offset = known ? static_cast<std::size_t>(place - buffer_.data()) : 0;
+        fault_ = Fault{code, atLine(text_, offset, reason)};
+    }
+
+    /// Checks what stands outside the root, takes out what is not kept of it, and hands back the root.
+    pugi::xml_node outline(pugi::xml_document& document)
+    {
+        pugi::xml_node root;
+        pugi::xml_node following;
+        for (pugi::xml_node node = document.first_child(); node; node = following) {
+            following = node.next_sibling();
+            if (node.type() == pugi::node_element) {
+                if (root)
+                    fail(node.name(), "a second root element");
+                root = node;
+                continue;
+            }
+            if (node.type() == pugi::node_comment) {
+                comment(node);
+                continue;
+            }
+            if (node.type() == pugi::node_declaration)
+                declaration(node);
+            else if (node.type() == pugi::node_doctype && root)
+                fail(node.value(), "a document type after the root element");
+            else if (node.type() == pugi::node_doctype && documentTypeDeclares(node.value()))
+                fail(node.value(), "a document type with declarations is refused", XmlErrorCode::entity);
+            else if (node.type() == pugi::node_cdata ||
+                     (node.type() == pugi::node_pcdata && !isWhitespace(node.value())))
+                fail(node.value(), "text outside the root element");
+            document.remove_child(node);
+        }
+        if (!root)
+            fail(nullptr, "no root element");
+        return root;
+    }
+
+    void declaration(const pugi::xml_node& node)
+    {
+        if (!text_.starts_with("<?xml") || node.previous_sibling())
+            fail(node.name(), "an XML declaration that is not at the start");
+        const std::string encoding = lowercased(node.attribute("encoding").value());
+        constexpr std::array<std::string_view, 5> harmless{"", "utf-8", "utf8", "us-ascii", "ascii"};
+        const bool ascii = std::ranges::all_of(text_, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+        if (!ascii && std::ranges::find(harmless, encoding) == harmless.end())
+            fail(node.name(), "an encoding other than UTF-8", XmlErrorCode::encoding);
+    }
+
+    /// Steps on in document order and closes what ends on the way.
+    pugi::xml_node next(pugi::xml_node node, const pugi::xml_node& root, std::size_t& depth)
+    {
+        if (node.first_child())
+            return node.first_child();
+        for (;; node = node.parent()) {
+            if (node.type() == pugi::node_element) {
+                --depth;
+                while (!prefixes_.empty() && prefixes_.back().depth > depth)
+                    prefixes_.pop_back();
+            }
+            if (node == root)
+                return {};
+            if (node.next_sibling())
+                return node.next_sibling();
+        }
+    }
+
+    void element(const pugi::xml_node& node, std::size_t depth)
+    {
+        if (depth > kXmlMaximumDepth)
+            return fail(node.name(), "elements nested too deeply", XmlErrorCode::tooDeep);
+        names_.clear();
+        for (auto attribute : node.attributes()) {
+            names_.push_back(attribute.name());
+            declarePrefix(attribute, depth);
+            value(attribute);
+        }
+        std::ranges::sort(names_);
+        if (std::ranges::adjacent_find(names_) != names_.end())
+            fail(node.name(), "an attribute given twice");
+        name(node.name());
+        for (const auto attribute : names_)
+            name(attribute);
+    }
+
+    void declarePrefix(const pugi::xml_attribute& attribute, std::size_t depth)
+    {
+        const std::string_view name = attribute.name();
+        if (!name.starts_with("xmlns:"))
+            return;
+        if (!*attribute.value())
+            fail(attribute.name(), "a namespace prefix without a namespace");
+        // Every name looks through them, so that their number bounds the time.
+        if (prefixes_.size() >= 256)
+            fail(attribute.name(), "too many namespace prefixes", XmlErrorCode::tooLarge);
+        prefixes_.push_back({name.substr(6), depth});
+    }
+
+    void name(std::string_view name)
+    {
+        const auto colon = name.find(':');
+        if (colon == name.npos)
+            return;
+        if (!isName(name))
+            return fail(name.data(), "a malformed name");
+        const auto prefix = name.substr(0, colon);
+        if (prefix != "xmlns" && prefix != "xml" &&
+            std::ranges::find(prefixes_, prefix, &Prefix::name) == prefixes_.end())
+            fail(name.data(), "an undeclared namespace prefix");
+    }
+
+    void value(pugi::xml_attribute& attribute)
+    {
+        if (std::strchr(attribute.value(), '<'))
+            return fail(attribute.value(), "a tag within an attribute");
+        decode(attribute);
+    }
+
+    void content(pugi::xml_node& node)
+    {
+        if (node.type() == pugi::node_comment)
+            return comment(node);
+        if (node.type() != pugi::node_pcdata)
+            return;
+        if (std::strstr(node.value(), "]]>"))
+            fail(node.value(), "\"]]>\" in text");
+        decode(node);
+    }
+
+    void comment(const pugi::xml_node& node)
+    {
+        const std::string_view text = node.value();
+        if (text.find("--") != text.npos || text.ends_with('-'))
+            fail(text.data(), "\"--\" in a comment");
+    }
+
+    template <class Holder>
+    void decode(Holder& holder)
+    {
+        if (!std::strchr(holder.value(), '&'))
+            return;
+        scratch_.clear();
+        if (!appendDecoded(scratch_, holder.value()))
+            return fail(holder.value(), "an unknown entity", XmlErrorCode::entity);
+        holder.set_value(scratch_.c_str());
+    }
+
+    struct Prefix {
+        std::string_view name;
+        std::size_t depth;
+    };
+    std::string_view text_;
+    const std::vector<char>& buffer_;
+    std::vector<Prefix> prefixes_;        // those in force where the walk stands
+    std::vector<std::string_view> names_; // of the attributes of one element
+    std::string scratch_;
+    std::optional<Fault> fault_;
+};
+
+} // namespace
+
+Error errorOf(const Fault& fault)
+{
+    return Error(std::string(kXmlErrorDomain), static_cast<int>(fault.code), {{"DMErrorDescription", fault.reason}});
+}
+
+std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text, const std::vector<char>& buffer)
+{
+    return Check(text, buffer).run(document);
+}
+
+} // namespace dmf::internal::xml
