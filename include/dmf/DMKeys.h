@@ -146,7 +146,7 @@ extern DMF_EXPORT const std::string_view kDMRegisterFunctionalFactoriesNotificat
 extern DMF_EXPORT const std::string_view kDMServiceInfoKey;
 /// The delay, in seconds, after which a discovery report is delivered to its run loop.
 extern DMF_EXPORT const double kDMDiscoveryFireInterval;
-/// The conditions of the lock that the discovery thread waits on.
+/// Whether discovery sessions are started.
 extern DMF_EXPORT const std::int32_t kDMDiscoverySessionsNotStarted;
 extern DMF_EXPORT const std::int32_t kDMDiscoverySessionsAreStarted;
 

@@ -10,6 +10,7 @@ namespace dmf::internal {
 namespace {
 
 std::atomic<Host*> gInstalled{nullptr};
+std::atomic<std::uint64_t> gGeneration{1};
 
 Host& machine()
 {
@@ -67,7 +68,14 @@ Host& Host::current() noexcept
 
 Host* Host::install(Host* host) noexcept
 {
-    return gInstalled.exchange(host, std::memory_order_acq_rel);
+    Host* const before = gInstalled.exchange(host, std::memory_order_acq_rel);
+    gGeneration.fetch_add(1, std::memory_order_acq_rel);
+    return before;
+}
+
+std::uint64_t Host::generation() noexcept
+{
+    return gGeneration.load(std::memory_order_acquire);
 }
 
 } // namespace dmf::internal

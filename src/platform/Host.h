@@ -45,6 +45,8 @@ struct DMF_EXPORT Host {
     /// Puts `host` in force and hands back the one that was; a null host stands for the real machine. The caller keeps
     /// both alive until every thread that could use them has ended.
     static Host* install(Host* host) noexcept;
+    /// Goes up with every `install`, so that what was remembered of one host is not taken for another's. Thread-safe.
+    [[nodiscard]] static std::uint64_t generation() noexcept;
 };
 
 } // namespace dmf::internal

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace dmf::internal {
+
+enum class Links : std::uint8_t { follow, refuse };
+
+/// The content of the regular file at `path`; nothing, with a reason in `refusal` when it is not null, when there is no
+/// such file, it cannot be read, it is anything but a regular file (a link included, when links are refused) or it
+/// holds more than `limit` bytes. Never waits for another process (a named pipe is refused). Thread-safe.
+[[nodiscard]] std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path, std::size_t limit,
+                                                                       Links links, std::string* refusal = nullptr);
+
+} // namespace dmf::internal
