@@ -1,0 +1,28 @@
+#include "Trust.h"
+
+#include <sys/auxv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace dmf::internal {
+
+std::string reasonNotToTrust(const std::string& path)
+{
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0)
+        return path + ": " + std::generic_category().message(errno);
+    // Where a program runs with more rights than the user who started it has, that user is one of the others.
+    const bool raised = ::getauxval(AT_SECURE) != 0;
+    if (status.st_uid != 0 && (raised || status.st_uid != ::geteuid()))
+        return path + " belongs to another user (" + std::to_string(status.st_uid) + ")";
+    if (status.st_mode & S_IWOTH)
+        return path + " can be written by everybody";
+    if (status.st_mode & S_IWGRP && status.st_gid != 0 && (raised || status.st_gid != ::getgid()))
+        return path + " can be written by another group (" + std::to_string(status.st_gid) + ")";
+    return {};
+}
+
+} // namespace dmf::internal

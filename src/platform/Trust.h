@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace dmf::internal {
+
+/// Why the code or text in the file or folder at `path` must not be used: it is gone, it belongs to an ordinary user
+/// other than this program's, or others may write to it (everybody, or a group that is neither root's nor the user's
+/// own). Empty when nothing speaks against it. A program with raised privileges trusts root alone. Thread-safe.
+[[nodiscard]] std::string reasonNotToTrust(const std::string& path);
+
+} // namespace dmf::internal

@@ -1,0 +1,105 @@
+#include "PlugInReports.h"
+
+#include <dmf/DMKeys.h>
+
+#include "platform/Host.h"
+#include "plugins/PlugInRules.h"
+
+namespace dmf::internal {
+namespace {
+
+std::string reasonAgainst(const NamedImplementor& named, bool isMock)
+{
+    const auto found = ClassRegistry::shared().classNamed(named.className);
+    if (!found)
+        return "there is no class of that name";
+    if (isMock ? isMockImplementor(*found) : implements(*found, named.interfaceName))
+        return {};
+    return isMock ? "the class is neither an I/O provider nor a functional service"
+                  : "the class does not implement the interface";
+}
+
+std::vector<ADMPlugInReport::Implementor> implementorsOf(const Bundle& bundle)
+{
+    std::vector<ADMPlugInReport::Implementor> implementors;
+    const Dictionary info = bundle.infoDictionary();
+    const bool isMock = info.contains(kDMMockScheme);
+    for (const NamedImplementor& named : namedImplementors(info)) {
+        // Its classes are known only once its code has been loaded.
+        std::string reason = bundle.isLoaded() ? reasonAgainst(named, isMock) : std::string();
+        implementors.push_back({named.interfaceName, named.className, std::move(reason)});
+    }
+    return implementors;
+}
+
+} // namespace
+
+// Called with the lock held.
+PlugInReports::ByPath& PlugInReports::ofPresentHost() const
+{
+    if (generation_ != Host::generation()) {
+        byPath_.clear();
+        generation_ = Host::generation();
+    }
+    return byPath_;
+}
+
+void PlugInReports::noteUnusable(const std::string& path, std::string reason)
+{
+    ADMPlugInReport report;
+    report.path = path;
+    report.state = ADMPlugInReport::State::refused;
+    report.reason = std::move(reason);
+    std::lock_guard guard(lock_);
+    ofPresentHost()[path] = std::move(report);
+}
+
+void PlugInReports::noteDescribed(const Bundle& bundle, bool kept)
+{
+    ADMPlugInReport report;
+    report.path = bundle.path();
+    report.state = bundle.isLoaded() ? ADMPlugInReport::State::loaded : ADMPlugInReport::State::described;
+    report.kept = kept;
+    report.mockScheme = bundle.infoDictionary().string(kDMMockScheme).value_or("");
+    report.implementors = implementorsOf(bundle);
+    std::lock_guard guard(lock_);
+    ofPresentHost()[bundle.path()] = std::move(report);
+}
+
+void PlugInReports::noteLoaded(const Bundle& bundle)
+{
+    auto implementors = implementorsOf(bundle);
+    std::lock_guard guard(lock_);
+    ADMPlugInReport& report = ofPresentHost()[bundle.path()];
+    report.path = bundle.path();
+    report.state = ADMPlugInReport::State::loaded;
+    report.reason.clear();
+    report.implementors = std::move(implementors);
+}
+
+void PlugInReports::noteNotLoaded(const Bundle& bundle, std::string reason)
+{
+    std::lock_guard guard(lock_);
+    ADMPlugInReport& report = ofPresentHost()[bundle.path()];
+    report.path = bundle.path();
+    report.state = ADMPlugInReport::State::refused;
+    report.reason = std::move(reason);
+}
+
+void PlugInReports::forgetFolder(std::string_view folder)
+{
+    const std::string prefix = std::string(folder) + "/";
+    std::lock_guard guard(lock_);
+    std::erase_if(ofPresentHost(), [&](const auto& entry) { return entry.first.starts_with(prefix); });
+}
+
+std::vector<ADMPlugInReport> PlugInReports::all() const
+{
+    std::lock_guard guard(lock_);
+    std::vector<ADMPlugInReport> reports;
+    for (const auto& [path, report] : ofPresentHost())
+        reports.push_back(report);
+    return reports;
+}
+
+} // namespace dmf::internal

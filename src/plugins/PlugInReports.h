@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <dmf/ADMPlugInManager.h>
+
+namespace dmf::internal {
+
+/// What became of each bundle that was looked at, by its path. Thread-safe.
+class PlugInReports {
+public:
+    void noteUnusable(const std::string& path, std::string reason);
+    void noteDescribed(const Bundle& bundle, bool kept);
+    void noteLoaded(const Bundle& bundle);
+    void noteNotLoaded(const Bundle& bundle, std::string reason);
+    /// Forgets the bundles of a folder, before it is looked at anew.
+    void forgetFolder(std::string_view folder);
+
+    [[nodiscard]] std::vector<ADMPlugInReport> all() const;
+
+private:
+    using ByPath = std::map<std::string, ADMPlugInReport, std::less<>>;
+    [[nodiscard]] ByPath& ofPresentHost() const;
+
+    mutable std::mutex lock_;
+    mutable ByPath byPath_;                // guarded by lock_
+    mutable std::uint64_t generation_ = 0; // of the host that they belong to; guarded by lock_
+};
+
+} // namespace dmf::internal
