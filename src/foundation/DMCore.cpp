@@ -1,7 +1,5 @@
 #include <dmf/DMCore.h>
 
-#include <pthread.h>
-#include <signal.h>
 #include <sys/single_threaded.h>
 
 #include <dmf/platform/Unicode.h>
@@ -10,36 +8,13 @@
 #include <cstdlib>
 
 #include "platform/Host.h"
+#include "platform/Thread.h"
 
 using dmf::internal::Host;
 
 namespace {
 
 constexpr std::int32_t kIntrospectionSince = 0x1050;
-
-void* runFirstThread(void*)
-{
-    pthread_setname_np(pthread_self(), "dmf-first");
-    return nullptr;
-}
-
-// A second thread, however short, takes the C library out of its single-threaded mode, in which it leaves out locks and
-// atomic operations. It runs with every signal blocked, as all the library's threads do.
-void startFirstThread()
-{
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread;
-    // Where no thread can be started now, the first one that can does the same service.
-    (void)pthread_create(&thread, &attributes, &runFirstThread, nullptr);
-    pthread_attr_destroy(&attributes);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
 
 bool introspectionIsAvailable()
 {
@@ -64,8 +39,10 @@ void DMCoreInit()
     static std::atomic<bool> done{false};
     if (done.exchange(true))
         return;
+    // A second thread, however short, takes the C library out of its single-threaded mode, in which it leaves out locks
+    // and atomic operations. Where none can be started now, the first one that can does the same service.
     if (__libc_single_threaded)
-        startFirstThread();
+        (void)dmf::internal::startThread("dmf-first", dmf::internal::ThreadForm::detached, [] {});
 }
 
 void* DMMalloc(std::uint32_t size)

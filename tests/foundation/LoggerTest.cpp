@@ -1,0 +1,349 @@
+#include <dmf/DMLog.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <dmf/ADMLoggerImp.h>
+#include <dmf/ADMLoggerPool.h>
+#include <dmf/DMKeys.h>
+#include <dmf/platform/Date.h>
+
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/HostFixture.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr std::string_view kFolder = "/var/log/qlio";
+constexpr std::string_view kDefaultFile = "/var/log/qlio/DMF_testprogram.log";
+constexpr const char* kWords[] = {"nolog", "info", "warnings", "errors", "debug", "debug2", "verbose"};
+
+/// A machine with a log folder.
+class LogHost : public HostFixture {
+public:
+    LogHost() { std::filesystem::create_directories(path(kFolder)); }
+    void configure(std::string_view level) const { writeFile(kDMLogConfigPath, level); }
+
+    /// The messages of a log, without prefix and time.
+    std::vector<std::string> messages(std::string_view file = kDefaultFile) const
+    {
+        std::istringstream lines(readFile(file));
+        std::vector<std::string> messages;
+        for (std::string line; std::getline(lines, line);)
+            messages.push_back(line.substr(line.find("] ") + 2));
+        return messages;
+    }
+};
+
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const auto& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
+/// Keeps what is written to it; throws what it is told to.
+class KeptWrites : public dmf::FileHandle {
+public:
+    KeptWrites() : FileHandle(-1) {}
+    void writeData(std::string_view bytes) override
+    {
+        if (thrower)
+            thrower();
+        writes.emplace_back(bytes);
+    }
+    std::vector<std::string> writes;
+    std::function<void()> thrower;
+};
+
+} // namespace
+
+TEST(Logger, ConfiguredLevelLetsThroughByRank)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"nolog", "nolog"},
+        {"info", "nolog info"},
+        {" warnings\n", "nolog info warnings"},
+        {"errors", "nolog info warnings errors"},
+        {"debug", "nolog info warnings errors debug"},
+        {"debug2\r\n", "nolog info warnings errors debug debug2"},
+        {"loud", ""},
+        {"", ""},
+        {"\xFF\xFE", ""},
+    };
+    for (const auto& [configured, expected] : cases) {
+        LogHost host;
+        host.configure(configured);
+        for (const char* word : kWords)
+            DMFLog(word, word);
+        EXPECT_EQ(joined(host.messages()), expected) << configured;
+    }
+}
+
+TEST(Logger, OwnLevelLetsThroughByRankWhateverIsConfigured)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"warnings", "nolog info warnings"},
+        {"debug2", "nolog info warnings errors debug debug2"},
+        {"loud", "nolog info warnings errors debug debug2 verbose"},
+    };
+    for (const auto& [own, expected] : cases) {
+        LogHost host;
+        host.configure("nolog");
+        const auto logger = ADMLogger::initWithLogLevel(own, host.path("/own.log").string());
+        logger->startLogging();
+        for (const char* word : kWords)
+            DMFLog(word, word);
+        logger->endLogging();
+        EXPECT_EQ(joined(host.messages("/own.log")), expected) << own;
+        EXPECT_THAT(host.messages(), IsEmpty());
+    }
+}
+
+TEST(Logger, LineIsPrefixLocalTimeAndText)
+{
+    LogHost host;
+    host.configure("debug");
+    // 2026-11-22 20:15:00.123 in a zone of its own.
+    ::setenv("TZ", "XYZ-1", 1);
+    host.advance(std::chrono::duration<double>(1795374900.1235 - dmf::Date::now().secondsSince1970()));
+    DMFLog("errors", "ServiceInfo: %d of '%@'", 3, std::string("x"));
+    ::setenv("TZ", "XYZ+2", 1);
+    host.advance(1s);
+    DMFLog("nolog", "100%% of %@", std::optional<std::string>());
+    ::unsetenv("TZ");
+
+    const std::string text = host.readFile(kDefaultFile);
+    EXPECT_TRUE(std::regex_match(text, std::regex("E  \\[20261122T20:15:00\\.12\\d\\] ServiceInfo: 3 of 'x'\n"
+                                                  "\\(null\\) \\[20261122T17:15:01\\.12\\d\\] 100% of \\(null\\)\n")))
+        << text;
+}
+
+TEST(Logger, TextThatIsNotUtf8IsLostAndLongTextIsNot)
+{
+    LogHost host;
+    host.configure("info");
+    const std::string longText(100'000, 'x');
+    DMFLog("info", "bad \xC3");
+    DMFLog("info", "%@", std::string("good \xC3\xA4"));
+    DMFLog("info", "%@", longText);
+    EXPECT_THAT(host.messages(), ElementsAre("good \xC3\xA4", longText));
+}
+
+TEST(Logger, ConfiguredWordIsReadAgainAfterFiveSeconds)
+{
+    LogHost host;
+    EXPECT_FALSE(DMIsLoggingEnabled());
+    DMFLog("info", "no file");
+    host.configure("info"); // nothing was kept of the missing file
+    EXPECT_TRUE(DMIsLoggingEnabled());
+    DMFLog("debug", "too much");
+    host.configure("debug");
+    host.advance(4.9s);
+    DMFLog("debug", "still too much");
+    EXPECT_EQ(ADMLogger::environmentLogLevel(), "info");
+    host.advance(0.2s);
+    DMFLog("debug", "enough");
+    EXPECT_EQ(ADMLogger::environmentLogLevel(), "debug");
+
+    host.advance(-6s); // a clock set back far makes a word old, too
+    host.configure("info");
+    DMFLog("debug", "too much again");
+    EXPECT_THAT(host.messages(), ElementsAre("enough"));
+
+    std::filesystem::remove(host.path(kDMLogConfigPath));
+    EXPECT_FALSE(DMIsLoggingEnabled()); // the file counts here, not the word that is kept
+    host.configure("loud");
+    host.advance(6s);
+    EXPECT_TRUE(DMIsLoggingEnabled());
+}
+
+TEST(Logger, EachThreadHasAStackOfItsOwn)
+{
+    LogHost host;
+    const auto first = ADMLogger::initWithLogLevel("debug", host.path("/first.log").string());
+    const auto second = ADMLogger::initWithLogLevel("debug", host.path("/second.log").string());
+    second->endLogging(); // no stack yet
+    first->startLogging();
+    second->startLogging();
+    first->startLogging();
+    DMFLog("info", "1");
+    std::thread([] {
+        EXPECT_EQ(ADMLoggerPool::lastLogger(), nullptr);
+        DMFLog("info", "elsewhere");
+    }).join();
+    first->endLogging(); // its lowest entry goes, not its highest
+    EXPECT_EQ(ADMLoggerPool::lastLogger(), first);
+    first->endLogging();
+    DMFLog("info", "2");
+    second->endLogging();
+    EXPECT_EQ(ADMLoggerPool::lastLogger(), nullptr);
+    EXPECT_THAT(host.messages("/first.log"), ElementsAre("1"));
+    EXPECT_THAT(host.messages("/second.log"), ElementsAre("2"));
+}
+
+TEST(Logger, AThreadsEndLetsGoOfItsLoggers)
+{
+    LogHost host;
+    std::weak_ptr<ADMLogger> reference;
+    std::thread([&] {
+        const auto logger = ADMLogger::initWithLogLevel("debug", host.path("/thread.log").string());
+        reference = logger;
+        logger->startLogging();
+    }).join();
+    EXPECT_TRUE(reference.expired());
+}
+
+TEST(Logger, OneLoggerPerPathUntilItIsReleased)
+{
+    LogHost host;
+    const std::string path = host.path("/one.log").string();
+    auto logger = ADMLoggerImp::initWithLogLevel("errors", path);
+    EXPECT_EQ(ADMLoggerImp::initWithLogLevel("debug", path), logger);
+    EXPECT_EQ(logger->level(), "errors");
+    EXPECT_EQ(ADMLogger::defaultLogger(), ADMLogger::init());
+
+    logger->printWithLevel("info", "before", {});
+    logger.reset();
+    std::filesystem::rename(path, path + ".old");
+    logger = ADMLoggerImp::initWithLogLevel("debug", path);
+    logger->printWithLevel("debug", "after", {});
+    EXPECT_EQ(logger->level(), "debug");
+    EXPECT_THAT(host.messages("/one.log"), ElementsAre("after"));
+    EXPECT_THAT(host.messages("/one.log.old"), ElementsAre("before"));
+}
+
+TEST(Logger, WritesOnlyToAPlainFileOfItsOwn)
+{
+    LogHost host;
+    host.writeFile("/victim", "untouched");
+    const auto plain = host.path("/victim");
+    std::filesystem::create_directory(host.path("/folder"));
+    std::filesystem::create_symlink(plain, host.path("/link"));
+    std::filesystem::create_symlink(host.path("/nowhere"), host.path("/dangling"));
+    ASSERT_EQ(::mkfifo(host.path("/pipe").c_str(), 0600), 0);
+    for (const char* name : {"/folder", "/link", "/dangling", "/pipe", "/missing/file"}) {
+        EXPECT_EQ(ADMLogger::createLogFileIfNeeded(host.path(name).string()), nullptr) << name;
+        const auto logger = ADMLogger::initWithLogLevel("debug", host.path(name).string());
+        ASSERT_NE(logger, nullptr);
+        logger->printWithLevel("info", "lost", {});
+    }
+    std::filesystem::create_hard_link(plain, host.path("/second name"));
+    EXPECT_EQ(ADMLogger::createLogFileIfNeeded(host.path("/second name").string()), nullptr);
+    EXPECT_EQ(host.readFile("/victim"), "untouched");
+    EXPECT_FALSE(std::filesystem::exists(host.path("/nowhere")));
+}
+
+TEST(Logger, AppendsToWhatIsThereAndBetweenOthersWrites)
+{
+    LogHost host;
+    host.writeFile("/shared.log", "old] old\n");
+    const auto logger = ADMLogger::initWithLogLevel("debug", host.path("/shared.log").string());
+    logger->printWithLevel("info", "one", {});
+    std::ofstream(host.path("/shared.log"), std::ios::app) << "theirs] theirs\n";
+    logger->printWithLevel("info", "two", {});
+    EXPECT_THAT(host.messages("/shared.log"), ElementsAre("old", "one", "theirs", "two"));
+}
+
+TEST(Logger, GoesOnWithoutALogFolder)
+{
+    HostFixture host; // no folder at all
+    DMFLog("errors", "lost");
+    EXPECT_FALSE(std::filesystem::exists(host.path(kFolder)));
+    host.writeFile(kFolder, "a file where the folder should be");
+    DMFLog("errors", "lost");
+}
+
+TEST(Logger, GoesOnWhenTheFileTakesNoMore)
+{
+    LogHost host;
+    // A device that is always full stands for a full disk.
+    const auto full = ADMLogger::initWithLogLevelFileHandle(
+        "debug", std::make_shared<dmf::FileHandle>(::open("/dev/full", O_WRONLY | O_CLOEXEC)));
+    full->printWithLevel("info", "lost", {});
+
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ::close(ends[1]);
+    const auto closed = ADMLogger::initWithLogLevelFileHandle("debug", std::make_shared<dmf::FileHandle>(ends[0]));
+    closed->printWithLevel("info", "lost, and no signal", {});
+    EXPECT_EQ(ADMLogger::initWithLogLevelFileHandle("debug", nullptr), nullptr);
+}
+
+TEST(Logger, ALineIsOneWriteAndForeignThrowsPassOnWithoutTheLock)
+{
+    const auto handle = std::make_shared<KeptWrites>();
+    const auto logger = ADMLogger::initWithLogLevelFileHandle("debug", handle);
+    handle->thrower = [] { throw std::runtime_error("disk"); };
+    EXPECT_NO_THROW(logger->printWithLevel("info", "lost", {}));
+    handle->thrower = [] { throw 7; };
+    EXPECT_THROW(logger->printWithLevel("info", "passed on", {}), int);
+    handle->thrower = nullptr;
+    logger->printWithLevel("info", "kept", {});
+    ASSERT_EQ(handle->writes.size(), 1u);
+    EXPECT_THAT(handle->writes.front(), testing::EndsWith("] kept\n"));
+}
+
+TEST(Logger, LinesOfTwoThreadsNeverInterleave)
+{
+    LogHost host;
+    host.configure("debug");
+    // A handle that writes in pieces would show lines mixed up, were they not kept apart.
+    struct Pieces : dmf::FileHandle {
+        Pieces() : FileHandle(-1) {}
+        void writeData(std::string_view bytes) override
+        {
+            for (const char byte : bytes) {
+                text += byte;
+                if (byte == '.')
+                    std::this_thread::yield();
+            }
+        }
+        std::string text;
+    };
+    const auto handle = std::make_shared<Pieces>();
+    const auto logger = ADMLogger::initWithLogLevelFileHandle("debug", handle);
+    const auto log = [&](const char* message) {
+        logger->startLogging();
+        for (int i = 0; i < 500; ++i)
+            DMFLog("info", message);
+        logger->endLogging();
+    };
+    std::thread one(log, "a.a.a.a");
+    std::thread two(log, "b.b.b.b");
+    one.join();
+    two.join();
+    std::istringstream lines(handle->text);
+    const std::regex whole("I  \\[[^\\]]*\\] (a\\.a\\.a\\.a|b\\.b\\.b\\.b)");
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count)
+        EXPECT_TRUE(std::regex_match(line, whole)) << line;
+    EXPECT_EQ(count, 1000);
+}
+
+TEST(Logger, ErrorsAndWarningsAreCopiedToTheSystemLogWhateverTheLevel)
+{
+    LogHost host;
+    DMFLog("errors", "not asked for");
+    host.setEnvironment("DMFConsoleLog", "");
+    for (const char* word : kWords)
+        DMFLog(word, "%@!", word);
+    EXPECT_THAT(host.systemLog(), ElementsAre(std::pair(LOG_WARNING, "warnings!"), std::pair(LOG_ERR, "errors!")));
+    EXPECT_THAT(host.messages(), IsEmpty());
+}
