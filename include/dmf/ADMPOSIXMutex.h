@@ -9,7 +9,7 @@
 /// The system's mutex behind the lock interface. The thread that locked it unlocks it; a lock that another thread is to
 /// release is of another kind. Each operation passes on what the system answers, EINVAL when there is no mutex for want
 /// of memory. Thread-safe; must not be locked when its last reference goes.
-class DMF_EXPORT ADMPOSIXMutex final : public IDMLock {
+class DMF_EXPORT ADMPOSIXMutex : public IDMLock {
 public:
     /// A mutex that blocks the thread that locks it twice; empty when the system refuses to make one.
     [[nodiscard]] static std::shared_ptr<ADMPOSIXMutex> newMutex() { return initRecursive(false); }

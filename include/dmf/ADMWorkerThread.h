@@ -57,6 +57,8 @@ protected:
     [[nodiscard]] virtual const char* threadName() const noexcept;
 
 private:
+    struct Run;
     struct State;
+    void enter(Run& run);
     const std::shared_ptr<State> state_;
 };

@@ -4,12 +4,13 @@
 #include <mutex>
 
 #include <dmf/IDMLock.h>
+#include <dmf/platform/Export.h>
 
 namespace dmf::internal {
 
 /// A lock that one thread takes and any thread may release: a binary semaphore, for handing a turn from one thread to
-/// another. Whoever waits in `lock` may destroy the object as soon as it has it. Thread-safe.
-class HandOver final : public IDMLock {
+/// another. Whoever waits in `lock` may destroy the object as soon as it has it. Thread-safe. Exported for the tests.
+class DMF_EXPORT HandOver final : public IDMLock {
 public:
     enum class State { free, taken };
     explicit HandOver(State state = State::free) noexcept;

@@ -1,0 +1,162 @@
+#include <dmf/ADMDelayedInvocationQueue.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/HostFixture.h"
+
+using dmf::Date;
+using dmf::RunLoop;
+using namespace std::chrono_literals;
+using Entry = ADMDelayedInvocationQueue::Entry;
+
+namespace {
+
+constexpr const char* kMode = "delayed mode";
+
+class DelayedInvocation : public testing::Test {
+protected:
+    DelayedInvocation() { queue->scheduleInRunLoop(RunLoop::current(), kMode); }
+    ~DelayedInvocation() override { queue->invalidate(); }
+
+    std::function<void()> note(std::string what)
+    {
+        return [this, what = std::move(what)] { calls.push_back(what); };
+    }
+    static void turn() { RunLoop::current()->runMode(kMode, Date::distantPast()); }
+
+    HostFixture host;
+    std::shared_ptr<ADMDelayedInvocationQueue> queue = ADMDelayedInvocationQueue::queue();
+    std::vector<std::string> calls;
+};
+
+} // namespace
+
+TEST_F(DelayedInvocation, CallsAreMadeByDateAndOneATurn)
+{
+    const Date start = Date::now();
+    queue->schedulePerformInvocation(note("ten"), start.addingTimeInterval(10));
+    queue->schedulePerformInvocation(note("five, first"), start.addingTimeInterval(5));
+    queue->schedulePerformInvocation(note("five, second"), start.addingTimeInterval(5));
+    queue->schedulePerformInvocation(note("at once"), std::nullopt);
+    queue->schedulePerformInvocation(note("at once, second"), std::nullopt);
+    queue->schedulePerformInvocation({}, std::nullopt);
+    turn();
+    EXPECT_EQ(calls, std::vector<std::string>{"at once"});
+    turn();
+    turn();
+    EXPECT_EQ(calls.size(), 2u);
+    EXPECT_EQ(queue->nextDelayedInvocationTimerFireDate(), start.addingTimeInterval(5));
+    host.advance(11s);
+    for (int i = 0; i < 4; ++i)
+        turn();
+    EXPECT_EQ(calls, (std::vector<std::string>{"at once", "at once, second", "five, first", "five, second", "ten"}));
+    EXPECT_FALSE(queue->hasPendingPerformRequests());
+    EXPECT_EQ(queue->delayedInvocationTimer()->fireDate(), Date::distantFuture());
+    EXPECT_TRUE(queue->delayedInvocationTimer()->isValid());
+}
+
+TEST_F(DelayedInvocation, OperationsOfATargetKeepItAlive)
+{
+    struct Target {
+        std::vector<std::string>& calls;
+        void tell() { calls.emplace_back("told"); }
+        void tellLast() const { calls.emplace_back("told last"); }
+    };
+    auto target = std::make_shared<Target>(Target{calls});
+    const std::weak_ptr<Target> weak = target;
+    queue->schedulePerformSelector(&Target::tell, target, 5.0);
+    queue->schedulePerformSelectorOncePreviousPeformRequestsComplete(&Target::tellLast, target);
+    queue->schedulePerformSelector(&Target::tell, std::shared_ptr<Target>(), std::nullopt);
+    EXPECT_THROW(queue->schedulePerformSelector(static_cast<void (Target::*)()>(nullptr), target, std::nullopt),
+                 dmf::UnrecognizedOperation);
+    target.reset();
+    EXPECT_FALSE(weak.expired());
+    host.advance(6s);
+    for (int i = 0; i < 3; ++i)
+        turn();
+    EXPECT_EQ(calls, (std::vector<std::string>{"told", "told last"}));
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(DelayedInvocation, OncePreviousRequestsCompleteIsDueAtOnceOnAnEmptyQueue)
+{
+    struct Target {
+        int calls = 0;
+        void call() { ++calls; }
+    };
+    const auto target = std::make_shared<Target>();
+    queue->schedulePerformSelectorOncePreviousPeformRequestsComplete(&Target::call, target);
+    EXPECT_EQ(queue->nextDelayedInvocationTimerFireDate(), Date::distantPast());
+    turn();
+    EXPECT_EQ(target->calls, 1);
+}
+
+TEST_F(DelayedInvocation, ExecutingMakesTheCallsThatWerePendingAndNoOthers)
+{
+    queue->schedulePerformInvocation(
+        [&] {
+            EXPECT_FALSE(queue->hasPendingPerformRequests()) << "old entries are out of sight";
+            calls.emplace_back("first");
+            queue->schedulePerformInvocation(note("new"), std::nullopt);
+        },
+        Date::afterNow(100));
+    queue->schedulePerformInvocation(note("second"), Date::afterNow(200));
+    queue->executePreviousPerformRequests();
+    EXPECT_EQ(calls, (std::vector<std::string>{"first", "second"}));
+    EXPECT_TRUE(queue->hasPendingPerformRequests());
+    queue->cancelPreviousPerformRequests();
+    EXPECT_FALSE(queue->hasPendingPerformRequests());
+    turn();
+    EXPECT_EQ(calls.size(), 2u);
+}
+
+TEST_F(DelayedInvocation, TheQueueMayEndInsideACall)
+{
+    queue->schedulePerformInvocation(
+        [&] {
+            queue->invalidate();
+            queue = ADMDelayedInvocationQueue::queue();
+            calls.emplace_back("ended");
+        },
+        std::nullopt);
+    queue->schedulePerformInvocation(note("dropped"), std::nullopt);
+    turn();
+    EXPECT_EQ(RunLoop::current()->runMode(kMode, Date::distantPast()), RunLoop::Result::finished);
+    EXPECT_EQ(calls, std::vector<std::string>{"ended"});
+}
+
+TEST_F(DelayedInvocation, AFiringWithNothingToDoWaitsForTheDistantFuture)
+{
+    const auto timer = queue->delayedInvocationTimer();
+    timer->setFireDate(Date::distantPast());
+    turn();
+    EXPECT_EQ(timer->fireDate(), Date::distantFuture());
+    EXPECT_TRUE(timer->isValid());
+}
+
+TEST(SortedInsert, OnlyADescendingResultStopsTheWalk)
+{
+    const Entry undated{{}, std::nullopt};
+    const Entry early{{}, Date(100)};
+    const Entry late{{}, Date(200)};
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(undated, undated, nullptr), 0);
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(undated, early, nullptr), -1);
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, undated, nullptr), 1);
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, early, nullptr), 0);
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, late, nullptr), -1);
+    EXPECT_EQ(DMSortDelayedInvocationsByDate(late, early, nullptr), 1);
+
+    std::vector<int> numbers = {10, 20, 20, 30};
+    int calls = 0;
+    const auto byNumber = [](int element, int added, void* context) {
+        ++*static_cast<int*>(context);
+        return element > added ? 1 : element == added ? 0 : -1;
+    };
+    com_ql_dmf_insertObject(numbers, 20, byNumber, &calls);
+    com_ql_dmf_insertObject(numbers, 99, byNumber, &calls);
+    EXPECT_EQ(numbers, (std::vector{10, 20, 20, 20, 30, 99}));
+    EXPECT_EQ(calls, 4 + 5);
+}
