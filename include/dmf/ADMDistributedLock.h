@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <dmf/platform/Date.h>
+#include <dmf/platform/Export.h>
+
+/// A named lock between processes whose holder is presumed dead after a time: the lock is then broken and goes to
+/// whoever comes next. The lock is the file "/tmp/NAME.dmf". Reentrant.
+class DMF_EXPORT ADMDistributedLock {
+    struct Passkey {
+        explicit Passkey() = default;
+    };
+
+public:
+    /// Empty, with a line in the log, for a name with a "/" or a zero byte in it and when the folder of the locks is
+    /// missing; empty, silently, for a missing name.
+    [[nodiscard]] static std::shared_ptr<ADMDistributedLock> initWithName(std::optional<std::string_view> name);
+    [[nodiscard]] static std::shared_ptr<ADMDistributedLock> lockWithName(std::optional<std::string_view> name)
+    {
+        return initWithName(name);
+    }
+
+    struct Platform;
+    ADMDistributedLock(Passkey, std::unique_ptr<Platform> platform);
+    /// Does not unlock: a lock outlives the object, as it would outlive the process.
+    ~ADMDistributedLock();
+    ADMDistributedLock(const ADMDistributedLock&) = delete;
+    ADMDistributedLock& operator=(const ADMDistributedLock&) = delete;
+
+    /// The age, in seconds, from which on somebody else's lock counts as left behind; 30 at first.
+    void setLockTimeout(double seconds) noexcept { timeout_ = seconds; }
+    /// The pause between two attempts, in seconds; 0.05 at first.
+    void setLockPollingTimeInterval(double seconds) noexcept { pollingTimeInterval_ = seconds; }
+
+    /// Takes the lock; false when it could not be had. Blocks for up to twice the time-out: a holder gets one full
+    /// time-out before its lock is broken, and the waiter another to win the race for the freed lock.
+    [[nodiscard]] bool lock();
+    /// Gives the lock back. True, also when this object does not hold it; false when the lock file could not be dealt
+    /// with. When the lock was broken meanwhile, it is left to its new holder and an error is logged: what was done
+    /// under it may have been disturbed.
+    bool unlock();
+
+private:
+    const std::unique_ptr<Platform> platform_;
+    std::optional<dmf::Date> lockDate_; // when this object took the lock; nothing while it does not hold it
+    double timeout_ = 30.0;
+    double pollingTimeInterval_ = 0.05;
+};

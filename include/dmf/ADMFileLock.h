@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <dmf/platform/Date.h>
+#include <dmf/platform/Export.h>
+
+/// A lock between processes: a file at a path that the processes agree on, there while somebody holds the lock. Any
+/// process may break it. Thread-safe; nothing here waits.
+class DMF_EXPORT ADMFileLock {
+    struct Passkey {
+        explicit Passkey() = default;
+    };
+
+public:
+    /// Empty for an empty path, a path where a folder is, and a path in a folder that does not exist.
+    [[nodiscard]] static std::shared_ptr<ADMFileLock> initWithPath(std::string_view path);
+    [[nodiscard]] static std::shared_ptr<ADMFileLock> lockWithPath(std::string_view path) { return initWithPath(path); }
+
+    ADMFileLock(Passkey, std::string path);
+    /// Unlocks.
+    ~ADMFileLock();
+    ADMFileLock(const ADMFileLock&) = delete;
+    ADMFileLock& operator=(const ADMFileLock&) = delete;
+
+    /// Takes the lock if nobody holds it: makes the file, readable and writable by all whatever the umask. True also
+    /// when this object holds it already. A link at the path counts as held by somebody, wherever it leads.
+    [[nodiscard]] bool tryLock();
+    /// Removes the file, if this object holds the lock; a file that somebody else put in its place stays.
+    void unlock();
+    /// Removes the file, whoever made it.
+    void breakLock();
+    /// When the file was made: its birth time where the file system tells it, else its last modification; nothing
+    /// when there is no file.
+    [[nodiscard]] std::optional<dmf::Date> lockDate() const;
+
+private:
+    const std::string path_;
+    mutable std::recursive_mutex lock_;
+    int file_ = -1; // guarded by lock_; -1 while not held
+};

@@ -1,0 +1,88 @@
+#include <dmf/ADMFileLock.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <system_error>
+
+#include "platform/LockFile.h"
+
+namespace {
+
+bool isFolder(const std::string& path)
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string folderOf(const std::string& path)
+{
+    const auto slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+} // namespace
+
+std::shared_ptr<ADMFileLock> ADMFileLock::initWithPath(std::string_view path)
+{
+    std::string kept(path);
+    if (kept.empty() || kept.find('\0') != std::string::npos || isFolder(kept) || !isFolder(folderOf(kept)))
+        return nullptr;
+    return std::make_shared<ADMFileLock>(Passkey(), std::move(kept));
+}
+
+ADMFileLock::ADMFileLock(Passkey, std::string path) : path_(std::move(path)) {}
+
+ADMFileLock::~ADMFileLock()
+{
+    unlock();
+}
+
+bool ADMFileLock::tryLock()
+{
+    std::lock_guard guard(lock_);
+    if (file_ >= 0)
+        return true;
+    try {
+        const auto made = dmf::internal::makeLockFile(path_);
+        if (!made)
+            return false;
+        file_ = made->descriptor;
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+void ADMFileLock::unlock()
+{
+    std::lock_guard guard(lock_);
+    if (file_ < 0)
+        return;
+    struct stat status {};
+    // A lock that was broken and taken by somebody else meanwhile is theirs.
+    try {
+        if (::fstat(file_, &status) == 0)
+            dmf::internal::giveBackLockFile(path_, {status.st_ino, status.st_mtim});
+    } catch (const std::system_error&) {
+        // The folder went or was closed to us; the lock is given up all the same.
+    }
+    ::close(file_);
+    file_ = -1;
+}
+
+void ADMFileLock::breakLock()
+{
+    std::lock_guard guard(lock_);
+    if (file_ >= 0)
+        unlock();
+    else
+        ::unlink(path_.c_str());
+}
+
+std::optional<dmf::Date> ADMFileLock::lockDate() const
+{
+    return dmf::internal::lockFileBirth(path_);
+}

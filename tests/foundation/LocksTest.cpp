@@ -1,0 +1,265 @@
+#include <dmf/ADMDistributedLock.h>
+#include <dmf/ADMFileLock.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <dmf/ADMLogger.h>
+
+#include "support/HostFixture.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A second process that runs `work` with the writing end of a pipe, and is killed at the end if it still lives.
+class Process {
+public:
+    explicit Process(const std::function<void(int report)>& work)
+    {
+        int ends[2];
+        EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::close(ends[0]);
+            work(ends[1]);
+            ::_exit(0);
+        }
+        ::close(ends[1]);
+        reports_ = ends[0];
+    }
+    ~Process()
+    {
+        kill();
+        ::close(reports_);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    void kill()
+    {
+        if (child_ <= 0)
+            return;
+        ::kill(child_, SIGKILL);
+        ::waitpid(child_, nullptr, 0);
+        child_ = 0;
+    }
+    /// The next byte that the process reports within the time; 0 for none.
+    char nextReport(std::chrono::milliseconds within) const
+    {
+        pollfd wanted{reports_, POLLIN, 0};
+        char byte = 0;
+        if (::poll(&wanted, 1, static_cast<int>(within.count())) == 1 && ::read(reports_, &byte, 1) == 1)
+            return byte;
+        return 0;
+    }
+
+private:
+    pid_t child_ = 0;
+    int reports_ = -1;
+};
+
+void report(int pipe, char what)
+{
+    EXPECT_EQ(::write(pipe, &what, 1), 1);
+}
+
+/// A process that takes the lock, says so, and sits on it.
+void takeAndStay(int pipe)
+{
+    const auto lock = ADMDistributedLock::initWithName("device");
+    report(pipe, lock && lock->lock() ? 'L' : 'F');
+    ::pause();
+}
+
+struct LocksTest : testing::Test {
+    LocksTest()
+    {
+        std::filesystem::create_directories(host.path("/tmp"));
+        logger->startLogging();
+    }
+    ~LocksTest() override { logger->endLogging(); }
+    std::string log() const { return host.readFile("/locks.log"); }
+
+    HostFixture host;
+    std::shared_ptr<ADMLogger> logger = ADMLogger::initWithLogLevel("debug", host.path("/locks.log").string());
+};
+
+using FileLock = LocksTest;
+using DistributedLock = LocksTest;
+
+} // namespace
+
+TEST_F(FileLock, OneHolderAtATimeWhateverTheUmask)
+{
+    const std::string path = host.path("/tmp/device.lock");
+    const auto first = ADMFileLock::initWithPath(path);
+    const auto second = ADMFileLock::initWithPath(path);
+    const auto umask = ::umask(0077);
+    EXPECT_TRUE(first->tryLock());
+    ::umask(umask);
+    EXPECT_TRUE(first->tryLock());
+    EXPECT_FALSE(second->tryLock());
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666u);
+    EXPECT_NEAR(first->lockDate()->secondsSince1970(), dmf::Date::now().secondsSince1970(), 5.0);
+    second->unlock(); // does not hold it
+    EXPECT_FALSE(second->tryLock());
+    first->unlock();
+    EXPECT_EQ(first->lockDate(), std::nullopt);
+    EXPECT_TRUE(second->tryLock());
+}
+
+TEST_F(FileLock, ABrokenLockIsFreeAndItsOldHolderLeavesTheNewOneAlone)
+{
+    const std::string path = host.path("/tmp/device.lock");
+    const auto holder = ADMFileLock::initWithPath(path);
+    const auto breaker = ADMFileLock::initWithPath(path);
+    ASSERT_TRUE(holder->tryLock());
+    breaker->breakLock();
+    ASSERT_TRUE(breaker->tryLock());
+    holder->unlock();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    breaker->breakLock();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(FileLock, PathsThatCannotHoldALockAreRefusedAndLinksAreNotFollowed)
+{
+    EXPECT_EQ(ADMFileLock::initWithPath(""), nullptr);
+    EXPECT_EQ(ADMFileLock::initWithPath(host.path("/tmp").string()), nullptr);
+    EXPECT_EQ(ADMFileLock::initWithPath(host.path("/missing/device.lock").string()), nullptr);
+
+    const auto target = host.path("/precious");
+    std::filesystem::create_symlink(target, host.path("/tmp/device.lock"));
+    const auto lock = ADMFileLock::initWithPath(host.path("/tmp/device.lock").string());
+    EXPECT_FALSE(lock->tryLock());
+    EXPECT_FALSE(std::filesystem::exists(target));
+}
+
+TEST_F(DistributedLock, AKilledHoldersLockIsBrokenOnceItsTimeIsOver)
+{
+    Process holder(takeAndStay);
+    ASSERT_EQ(holder.nextReport(10s), 'L');
+    holder.kill();
+
+    const auto lock = ADMDistributedLock::initWithName("device");
+    host.advance(29s); // the lock is still to be respected
+    lock->setLockPollingTimeInterval(0.001);
+    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+    host.advance(2s);
+    EXPECT_TRUE(lock->lock());
+    EXPECT_NE(log().find("-[ADMDistributedLock lock]: distributed lock is broken"), std::string::npos);
+    EXPECT_TRUE(lock->unlock());
+    EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+}
+
+TEST_F(DistributedLock, AFreshLockOfAnotherProcessIsWaitedForTwiceTheTimeOut)
+{
+    const auto lock = ADMDistributedLock::initWithName("device");
+    Process holder([](int pipe) {
+        const auto mine = ADMDistributedLock::initWithName("device");
+        // Taken anew again and again, the lock never grows old.
+        for (bool told = false; mine->lock(); told = true) {
+            if (!told)
+                report(pipe, 'L');
+            std::error_code ignored;
+            std::filesystem::last_write_time(dmf::internal::Host::current().path("/tmp/device.dmf"),
+                                             std::filesystem::file_time_type::clock::now() + 1h, ignored);
+            ::pause();
+        }
+    });
+    ASSERT_EQ(holder.nextReport(10s), 'L');
+    lock->setLockTimeout(0.1);
+    lock->setLockPollingTimeInterval(0.005);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(lock->lock());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
+    EXPECT_NE(log().find("-[ADMDistributedLock lock]: timeout. Lock hasn't been acquired"), std::string::npos);
+    EXPECT_TRUE(lock->unlock()); // holds nothing, does nothing
+}
+
+TEST_F(DistributedLock, AStaleLockHasExactlyOneWinnerAmongManyWaiters)
+{
+    for (int round = 0; round < 5; ++round) {
+        host.writeFile("/tmp/device.dmf", "");
+        std::filesystem::last_write_time(host.path("/tmp/device.dmf"),
+                                         std::filesystem::file_time_type::clock::now() - 1h);
+        const auto compete = [](int pipe) {
+            const auto lock = ADMDistributedLock::initWithName("device");
+            lock->setLockPollingTimeInterval(0.0005);
+            if (lock->lock())
+                report(pipe, 'W');
+            ::pause();
+        };
+        std::array<Process, 6> waiters{Process(compete), Process(compete), Process(compete),
+                                       Process(compete), Process(compete), Process(compete)};
+        // The winner's lock is good for 30 seconds: every further report within them is a second winner.
+        int winners = 0;
+        for (int i = 0; i < 200 && winners == 0; ++i)
+            for (const Process& waiter : waiters)
+                winners += waiter.nextReport(10ms) == 'W';
+        for (const Process& waiter : waiters)
+            winners += waiter.nextReport(20ms) == 'W';
+        EXPECT_EQ(winners, 1);
+    }
+}
+
+TEST_F(DistributedLock, AHolderThatOutlivedItsTimeIsToldAndLeavesTheNewHolderAlone)
+{
+    const auto slow = ADMDistributedLock::initWithName("device");
+    ASSERT_TRUE(slow->lock());
+    host.advance(31s);
+    Process next(takeAndStay);
+    ASSERT_EQ(next.nextReport(10s), 'L');
+    EXPECT_TRUE(slow->unlock());
+    EXPECT_NE(log().find("E  ["), std::string::npos);
+    EXPECT_NE(
+        log().find("the lock has already been broken by somebody else. Using of a shared resource could be unsafe"),
+        std::string::npos);
+    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+}
+
+TEST_F(DistributedLock, NamesStayInTheirFolderAndPlantedLinksAreNotFollowed)
+{
+    EXPECT_EQ(ADMDistributedLock::initWithName(std::nullopt), nullptr);
+    EXPECT_EQ(log(), "");
+    EXPECT_EQ(ADMDistributedLock::initWithName("../etc/passwd"), nullptr);
+    EXPECT_NE(log().find("[ADMDistributedLock initWithName]: cannot create file for distributed lock with path"),
+              std::string::npos);
+
+    const auto target = host.path("/precious");
+    host.writeFile("/precious", "kept");
+    std::filesystem::create_symlink(target, host.path("/tmp/device.dmf"));
+    const auto lock = ADMDistributedLock::initWithName("device");
+    lock->setLockTimeout(0.05);
+    lock->setLockPollingTimeInterval(0.005);
+    const bool taken = lock->lock(); // the link itself grows old and is removed like any lock left behind
+    EXPECT_EQ(host.readFile("/precious"), "kept");
+    if (taken) {
+        EXPECT_FALSE(std::filesystem::is_symlink(host.path("/tmp/device.dmf")));
+    }
+}
+
+TEST_F(DistributedLock, AFolderThatCannotHoldLocksIsToldOnce)
+{
+    const auto lock = ADMDistributedLock::initWithName("device");
+    std::filesystem::remove(host.path("/tmp"));
+    EXPECT_FALSE(lock->lock());
+    EXPECT_NE(log().find("-[ADMDistributedLock lock] : exception caught during operating on lock"), std::string::npos);
+}
