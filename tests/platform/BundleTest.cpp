@@ -1,0 +1,204 @@
+#include <dmf/platform/Bundle.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/HostFixture.h"
+#include "support/TestPlugIns.h"
+
+namespace fs = std::filesystem;
+using dmf::Bundle;
+using dmf::ClassRegistry;
+using dmf::Dictionary;
+using testing::HasSubstr;
+
+namespace {
+
+void write(const fs::path& file, std::string_view content)
+{
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+} // namespace
+
+TEST(Bundle, IsDescribedWithoutRunningItsCode)
+{
+    HostFixture host;
+    const fs::path path = testplugins::make(host.path("/One.bundle"), "Refused", {{"Extra", "one"}});
+    const auto bundle = Bundle::bundleAtPath(path.string());
+    ASSERT_NE(bundle, nullptr);
+    EXPECT_EQ(bundle->infoDictionary()["Extra"], "one");
+    EXPECT_FALSE(bundle->isLoaded());
+    EXPECT_EQ(ClassRegistry::shared().classNamed("RefusedProvider"), nullptr);
+    EXPECT_EQ(bundle->builtInPlugInsPath(), (path / "PlugIns").string());
+    EXPECT_EQ(Bundle::bundleAtPath(path.string() + "/"), bundle); // one object per folder
+    EXPECT_EQ(Bundle::bundleAtPath((path / "../One.bundle").string()), bundle);
+
+    testplugins::writeInfo(path, testplugins::info({{"Extra", "another"}}));
+    EXPECT_EQ(Bundle::bundleAtPath(path.string()), bundle);
+    EXPECT_EQ(bundle->infoDictionary()["Extra"], "another");
+}
+
+TEST(Bundle, FoldersThatAreNoBundlesAreRefusedWithAReason)
+{
+    HostFixture host;
+    const auto folder = [&](const char* name) {
+        fs::create_directories(host.path(name));
+        return host.path(name);
+    };
+    folder("/folder");
+    folder("/bare.bundle");
+    write(host.path("/file.bundle"), "");
+    fs::create_symlink("/nowhere", host.path("/dangling.bundle"));
+    write(folder("/malformed.bundle") / "Info.plist", "<plist><dict><key>a</key></dict></plist>");
+    write(folder("/list.bundle") / "Info.plist", "<plist version=\"1.0\"><array/></plist>");
+    write(folder("/large.bundle") / "Info.plist", std::string(2'000'000, ' '));
+    testplugins::writeInfo(folder("/real.bundle"), {});
+    fs::create_symlink(host.path("/real.bundle/Info.plist"), folder("/link.bundle") / "Info.plist");
+    ASSERT_EQ(::mkfifo((folder("/pipe.bundle") / "Info.plist").c_str(), 0600), 0);
+
+    const std::pair<const char*, const char*> cases[] = {
+        {"/missing.bundle", "No such file"},     {"/folder", ".bundle"},         {"/file.bundle", "not a folder"},
+        {"/dangling.bundle", "link to nothing"}, {"/bare.bundle", "Info.plist"}, {"/malformed.bundle", "malformed"},
+        {"/list.bundle", "no dictionary"},       {"/large.bundle", "too large"}, {"/link.bundle", "is a link"},
+        {"/pipe.bundle", "regular file"},
+    };
+    for (const auto& [name, reason] : cases) {
+        std::string refusal;
+        EXPECT_EQ(Bundle::bundleAtPath(host.path(name).string(), &refusal), nullptr) << name;
+        EXPECT_THAT(refusal, HasSubstr(reason)) << name;
+        EXPECT_EQ(Bundle::bundleAtPath(host.path(name).string()), nullptr);
+    }
+    EXPECT_EQ(Bundle::bundleAtPath(std::string_view("/a\0.bundle", 10)), nullptr);
+}
+
+TEST(Bundle, NothingRunsOfABundleThatIsNotTrustedOrDoesNotFit)
+{
+    HostFixture host;
+    const fs::path path = host.path("/Refused.bundle");
+    const fs::path object = path / "Object.so";
+    const auto restate = [&](const Dictionary& more) { testplugins::writeInfo(path, testplugins::info(more)); };
+    const struct {
+        const char* reason;
+        std::function<void()> spoil;
+    } cases[] = {
+        {"by everybody", [&] { ::chmod(path.c_str(), 0777); }},
+        {"by everybody", [&] { ::chmod((path / "Info.plist").c_str(), 0666); }},
+        {"by everybody", [&] { ::chmod(object.c_str(), 0757); }},
+        {"interface number 2",
+         [&] {
+             restate({{std::string(dmf::kPlugInInterfaceNumberKey), 2}});
+         }},
+        {"interface number 1,",
+         [&] {
+             restate({{std::string(dmf::kPlugInInterfaceNumberKey), "1"}});
+         }},
+        {"no plug-in interface number",
+         [&] {
+             testplugins::writeInfo(path, {{std::string(dmf::kBundleExecutableKey), "Object.so"}});
+         }},
+        {"names no object",
+         [&] {
+             restate({{std::string(dmf::kBundleExecutableKey), 5}});
+         }},
+        {"cannot be found",
+         [&] {
+             restate({{std::string(dmf::kBundleExecutableKey), "Missing.so"}});
+         }},
+        {"outside its folder",
+         [&] {
+             restate({{std::string(dmf::kBundleExecutableKey), "../outside.so"}});
+         }},
+        {"outside its folder",
+         [&] {
+             fs::remove(object);
+             fs::create_symlink(host.path("/outside.so"), object);
+         }},
+        {"cannot be found",
+         [&] {
+             fs::remove(object);
+             fs::create_symlink("nothing", object);
+         }},
+        {"by everybody",
+         [&] {
+             fs::create_directory(path / "deep");
+             fs::rename(object, path / "deep/Object.so");
+             fs::permissions(path / "deep", fs::perms::all);
+             fs::create_symlink("deep/Object.so", object);
+         }},
+        {"Object.so: ", [&] { write(object, "no object at all"); }}, // the loader's own words
+    };
+    for (const auto& [reason, spoil] : cases) {
+        testplugins::make(path, "Refused");
+        fs::copy_file(object, host.path("/outside.so"), fs::copy_options::overwrite_existing);
+        const auto bundle = Bundle::bundleAtPath(path.string());
+        ASSERT_NE(bundle, nullptr);
+        spoil();
+        std::string refusal;
+        EXPECT_FALSE(bundle->load(&refusal)) << reason;
+        EXPECT_THAT(refusal, HasSubstr(reason));
+        EXPECT_FALSE(bundle->isLoaded());
+        EXPECT_EQ(ClassRegistry::shared().classNamed("RefusedProvider"), nullptr) << reason;
+        fs::remove_all(path);
+    }
+}
+
+TEST(Bundle, WhatAnotherUserOrGroupCanChangeIsNotTrusted)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "giving files away takes root";
+    HostFixture host;
+    const fs::path path = testplugins::make(host.path("/Given.bundle"), "Refused");
+    const auto bundle = Bundle::bundleAtPath(path.string());
+    std::string refusal;
+
+    ASSERT_EQ(::chown((path / "Object.so").c_str(), 12345, 0), 0);
+    EXPECT_FALSE(bundle->load(&refusal));
+    EXPECT_THAT(refusal, HasSubstr("another user (12345)"));
+
+    ASSERT_EQ(::chown((path / "Object.so").c_str(), 0, 12345), 0);
+    ASSERT_EQ(::chmod((path / "Object.so").c_str(), 0775), 0);
+    EXPECT_FALSE(bundle->load(&refusal));
+    EXPECT_THAT(refusal, HasSubstr("another group (12345)"));
+    EXPECT_EQ(ClassRegistry::shared().classNamed("RefusedProvider"), nullptr);
+}
+
+TEST(Bundle, LoadsOnceItIsMendedAndKnowsItsClasses)
+{
+    HostFixture host;
+    const fs::path path = testplugins::make(host.path("/Alpha.bundle"), "Alpha");
+    const auto bundle = Bundle::bundleAtPath(path.string());
+    fs::permissions(path, fs::perms::all);
+    EXPECT_FALSE(bundle->load());
+    fs::permissions(path, fs::perms::owner_all | fs::perms::group_all); // the user's own group may
+    std::string refusal;
+    ASSERT_TRUE(bundle->load(&refusal)) << refusal;
+    EXPECT_TRUE(bundle->load());
+    EXPECT_TRUE(bundle->isLoaded());
+
+    const auto provider = ClassRegistry::shared().classNamed("AlphaProvider");
+    ASSERT_NE(provider, nullptr);
+    EXPECT_EQ(Bundle::bundleForAddress(provider->anchor()), bundle);
+    EXPECT_EQ(ClassRegistry::shared().classesInModuleOf(provider->anchor()).size(), 3u);
+}
+
+TEST(Bundle, TheLibrarysOwnLiesBesideItsFile)
+{
+    const auto bundle = Bundle::libraryBundle();
+    EXPECT_EQ(fs::canonical(bundle->path()), fs::canonical(DMF_BUILD_FOLDER "/lib"));
+    EXPECT_EQ(bundle->resourcePath(), bundle->path() + "/dmf/Resources");
+    EXPECT_TRUE(bundle->infoDictionary().empty());
+    EXPECT_TRUE(bundle->isLoaded());
+    static const int inThisProgram = 0;
+    EXPECT_EQ(Bundle::bundleForAddress(&inThisProgram), bundle);
+    EXPECT_EQ(Bundle::bundleForAddress(nullptr), bundle);
+
+    HostFixture host;
+    host.host().libraryFolder = "/elsewhere";
+    EXPECT_EQ(Bundle::libraryBundle()->builtInPlugInsPath(), "/elsewhere/dmf/PlugIns");
+}
