@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <dmf/platform/Export.h>
@@ -37,13 +39,16 @@ public:
     /// Whether the class implements the interface, itself or through one that extends it.
     [[nodiscard]] bool conformsTo(const Protocol& protocol) const noexcept;
 
-    /// Makes an object of the class through `Interface`; empty when the class does not state the interface or its
-    /// factory refuses.
+    /// Makes an object of the class through `Interface`: what the interface's factory gives, a shared pointer; empty
+    /// when the class does not state the interface or its factory refuses.
     template <class Interface, class... Arguments>
-    [[nodiscard]] std::shared_ptr<Interface> make(Arguments&&... arguments) const
+    [[nodiscard]] auto make(Arguments&&... arguments) const
+        -> std::invoke_result_t<const std::function<typename Interface::Factory>&, Arguments...>
     {
         const auto* factory = std::any_cast<std::function<typename Interface::Factory>>(find(Interface::protocol()));
-        return factory && *factory ? (*factory)(std::forward<Arguments>(arguments)...) : nullptr;
+        if (!factory || !*factory)
+            return nullptr;
+        return (*factory)(std::forward<Arguments>(arguments)...);
     }
 
 private:
