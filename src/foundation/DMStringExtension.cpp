@@ -44,8 +44,7 @@ int valueOf(char32_t character, const std::array<std::int8_t, 128>& values)
 
 bool isWhiteSpace(char32_t character)
 {
-    static const auto* const set = new dmf::CharacterSet(dmf::CharacterSet::whitespaceAndNewlines());
-    return set->contains(character);
+    return dmf::CharacterSet::whitespaceAndNewlines().contains(character);
 }
 
 constexpr char32_t kEnd = 0xFFFFFFFF; // no character of any text

@@ -12,6 +12,8 @@ namespace {
 
 /// Widths and precisions end here, so that a wrong argument cannot ask for gigabytes.
 constexpr std::size_t kLongestField = 4096;
+/// Room for any integer in any base used here, and for the shortest form of any real.
+constexpr std::size_t kLongestNumber = 32;
 
 std::size_t characterCount(std::string_view text) noexcept
 {
@@ -32,19 +34,6 @@ void makeUpper(std::string& ascii) noexcept
     for (char& c : ascii)
         if (c >= 'a' && c <= 'z')
             c = static_cast<char>(c - 32);
-}
-
-template <class T, class... How>
-std::string digits(T value, How... how)
-{
-    char text[80];
-    const auto result = std::to_chars(text, text + sizeof text, value, how...);
-    return std::string(text, result.ptr);
-}
-
-std::string pointerText(const void* pointer)
-{
-    return "0x" + digits(reinterpret_cast<std::uintptr_t>(pointer), 16);
 }
 
 } // namespace
@@ -77,10 +66,11 @@ private:
     void put(const Placeholder& how);
     bool putInteger(const Placeholder& how, const FormatArgument& argument);
     bool putReal(const Placeholder& how, const FormatArgument& argument);
-    bool putCharacter(const Placeholder& how, const FormatArgument& argument);
-    void putText(const Placeholder& how, const FormatArgument& argument);
-    void putNumber(const Placeholder& how, std::string_view prefix, std::string_view digits, bool mayPadWithZeros);
-    void putPadded(const Placeholder& how, std::string_view text);
+    bool putCharacter(const FormatArgument& argument);
+    void putText(const FormatArgument& argument);
+    void putNumber(const Placeholder& how, std::string_view prefix, std::string_view number, bool mayPadWithZeros);
+    template <class T, class... How>
+    void putDigits(T value, How... how);
 
     std::string_view rest_;
     std::span<const FormatArgument> arguments_;
@@ -96,6 +86,12 @@ std::string Formatter::run()
         if (percent == std::string_view::npos)
             break;
         rest_.remove_prefix(percent);
+        // Nearly all placeholders are these, without flags or widths, and show their argument as plain text.
+        if (rest_.size() > 1 && (rest_[1] == '@' || rest_[1] == 'd' || rest_[1] == 's' || rest_[1] == 'i')) {
+            rest_.remove_prefix(2);
+            putText(nextArgument());
+            continue;
+        }
         const std::string_view start = rest_;
         Placeholder placeholder;
         if (takePlaceholder(placeholder))
@@ -202,27 +198,36 @@ void Formatter::put(const Placeholder& how)
         return;
     }
     const FormatArgument& argument = nextArgument();
+    const std::size_t start = result_.size();
     bool done = false;
     switch (how.conversion) {
+    case '@':
+    case 's': break;
     case 'd':
     case 'i':
     case 'u':
     case 'x':
     case 'X':
     case 'o': done = putInteger(how, argument); break;
-    case 'c': done = putCharacter(how, argument); break;
+    case 'c': done = putCharacter(argument); break;
     case 'p':
-        if (argument.kind_ == Kind::pointer) {
-            putPadded(how, pointerText(argument.pointer_));
-            done = true;
-        }
+        // A null pointer has an address here, where as text it is a missing object.
+        done = argument.kind_ == Kind::pointer && !argument.pointer_;
+        result_ += done ? "0x0" : "";
         break;
-    case '@':
-    case 's': break;
     default: done = putReal(how, argument); break;
     }
     if (!done)
-        putText(how, argument);
+        putText(argument);
+
+    // A precision means digits where the placeholder asks for a number.
+    if (how.precision && (how.conversion == '@' || how.conversion == 's'))
+        result_.resize(start + firstCharacters(std::string_view(result_).substr(start), *how.precision).size());
+    if (how.width == 0)
+        return;
+    const std::size_t length = characterCount(std::string_view(result_).substr(start));
+    if (how.width > length)
+        result_.insert(how.left ? result_.size() : start, how.width - length, ' ');
 }
 
 bool Formatter::putInteger(const Placeholder& how, const FormatArgument& argument)
@@ -234,7 +239,7 @@ bool Formatter::putInteger(const Placeholder& how, const FormatArgument& argumen
     const bool negative = argument.kind_ == Kind::signedInteger && argument.signed_ < 0;
 
     const bool isSigned = how.conversion == 'd' || how.conversion == 'i';
-    std::string prefix;
+    std::string_view prefix;
     if (isSigned) {
         if (negative)
             magnitude = 0 - magnitude;
@@ -244,7 +249,12 @@ bool Formatter::putInteger(const Placeholder& how, const FormatArgument& argumen
         magnitude = static_cast<std::uint32_t>(magnitude);
     }
     const bool isHex = how.conversion == 'x' || how.conversion == 'X';
-    std::string text = digits(magnitude, isHex ? 16 : how.conversion == 'o' ? 8 : 10);
+    char digits[kLongestNumber];
+    const auto end = std::to_chars(digits, digits + sizeof digits, magnitude,
+                                   isHex                   ? 16
+                                   : how.conversion == 'o' ? 8
+                                                           : 10);
+    std::string text(digits, end.ptr);
     if (how.alternate && magnitude != 0)
         prefix = how.conversion == 'x' ? "0x" : how.conversion == 'X' ? "0X" : how.conversion == 'o' ? "0" : prefix;
     if (how.conversion == 'X')
@@ -279,58 +289,47 @@ bool Formatter::putReal(const Placeholder& how, const FormatArgument& argument)
     return true;
 }
 
-bool Formatter::putCharacter(const Placeholder& how, const FormatArgument& argument)
+bool Formatter::putCharacter(const FormatArgument& argument)
 {
     const auto code = integerBits(argument);
     if (!code)
         return false;
     const bool isCharacter = *code <= 0x10FFFF && (*code < 0xD800 || *code > 0xDFFF);
-    std::string text;
-    appendCharacter(text, isCharacter ? static_cast<char32_t>(*code) : U'\uFFFD');
-    putPadded(how, text);
+    appendCharacter(result_, isCharacter ? static_cast<char32_t>(*code) : U'\uFFFD');
     return true;
 }
 
-void Formatter::putText(const Placeholder& how, const FormatArgument& argument)
+void Formatter::putText(const FormatArgument& argument)
 {
-    std::string made;
-    std::string_view text = "(null)";
     switch (argument.kind_) {
-    case Kind::missing: break;
-    case Kind::text: text = argument.text_; break;
-    case Kind::signedInteger: text = made = digits(argument.signed_); break;
-    case Kind::unsignedInteger: text = made = digits(argument.unsigned_); break;
-    case Kind::real: text = made = digits(argument.real_); break;
+    case Kind::missing: result_ += "(null)"; break;
+    case Kind::text: result_ += argument.text_; break;
+    case Kind::signedInteger: putDigits(argument.signed_); break;
+    case Kind::unsignedInteger: putDigits(argument.unsigned_); break;
+    case Kind::real: putDigits(argument.real_); break;
     case Kind::pointer:
+        result_ += argument.pointer_ ? "0x" : "(null)";
         if (argument.pointer_)
-            text = made = pointerText(argument.pointer_);
+            putDigits(reinterpret_cast<std::uintptr_t>(argument.pointer_), 16);
         break;
-    case Kind::described: text = made = argument.described_.describe(argument.described_.object); break;
+    case Kind::described: result_ += argument.described_.describe(argument.described_.object); break;
     }
-    // A precision means digits where the placeholder asks for a number.
-    const bool isTextual = how.conversion == '@' || how.conversion == 's';
-    putPadded(how, how.precision && isTextual ? firstCharacters(text, *how.precision) : text);
 }
 
 void Formatter::putNumber(const Placeholder& how, std::string_view prefix, std::string_view number,
                           bool mayPadWithZeros)
 {
-    std::string text(prefix);
+    result_ += prefix;
     if (how.zero && !how.left && mayPadWithZeros && prefix.size() + number.size() < how.width)
-        text.append(how.width - prefix.size() - number.size(), '0');
-    text += number;
-    putPadded(how, text);
+        result_.append(how.width - prefix.size() - number.size(), '0');
+    result_ += number;
 }
 
-void Formatter::putPadded(const Placeholder& how, std::string_view text)
+template <class T, class... How>
+void Formatter::putDigits(T value, How... how)
 {
-    const std::size_t length = how.width > 0 ? characterCount(text) : 0;
-    const std::size_t padding = how.width > length ? how.width - length : 0;
-    if (!how.left)
-        result_.append(padding, ' ');
-    result_ += text;
-    if (how.left)
-        result_.append(padding, ' ');
+    char digits[kLongestNumber];
+    result_.append(digits, std::to_chars(digits, digits + sizeof digits, value, how...).ptr);
 }
 
 } // namespace internal

@@ -9,8 +9,7 @@ namespace {
 
 bool isBlankBeyondAscii(char32_t character)
 {
-    static const auto* const blanks = new CharacterSet(CharacterSet::whitespaceAndNewlines());
-    return blanks->contains(character);
+    return CharacterSet::whitespaceAndNewlines().contains(character);
 }
 
 } // namespace

@@ -108,14 +108,15 @@ std::string mapped(std::string_view text)
 
 std::optional<TextRange> findAsciiIgnoringCase(std::string_view text, std::string_view searched, std::size_t from)
 {
-    const auto found =
-        std::search(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), searched.begin(), searched.end(),
-                    [](char left, char right) {
-                        return toLower(static_cast<std::uint8_t>(left)) == toLower(static_cast<std::uint8_t>(right));
-                    });
-    if (found == text.end())
-        return {};
-    return TextRange{static_cast<std::size_t>(found - text.begin()), searched.size()};
+    const auto isSame = [](char left, char right) {
+        return toLower(static_cast<std::uint8_t>(left)) == toLower(static_cast<std::uint8_t>(right));
+    };
+    for (; from + searched.size() <= text.size(); ++from)
+        if (isSame(text[from], searched.front()) &&
+            std::equal(searched.begin() + 1, searched.end(), text.begin() + static_cast<std::ptrdiff_t>(from) + 1,
+                       isSame))
+            return TextRange{from, searched.size()};
+    return {};
 }
 
 /// How many bytes at the front of `text` equal the folded characters; 0 when they do not.
@@ -261,31 +262,31 @@ CharacterSet::CharacterSet(Test contains)
     beyondAscii_ = std::make_shared<const Test>(std::move(contains));
 }
 
-CharacterSet CharacterSet::whitespace()
+const CharacterSet& CharacterSet::whitespace()
 {
     static const auto* const set = new CharacterSet(isBlank);
     return *set;
 }
 
-CharacterSet CharacterSet::whitespaceAndNewlines()
+const CharacterSet& CharacterSet::whitespaceAndNewlines()
 {
     static const auto* const set = new CharacterSet([](char32_t c) { return isBlank(c) || isLineEnd(c); });
     return *set;
 }
 
-CharacterSet CharacterSet::letters()
+const CharacterSet& CharacterSet::letters()
 {
     static const auto* const set = new CharacterSet(isLetter);
     return *set;
 }
 
-CharacterSet CharacterSet::decimalDigits()
+const CharacterSet& CharacterSet::decimalDigits()
 {
     static const auto* const set = new CharacterSet([](char32_t c) { return hasType(c, {G_UNICODE_DECIMAL_NUMBER}); });
     return *set;
 }
 
-CharacterSet CharacterSet::alphanumerics()
+const CharacterSet& CharacterSet::alphanumerics()
 {
     static const auto* const set = new CharacterSet([](char32_t c) { return isLetter(c) || isNumeral(c); });
     return *set;
@@ -316,9 +317,17 @@ CharacterSet CharacterSet::unitedWith(const CharacterSet& other) const
 
 bool CharacterSet::containsAnyOf(std::string_view utf8) const
 {
-    while (!utf8.empty())
-        if (contains(takeCharacter(utf8)))
+    while (!utf8.empty()) {
+        const auto byte = static_cast<std::uint8_t>(utf8.front());
+        if (byte >= 128) {
+            if (contains(takeCharacter(utf8)))
+                return true;
+            continue;
+        }
+        if (contains(byte))
             return true;
+        utf8.remove_prefix(1);
+    }
     return false;
 }
 

@@ -35,11 +35,11 @@ struct TextRange {
 /// belongs to no set but the inverse of one.
 class DMF_EXPORT CharacterSet {
 public:
-    [[nodiscard]] static CharacterSet whitespace();            ///< Unicode Zs and the tab
-    [[nodiscard]] static CharacterSet whitespaceAndNewlines(); ///< the same and line ends
-    [[nodiscard]] static CharacterSet letters();               ///< Unicode L* and M*
-    [[nodiscard]] static CharacterSet decimalDigits();         ///< Unicode Nd
-    [[nodiscard]] static CharacterSet alphanumerics();         ///< Unicode L*, M* and N*
+    [[nodiscard]] static const CharacterSet& whitespace();            ///< Unicode Zs and the tab
+    [[nodiscard]] static const CharacterSet& whitespaceAndNewlines(); ///< the same and line ends
+    [[nodiscard]] static const CharacterSet& letters();               ///< Unicode L* and M*
+    [[nodiscard]] static const CharacterSet& decimalDigits();         ///< Unicode Nd
+    [[nodiscard]] static const CharacterSet& alphanumerics();         ///< Unicode L*, M* and N*
     [[nodiscard]] static CharacterSet ofCharacters(std::string_view utf8);
     [[nodiscard]] CharacterSet inverted() const;
     [[nodiscard]] CharacterSet unitedWith(const CharacterSet& other) const;
