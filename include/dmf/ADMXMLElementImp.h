@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -82,23 +83,31 @@ public:
     [[nodiscard]] std::uint32_t count() const override;
 
 protected:
-    [[nodiscard]] const ADMXMLElementImp* asElement() const noexcept override;
+    [[nodiscard]] ADMXMLElementImp* asElement() noexcept override;
 
 private:
     using Pointer = std::shared_ptr<ADMXMLElementImp>;
     [[nodiscard]] Pointer firstNamed(std::string_view name) const;
     [[nodiscard]] Pointer firstNamed(std::string_view name, const dmf::Dictionary& attributes) const;
     [[nodiscard]] Pointer firstNamed(std::string_view name, std::string_view value, std::string_view attribute) const;
+    template <class Accept>
+    [[nodiscard]] Pointer first(std::string_view name, Accept accept) const;
+    [[nodiscard]] std::vector<Pointer> allNamed(std::string_view name) const;
+    struct Step;
+    struct Mirror;
+    [[nodiscard]] static std::optional<std::vector<Step>> plainSteps(std::string_view path);
+    [[nodiscard]] std::vector<Pointer> selectedByWalking(std::span<const Step> steps) const;
+    [[nodiscard]] std::vector<Pointer> selectedByMirror(std::string_view expression) const;
     [[nodiscard]] std::vector<Pointer> selectedBy(std::string_view expression) const;
     [[nodiscard]] Pointer cached(std::string_view identifier) const;
     [[nodiscard]] const std::string& identifier() const;
     [[nodiscard]] dmf::Value computedValue() const;
-    [[nodiscard]] std::optional<std::string> leafText() const;
-    void noteElements(const ADMXMLNodeImp& node);
+    void enterIntoCache(ADMXMLElementImp& child);
+    void leaveCache(const ADMXMLElementImp& child);
 
     dmf::Dictionary attributes_;
     mutable std::optional<std::string> identifier_; // made on demand, guarded by the lazy-fill lock of this address
     /// By identifier; the keys lie in the children, which keep theirs for life.
-    std::unordered_map<std::string_view, const ADMXMLElementImp*> elementCache_;
+    std::unordered_map<std::string_view, ADMXMLElementImp*> elementCache_;
     std::uint32_t elementsCount_ = 0;
 };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <dmf/ADMXMLNode.h>
@@ -44,7 +45,10 @@ protected:
     using Children = std::vector<std::shared_ptr<ADMXMLNodeImp>>;
 
     /// This node as an element; null for every other node.
-    [[nodiscard]] virtual const ADMXMLElementImp* asElement() const noexcept;
+    [[nodiscard]] virtual ADMXMLElementImp* asElement() noexcept;
+    /// `node` as what this library makes; throws std::invalid_argument for an object of another class.
+    [[nodiscard]] static std::shared_ptr<ADMXMLNodeImp> ownKind(const std::shared_ptr<ADMXMLNode>& node);
+    [[nodiscard]] bool hasName(std::string_view name) const noexcept { return name_ && *name_ == name; }
     /// Keeps `computed` as the user info unless there is one by now, and hands back what is kept.
     [[nodiscard]] dmf::Value keepValue(dmf::Value computed) const;
 

@@ -1,0 +1,307 @@
+#include <dmf/ADMXMLElementImp.h>
+
+#include <dmf/DMDictionaryExtension.h>
+#include <dmf/platform/Format.h>
+#include <dmf/platform/Unicode.h>
+
+#include "modelinfo/LazyFill.h"
+#include "modelinfo/TypeName.h"
+#include "platform/XmlText.h"
+
+#include <algorithm>
+#include <utility>
+
+using dmf::Dictionary;
+
+namespace {
+
+std::string_view textOf(const dmf::Value& value)
+{
+    const auto* text = value.asString();
+    return text ? std::string_view(*text) : std::string_view();
+}
+
+} // namespace
+
+ADMXMLElementImp::ADMXMLElementImp(std::optional<std::string> name) : ADMXMLNodeImp(std::move(name)) {}
+
+ADMXMLElementImp::~ADMXMLElementImp() = default;
+
+ADMXMLElementImp* ADMXMLElementImp::asElement() noexcept
+{
+    return this;
+}
+
+// Identifiers.
+
+std::string ADMXMLElementImp::identifierNamed(std::string_view name, const Dictionary& attributes)
+{
+    std::string identifier(name);
+    const auto append = [&](const Dictionary::Entry& attribute) {
+        identifier.append(attribute.key).append(textOf(attribute.value));
+    };
+    if (attributes.size() < 2) {
+        std::ranges::for_each(attributes, append);
+        return identifier;
+    }
+    std::vector<std::pair<std::string, const Dictionary::Entry*>> sorted;
+    for (const auto& attribute : attributes)
+        sorted.emplace_back(dmf::lowercased(attribute.key), &attribute);
+    std::ranges::stable_sort(sorted, {}, [](const auto& pair) -> const std::string& { return pair.first; });
+    for (const auto& [folded, attribute] : sorted)
+        append(*attribute);
+    return identifier;
+}
+
+std::string ADMXMLElementImp::identifierNamed(std::string_view name, std::string_view attributeValue,
+                                              std::string_view attribute)
+{
+    std::string identifier(name);
+    return identifier.append(attribute).append(attributeValue);
+}
+
+const std::string& ADMXMLElementImp::identifier() const
+{
+    std::lock_guard guard(dmf::internal::lazyFillLock(this));
+    if (!identifier_)
+        identifier_ = identifierNamed(name_ ? std::string_view(*name_) : std::string_view(), attributes_);
+    return *identifier_; // never changes again
+}
+
+std::string ADMXMLElementImp::elementIdentifier() const
+{
+    return identifier();
+}
+
+// Building.
+
+void ADMXMLElementImp::enterIntoCache(ADMXMLElementImp& child)
+{
+    const auto [entry, added] = elementCache_.try_emplace(child.identifier(), &child);
+    if (added)
+        return;
+    // The key must lie in the element that the entry is for, since the other one may be removed.
+    elementCache_.erase(entry);
+    elementCache_.emplace(child.identifier(), &child);
+}
+
+void ADMXMLElementImp::leaveCache(const ADMXMLElementImp& child)
+{
+    const auto entry = elementCache_.find(child.identifier());
+    if (entry != elementCache_.end() && entry->second == &child)
+        elementCache_.erase(entry);
+}
+
+void ADMXMLElementImp::addElement(std::shared_ptr<ADMXMLNode> node)
+{
+    auto own = ownKind(node);
+    if (!own)
+        return;
+    if (auto* element = own->asElement()) {
+        ++elementsCount_;
+        enterIntoCache(*element);
+    } else if (own->kind() == ADMXMLNodeKind::text) {
+        content_ = own->content();
+    }
+    children_.push_back(std::move(own));
+}
+
+void ADMXMLElementImp::addChild(std::shared_ptr<ADMXMLNode> child)
+{
+    addElement(std::move(child));
+}
+
+void ADMXMLElementImp::removeAllElements()
+{
+    elementCache_.clear();
+    elementsCount_ = 0;
+    std::erase_if(children_, [](const auto& child) { return child->asElement() != nullptr; });
+}
+
+void ADMXMLElementImp::removeChildAtIndex(std::size_t index)
+{
+    if (index >= children_.size())
+        return;
+    const auto removed = children_[index];
+    ADMXMLNodeImp::removeChildAtIndex(index);
+    auto* element = removed->asElement();
+    if (!element)
+        return;
+    --elementsCount_;
+    leaveCache(*element);
+    // The last of those that look the same is the one that is found.
+    for (auto child = children_.rbegin(); child != children_.rend(); ++child) {
+        auto* other = (*child)->asElement();
+        if (other && other->identifier() == element->identifier())
+            return enterIntoCache(*other);
+    }
+}
+
+void ADMXMLElementImp::removeChildren()
+{
+    elementCache_.clear();
+    elementsCount_ = 0;
+    ADMXMLNodeImp::removeChildren();
+}
+
+Dictionary ADMXMLElementImp::attributes() const
+{
+    return attributes_;
+}
+
+void ADMXMLElementImp::setAttributes(Dictionary attributes)
+{
+    attributes_ = std::move(attributes);
+}
+
+Dictionary ADMXMLElementImp::namespaces() const
+{
+    constexpr std::string_view declaration = "xmlns";
+    Dictionary result;
+    for (const auto& [name, value] : attributes_) {
+        if (name == declaration)
+            result.set("", value);
+        else if (name.starts_with(declaration) && name[declaration.size()] == ':')
+            result.set(std::string_view(name).substr(declaration.size() + 1), value);
+    }
+    return result;
+}
+
+// Looking up.
+
+ADMXMLElementImp::Pointer ADMXMLElementImp::cached(std::string_view identifier) const
+{
+    const auto entry = elementCache_.find(identifier);
+    return entry == elementCache_.end() ? nullptr
+                                        : std::static_pointer_cast<ADMXMLElementImp>(entry->second->shared_from_this());
+}
+
+template <class Accept>
+ADMXMLElementImp::Pointer ADMXMLElementImp::first(std::string_view name, Accept accept) const
+{
+    for (const auto& child : children_) {
+        const auto* element = child->asElement();
+        if (element && element->hasName(name) && accept(element->attributes_))
+            return std::static_pointer_cast<ADMXMLElementImp>(child);
+    }
+    return nullptr;
+}
+
+ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name) const
+{
+    return first(name, [](const Dictionary&) { return true; });
+}
+
+ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name, const Dictionary& attributes) const
+{
+    auto exact = cached(identifierNamed(name, attributes));
+    return exact ? exact : first(name, [&](const Dictionary& all) {
+        return com_ql_dmf_containsObjectsFromDictionary(all, attributes);
+    });
+}
+
+ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name, std::string_view value,
+                                                       std::string_view attribute) const
+{
+    auto exact = cached(identifierNamed(name, value, attribute));
+    return exact ? exact : first(name, [&](const Dictionary& all) {
+        const auto* text = all[attribute].asString();
+        return text && *text == value;
+    });
+}
+
+std::vector<ADMXMLElementImp::Pointer> ADMXMLElementImp::allNamed(std::string_view name) const
+{
+    std::vector<Pointer> result;
+    for (const auto& child : children_) {
+        if (child->hasName(name) && child->asElement())
+            result.push_back(std::static_pointer_cast<ADMXMLElementImp>(child));
+    }
+    return result;
+}
+
+std::shared_ptr<ADMXMLElement> ADMXMLElementImp::elementNamed(std::string_view name) const
+{
+    return firstNamed(name);
+}
+
+std::shared_ptr<ADMXMLElement> ADMXMLElementImp::elementNamed(std::string_view name, const Dictionary& attributes) const
+{
+    return firstNamed(name, attributes);
+}
+
+std::shared_ptr<ADMXMLElement> ADMXMLElementImp::elementNamed(std::string_view name, std::string_view attributeValue,
+                                                              std::string_view attribute) const
+{
+    return firstNamed(name, attributeValue, attribute);
+}
+
+std::vector<std::shared_ptr<ADMXMLElement>> ADMXMLElementImp::elementsNamed(std::string_view name) const
+{
+    const auto found = allNamed(name);
+    return {found.begin(), found.end()};
+}
+
+std::vector<std::shared_ptr<ADMXMLElement>> ADMXMLElementImp::elementsForXPath(std::string_view expression) const
+{
+    const auto found = selectedBy(expression);
+    return {found.begin(), found.end()};
+}
+
+bool ADMXMLElementImp::isMatrix() const
+{
+    return !isLeaf() && elementCache_.size() == elementsCount_;
+}
+
+bool ADMXMLElementImp::isArray() const
+{
+    return elementCache_.size() == 1 && elementsCount_ > 1;
+}
+
+// As a whole.
+
+std::string ADMXMLElementImp::stringRepresentation() const
+{
+    using dmf::internal::xml::appendEscaped;
+    const std::string name = name_.value_or(std::string());
+    std::string text = "<" + name;
+    for (const auto& [attribute, value] : attributes_) {
+        text.append(" ").append(attribute).append("=\"");
+        appendEscaped(text, textOf(value), true);
+        text += '"';
+    }
+    if (children_.empty())
+        return text + "/>";
+    text += '>';
+    for (const auto& child : children_) {
+        if (const auto* element = child->asElement())
+            text += element->stringRepresentation();
+        else
+            appendEscaped(text, child->content().value_or(std::string()));
+    }
+    return text.append("</").append(name).append(">");
+}
+
+std::shared_ptr<ADMXMLNode> ADMXMLElementImp::copy() const
+{
+    auto result = std::make_shared<ADMXMLElementImp>(name_);
+    result->attributes_ = attributes_;
+    for (const auto& child : children_)
+        result->addElement(child->copy());
+    result->kind_ = kind_;
+    result->content_ = content_;
+    return result;
+}
+
+bool ADMXMLElementImp::isACopyOf(const ADMXMLNode& other) const
+{
+    const auto* element = dynamic_cast<const ADMXMLElementImp*>(&other);
+    return element && attributes_ == element->attributes_ && ADMXMLNodeImp::isACopyOf(other);
+}
+
+std::string ADMXMLElementImp::description() const
+{
+    return dmf::formatted("<%@ 0x%x name = \"%@\", properties = \"%@\", contents = \"%@\">",
+                          dmf::internal::typeName(typeid(*this)), reinterpret_cast<std::uintptr_t>(this), name_,
+                          attributes_, stringRepresentation());
+}

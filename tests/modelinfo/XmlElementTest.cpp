@@ -1,0 +1,268 @@
+#include <dmf/ADMXMLElementImp.h>
+#include <dmf/ADMXMLParserFactory.h>
+#include <dmf/DMXMLExtension.h>
+
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "support/HostFixture.h"
+#include "support/Repeated.h"
+
+using dmf::Array;
+using dmf::Dictionary;
+using dmf::Value;
+using Element = std::shared_ptr<ADMXMLElementImp>;
+
+namespace {
+
+Element element(std::string name, Dictionary attributes = {}, std::vector<std::shared_ptr<ADMXMLNode>> children = {})
+{
+    auto result = std::make_shared<ADMXMLElementImp>(std::move(name));
+    result->setAttributes(std::move(attributes));
+    for (auto& child : children)
+        result->addElement(std::move(child));
+    return result;
+}
+
+Element leaf(std::string name, std::string text, Dictionary attributes = {})
+{
+    return element(std::move(name), std::move(attributes), {ADMXMLNodeImp::textNodeWithContent(std::move(text))});
+}
+
+template <class Nodes>
+std::string texts(const Nodes& nodes)
+{
+    std::string result;
+    for (const auto& node : nodes)
+        result += std::dynamic_pointer_cast<ADMXMLElementImp>(node)->stringRepresentation();
+    return result;
+}
+
+} // namespace
+
+TEST(XmlElement, IdentifiersJoinNamesAndAttributesInFoldedOrder)
+{
+    EXPECT_EQ(ADMXMLElementImp::identifierNamed("n", Dictionary()), "n");
+    EXPECT_EQ(ADMXMLElementImp::identifierNamed("n", Dictionary{{"a", "1"}}), "na1");
+    EXPECT_EQ(ADMXMLElementImp::identifierNamed("n", "1", "a"), "na1");
+    EXPECT_EQ(ADMXMLElementImp::identifierNamed("n", Dictionary{{"B", "2"}, {"a", "1"}, {"C", "3"}}), "na1B2C3");
+    const auto node = element("n", {{"a", "1"}});
+    EXPECT_EQ(node->elementIdentifier(), "na1");
+    node->setAttributes({});
+    EXPECT_EQ(node->elementIdentifier(), "na1"); // computed once
+}
+
+TEST(XmlElement, RecordsAndListsAreToldApart)
+{
+    struct Case {
+        Element node;
+        bool leaf, matrix, array;
+        Value value;
+    };
+    const Case cases[] = {
+        {element("empty"), true, false, false, Value()},
+        {leaf("text", "t"), true, false, false, "t"},
+        {element("list", {}, {leaf("Item", "1"), element("Item"), leaf("Item", "2")}), false, false, true,
+         Array{"1", "2"}},
+        {element("record", {}, {leaf("A", "1"), element("B")}), false, true, false, Dictionary{{"A", "1"}, {"B", ""}}},
+        {element("named", {}, {leaf("S", "1", {{"name", "x"}}), leaf("S", "2", {{"name", "y"}})}), false, true, false,
+         Dictionary{{"Snamex", "1"}, {"Snamey", "2"}}},
+        {element("one", {}, {leaf("A", "1")}), false, true, false, Dictionary{{"A", "1"}}},
+        {element("neither", {}, {leaf("A", "1"), leaf("A", "2"), leaf("B", "3")}), false, false, false, Value()},
+        {element("nested", {}, {element("L", {}, {leaf("I", "1"), leaf("I", "2")})}), false, true, false,
+         Dictionary{{"L", Array{"1", "2"}}}},
+    };
+    for (const auto& [node, isLeaf, isMatrix, isArray, value] : cases) {
+        EXPECT_EQ(node->isLeaf(), isLeaf) << *node->name();
+        EXPECT_EQ(node->isMatrix(), isMatrix) << *node->name();
+        EXPECT_EQ(node->isArray(), isArray) << *node->name();
+        EXPECT_EQ(node->value(), value) << *node->name();
+        EXPECT_EQ(node->userInfo(), value) << *node->name(); // kept, unless there is none
+    }
+}
+
+TEST(XmlElement, ChildrenAreFoundByNameAttributesAndIdentifier)
+{
+    const auto print = leaf("Service", "print", {{"name", "Print"}, {"type", "data"}});
+    const auto scan = leaf("Service", "scan", {{"name", "Scan"}});
+    const auto again = leaf("Service", "again", {{"name", "Scan"}});
+    const auto root = element("r", {}, {ADMXMLNodeImp::textNodeWithContent("t"), print, scan, again, leaf("B", "b")});
+
+    EXPECT_EQ(root->infoNamed("Service"), print);
+    EXPECT_EQ(root->infoNamed("Service", "Print", "name"), print); // no identifier of that kind: the first that fits
+    EXPECT_EQ(root->infoNamed("Service", "Scan", "name"), again);  // the later one took the identifier over
+    EXPECT_EQ(root->infoNamed("Service", Dictionary{{"type", "data"}}), print);
+    EXPECT_EQ(root->infoNamed("Service", Dictionary{{"type", "data"}, {"name", "Scan"}}), nullptr);
+    EXPECT_EQ(root->infoNamed("Service", "Fax", "name"), nullptr);
+    EXPECT_EQ(root->infoNamed("Service", 2), again);
+    EXPECT_EQ(root->infoNamed("Service", 3), nullptr);
+    EXPECT_EQ(root->infoNamed("Service", dmf::kNotFound), nullptr);
+    EXPECT_EQ(root->infoNamed(std::nullopt, 0), nullptr);
+    EXPECT_EQ(root->elementsNamed("Service").size(), 3u);
+    EXPECT_EQ(root->count(), 4u);
+    EXPECT_EQ(root->allInfos().size(), 4u);
+    EXPECT_EQ(root->content(), "t");
+    EXPECT_EQ(print->properties(), (Dictionary{{"name", "Print"}, {"type", "data"}}));
+}
+
+TEST(XmlElement, RemovedChildrenAreNoLongerFound)
+{
+    const auto first = leaf("A", "1");
+    const auto root =
+        element("r", {}, {first, leaf("A", "2"), ADMXMLNodeImp::textNodeWithContent("t"), leaf("B", "3")});
+    root->removeChildAtIndex(1);
+    EXPECT_EQ(root->infoNamed("A", Dictionary()), first); // found by its identifier again
+    EXPECT_TRUE(root->isMatrix());
+    EXPECT_EQ(root->count(), 2u);
+    root->removeChildAtIndex(9);
+    root->removeAllElements();
+    EXPECT_EQ(root->infoNamed("A", Dictionary()), nullptr);
+    EXPECT_EQ(root->stringRepresentation(), "<r>t</r>");
+    root->addElement(first);
+    root->removeChildren();
+    EXPECT_TRUE(root->isLeaf());
+    EXPECT_EQ(root->count(), 0u);
+}
+
+TEST(XmlElement, LeavesConvertTheirText)
+{
+    EXPECT_EQ(leaf("n", " 2.5 mm")->numberValue(), 2.5);
+    EXPECT_EQ(element("n")->numberValue(), 0);
+    EXPECT_EQ(leaf("d", "1970-01-01 00:00:00 +0000")->dateValue(), dmf::Date(0));
+    EXPECT_EQ(leaf("b", "TWFu")->dataValue()->text(), "Man");
+    EXPECT_EQ(leaf("b", "no base64!")->dataValue()->text(), "no base64!");
+    EXPECT_FALSE(element("n")->stringValue() || element("n")->dataValue() || element("n")->dateValue());
+
+    const auto record = element("r", {}, {leaf("A", "1"), leaf("B", "2")});
+    EXPECT_FALSE(record->stringValue() || record->numberValue() || record->dateValue() || record->dataValue());
+    const auto custom = leaf("n", "text");
+    custom->setUserInfo("mine");
+    EXPECT_EQ(custom->stringValue(), "mine");
+}
+
+TEST(XmlElement, PathsAreXPath)
+{
+    const auto root = element("r", {},
+                              {element("a", {{"n", "1"}}, {leaf("x", "a1x")}),
+                               element("a", {{"n", "2"}}, {leaf("x", "a2x"), leaf("y", "a2y")}), leaf("b", "b")});
+    const std::pair<const char*, const char*> cases[] = {
+        {"a/x", "<x>a1x</x><x>a2x</x>"},
+        {"a[@n=\"2\"]/x", "<x>a2x</x>"},
+        {"a[@n='2']/y", "<y>a2y</y>"},
+        {"a[2]/x", "<x>a2x</x>"},
+        {"*[last()]", "<b>b</b>"},
+        {"//y", "<y>a2y</y>"},
+        {"/r/b", "<b>b</b>"},
+        {"a[x='a1x']/x | b", "<x>a1x</x><b>b</b>"},
+        {"b/text()", ""},
+        {"c", ""},
+        {"a[", ""},
+        {"a/", ""},
+        {"", ""},
+        {"..", ""},
+    };
+    for (const auto& [path, expected] : cases) {
+        EXPECT_EQ(texts(root->infoForPath(path)), expected) << path;
+        EXPECT_EQ(texts(root->elementsForXPath(path)), expected) << path;
+    }
+    EXPECT_EQ(root->infoForPath(".").at(0), root);
+    // Changes below show at once.
+    std::dynamic_pointer_cast<ADMXMLElementImp>(root->infoNamed("b"))->addElement(leaf("y", "new"));
+    EXPECT_EQ(texts(root->infoForPath("//b/y")), "<y>new</y>");
+}
+
+TEST(XmlElement, CopiesAreDeepAndCompareEqual)
+{
+    const auto root = element("p:r", {{"xmlns:p", "u\"<"}, {"xmlns", "d"}, {"k", "v"}},
+                              {ADMXMLNodeImp::textNodeWithContent("a & b"), element("c", {}, {leaf("d", "1")})});
+    EXPECT_EQ(root->stringRepresentation(),
+              R"(<p:r k="v" xmlns="d" xmlns:p="u&quot;&lt;">a &amp; b<c><d>1</d></c></p:r>)");
+    EXPECT_EQ(root->namespaces(), (Dictionary{{"", "d"}, {"p", "u\"<"}}));
+
+    const auto copy = root->copy();
+    EXPECT_TRUE(copy->isACopyOf(*root) && root->isACopyOf(*copy));
+    EXPECT_NE(copy->children().at(1), root->children().at(1));
+    std::dynamic_pointer_cast<ADMXMLElementImp>(copy->children().at(1))->addElement(leaf("d", "2"));
+    EXPECT_FALSE(root->isACopyOf(*copy));
+    EXPECT_FALSE(element("a")->isACopyOf(*ADMXMLNodeImp::textNodeWithContent("a")));
+    EXPECT_FALSE(element("a", {{"k", "1"}})->isACopyOf(*element("a", {{"k", "2"}})));
+}
+
+TEST(XmlElement, DeepTreesEndWithoutRecursion)
+{
+    auto inner = element("e");
+    for (int i = 0; i < 200'000; ++i)
+        inner = element("e", {}, {inner});
+    inner.reset();
+    SUCCEED(); // a stack that overflows ends the program
+}
+
+TEST(XmlElement, SharedTreesMayBeReadByManyThreads)
+{
+    const auto root = element("r", {{"a", "1"}}, {leaf("A", "1"), element("L", {}, {leaf("I", "1"), leaf("I", "2")})});
+    std::vector<Value> values(4);
+    {
+        std::vector<std::jthread> threads;
+        for (auto& value : values)
+            threads.emplace_back([&value, &root] {
+                value = root->value();
+                EXPECT_EQ(root->elementIdentifier(), "ra1");
+                EXPECT_EQ(root->infoForPath("//I").size(), 2u);
+            });
+    }
+    for (const auto& value : values)
+        EXPECT_EQ(value, (Value(Dictionary{{"A", "1"}, {"L", Array{"1", "2"}}})));
+}
+
+TEST(XmlParserFactory, WithoutPlugInsThereAreNoParsers)
+{
+    HostFixture host;
+    host.host().libraryFolder = host.path("/nowhere");
+    const auto& factory = ADMXMLParserFactory::defaultFactory();
+    EXPECT_EQ(factory.defaultParser(), nullptr);
+    EXPECT_EQ(factory.parserNamed("ADMNoParserImp"), nullptr);
+}
+
+TEST(XmlExtension, RepairedDocumentsComeWithTheFirstError)
+{
+    dmf::Error error;
+    EXPECT_TRUE(com_ql_dmf_DocumentWithXMLString("<a/>", &error));
+    EXPECT_FALSE(error);
+
+    const auto repaired = com_ql_dmf_DocumentWithXMLString("<a><b></a>", &error);
+    ASSERT_TRUE(repaired);
+    EXPECT_EQ(repaired->rootElement().xmlString(), "<a><b/></a>");
+    EXPECT_TRUE(error);
+
+    EXPECT_FALSE(com_ql_dmf_DocumentWithData(dmf::Data::fromText(repeated("<a>", 600)), &error));
+    EXPECT_EQ(error.code(), static_cast<int>(dmf::XmlErrorCode::tooDeep));
+    EXPECT_FALSE(com_ql_dmf_DocumentWithData(dmf::Data(), nullptr));
+}
+
+TEST(XmlExtension, ChildrenAreFoundByLocalNameAndNamespace)
+{
+    const auto document =
+        com_ql_dmf_DocumentWithXMLString("<r xmlns:p='u' xmlns:q='v'>t<p:x/><!--x--><q:x/><x/><y/></r>", nullptr);
+    ASSERT_TRUE(document);
+    const auto root = document->rootElement();
+    EXPECT_EQ(com_ql_dmf_elementsForLocalName(root, "x").size(), 3u);
+    EXPECT_EQ(com_ql_dmf_elementForLocalName(root, "x").name(), "p:x");
+    EXPECT_EQ(com_ql_dmf_elementForLocalName(root, "x", "v").name(), "q:x");
+    EXPECT_EQ(com_ql_dmf_elementForName(root, "x").name(), "x");
+    EXPECT_FALSE(com_ql_dmf_elementForLocalName(root, "z") || com_ql_dmf_elementForLocalName(root, "y", "u") ||
+                 com_ql_dmf_elementForName(root, "r:x"));
+}
+
+TEST(XmlExtension, SettingAValueLeavesOneChild)
+{
+    const auto document = dmf::XmlDocument::withRootElement("r");
+    const auto root = document->rootElement();
+    DMFSetStringValue(root, "1", "a");
+    DMFSetStringValue(root, "2", "a");
+    DMFSetStringValue(root, std::nullopt, "a");
+    DMFSetStringValue(root, "3", std::nullopt);
+    DMFSetStringValue(root, "3", "no name");
+    DMFSetStringValue(root, "\x01", "b");
+    EXPECT_EQ(root.xmlString(), "<r><a>2</a></r>");
+}
