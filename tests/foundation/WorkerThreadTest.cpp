@@ -1,0 +1,308 @@
+#include <dmf/ADMWorkerThread.h>
+
+#include <dmf/ADMInvalidateHelper.h>
+#include <dmf/ADMPOSIXMutex.h>
+#include <dmf/platform/Error.h>
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "foundation/HandOver.h"
+#include "support/HostFixture.h"
+
+using dmf::Date;
+using dmf::RunLoop;
+using dmf::RunLoopSource;
+using dmf::RunLoopTimer;
+using dmf::internal::HandOver;
+
+namespace {
+
+/// A worker whose work the test supplies.
+class Worker : public ADMWorkerThread {
+public:
+    using Work = std::function<std::uintptr_t(Worker&)>;
+    explicit Worker(Work work, bool detached = false) : work_(std::move(work))
+    {
+        if (detached)
+            setRunDetached();
+    }
+    using ADMWorkerThread::isCurrentThread;
+    using ADMWorkerThread::isStopRequested;
+
+    void signalForStop() override
+    {
+        ADMWorkerThread::signalForStop();
+        std::lock_guard guard(lock_);
+        wake_.notify_all();
+    }
+    std::uintptr_t waitForStop(std::uintptr_t result)
+    {
+        std::unique_lock guard(lock_);
+        wake_.wait(guard, [this] { return isStopRequested(); });
+        return result;
+    }
+
+protected:
+    std::uintptr_t run() override { return work_(*this); }
+
+private:
+    const Work work_;
+    std::mutex lock_;
+    std::condition_variable wake_;
+};
+
+std::uintptr_t untilStopped(Worker& worker)
+{
+    return worker.waitForStop(7);
+}
+
+/// Waits, with a bound, for what a thread does by itself.
+template <class Condition>
+bool eventually(const Condition& condition)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (; std::chrono::steady_clock::now() < end; std::this_thread::yield()) {
+        if (condition())
+            return true;
+    }
+    return false;
+}
+
+/// Both forms, joinable and detached, keep the same promises save one.
+class WorkerForms : public testing::TestWithParam<bool> {
+protected:
+    static std::shared_ptr<Worker> worker(Worker::Work work)
+    {
+        return std::make_shared<Worker>(std::move(work), GetParam());
+    }
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(JoinableAndDetached, WorkerForms, testing::Bool());
+
+TEST_P(WorkerForms, StopGivesTheResultAndAllowsANewStartAtOnce)
+{
+    const auto it = worker(untilStopped);
+    EXPECT_EQ(it->stop(), 0u) << "never started";
+    for (int round = 0; round < 100; ++round) {
+        ASSERT_EQ(it->start(), 0);
+        EXPECT_EQ(it->start(), -1) << "it runs already";
+        EXPECT_TRUE(it->isRunning());
+        EXPECT_EQ(it->stop(), 7u);
+        EXPECT_FALSE(it->isRunning());
+    }
+}
+
+TEST_P(WorkerForms, WorkThatEndsByItselfIsNotWaitedFor)
+{
+    const auto it = worker([](Worker&) { return std::uintptr_t{5}; });
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_EQ(it->start(), 0);
+        ASSERT_TRUE(eventually([&] { return !it->isRunning(); }));
+        if (round % 2 == 0) {
+            EXPECT_EQ(it->stop(), GetParam() ? 5u : 0u);
+        }
+    }
+}
+
+TEST_P(WorkerForms, StopOnItsOwnThreadOnlyAsks)
+{
+    std::promise<bool> asked;
+    const auto it = worker([&](Worker& self) {
+        const bool isOwn = self.isCurrentThread();
+        asked.set_value(self.stop() == 0 && isOwn && self.isStopRequested());
+        return std::uintptr_t{1};
+    });
+    ASSERT_EQ(it->start(), 0);
+    EXPECT_TRUE(asked.get_future().get());
+    EXPECT_FALSE(it->isCurrentThread());
+    it->stop();
+}
+
+TEST_P(WorkerForms, TheLastReferenceMayGoWhileTheWorkRuns)
+{
+    std::promise<void> released;
+    std::weak_ptr<Worker> weak;
+    {
+        const auto it = worker([wait = released.get_future().share()](Worker&) {
+            wait.wait();
+            return std::uintptr_t{0};
+        });
+        weak = it;
+        ASSERT_EQ(it->start(), 0);
+    }
+    EXPECT_FALSE(weak.expired()) << "a running worker keeps itself";
+    released.set_value();
+    EXPECT_TRUE(eventually([&] { return weak.expired(); }));
+}
+
+TEST_P(WorkerForms, AnExceptionEndsTheWorkWithOneLine)
+{
+    HostFixture host;
+    host.writeFile("/var/log/qlio/DMFLogLevel", "errors");
+    const auto it = worker([](Worker& self) -> std::uintptr_t {
+        self.waitForStop(0);
+        throw std::runtime_error("the device went away");
+    });
+    ASSERT_EQ(it->start(), 0);
+    EXPECT_EQ(it->stop(), 0u);
+    const std::string log = host.readFile("/var/log/qlio/DMF_testprogram.log");
+    EXPECT_NE(log.find("ADMWorkerThread: NSException thrown. the device went away...\n"), std::string::npos) << log;
+    ASSERT_EQ(it->start(), 0);
+    EXPECT_EQ(it->stop(), 0u);
+}
+
+TEST(WorkerThread, TheBaseHasNoWorkOfItsOwn)
+{
+    struct Bare : ADMWorkerThread {
+        using ADMWorkerThread::run;
+    };
+    EXPECT_THROW(Bare().run(), dmf::UnrecognizedOperation);
+}
+
+TEST(WorkerThread, StartOfTheDetachedFormWaitsUntilTheWorkerLetsItGo)
+{
+    struct Late : ADMWorkerThread {
+        std::atomic<bool> isReady{false};
+        std::atomic<bool> mayEnd{false};
+        std::uintptr_t threadEntry() override
+        {
+            isReady = true;
+            releaseStarter();
+            releaseStarter(); // once is enough
+            while (!mayEnd)
+                std::this_thread::yield();
+            finish(3);
+            return 3;
+        }
+    };
+    const auto it = std::make_shared<Late>();
+    it->setRunDetached();
+    for (int round = 0; round < 20; ++round) {
+        it->isReady = it->mayEnd = false;
+        ASSERT_EQ(it->start(), 0);
+        EXPECT_TRUE(it->isReady);
+        it->mayEnd = true;
+        EXPECT_EQ(it->stop(), 3u);
+    }
+}
+
+TEST(WorkerThread, TheThreadIsNamedAndTakesNoSignals)
+{
+    struct Named : Worker {
+        using Worker::Worker;
+        const char* threadName() const noexcept override { return "a name that is too long"; }
+    };
+    char name[64] = "";
+    bool allAreBlocked = true;
+    const auto work = [&](Worker&) {
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        sigset_t blocked;
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        for (const int signal : {SIGTERM, SIGCHLD, SIGPIPE, SIGUSR1, SIGPROF, SIGRTMIN})
+            allAreBlocked = allAreBlocked && sigismember(&blocked, signal);
+        return std::uintptr_t{0};
+    };
+    const auto it = std::make_shared<Named>(work, true);
+    ASSERT_EQ(it->start(), 0);
+    it->stop();
+    EXPECT_STREQ(name, "a name that is ");
+    EXPECT_TRUE(allAreBlocked);
+    sigset_t own;
+    pthread_sigmask(SIG_SETMASK, nullptr, &own);
+    EXPECT_FALSE(sigismember(&own, SIGTERM)) << "the starter's own mask is as it was";
+}
+
+TEST(Mutexes, AnswerWhatTheSystemAnswers)
+{
+    const auto plain = ADMPOSIXMutex::newMutex();
+    const auto recursive = ADMPOSIXMutex::newRecursiveMutex();
+    const auto tryElsewhere = [](IDMLock& lock) {
+        const auto attempt = [&lock] {
+            const auto status = lock.trylock();
+            if (status == 0)
+                lock.unlock();
+            return status;
+        };
+        return std::async(std::launch::async, attempt).get();
+    };
+    EXPECT_EQ(plain->lock(), 0);
+    EXPECT_EQ(plain->trylock(), EBUSY) << "its own thread is no exception";
+    EXPECT_EQ(tryElsewhere(*plain), EBUSY);
+    EXPECT_EQ(plain->unlock(), 0);
+    EXPECT_EQ(tryElsewhere(*plain), 0);
+
+    EXPECT_EQ(recursive->lock(), 0);
+    EXPECT_EQ(recursive->lock(), 0);
+    EXPECT_EQ(recursive->unlock(), 0);
+    EXPECT_EQ(tryElsewhere(*recursive), EBUSY);
+    EXPECT_EQ(recursive->unlock(), 0);
+    EXPECT_EQ(tryElsewhere(*recursive), 0);
+}
+
+TEST(Mutexes, AHandOverIsReleasedByAnotherThread)
+{
+    int handedOver = 0; // ordered by the hand-over alone
+    for (int round = 0; round < 200; ++round) {
+        auto turn = std::make_unique<HandOver>(HandOver::State::taken);
+        EXPECT_EQ(turn->trylock(), EBUSY);
+        std::thread other([&handedOver, it = turn.get()] {
+            ++handedOver;
+            it->unlock();
+        });
+        EXPECT_EQ(turn->lock(), 0);
+        EXPECT_EQ(handedOver, round + 1);
+        turn.reset(); // at once, while the other thread may still be on its way out
+        other.join();
+    }
+    HandOver free;
+    EXPECT_EQ(free.unlock(), EPERM);
+    EXPECT_EQ(free.trylock(), 0);
+    EXPECT_EQ(free.trylock(), EBUSY);
+}
+
+TEST(InvalidateHelper, InvalidatesOnTheTimersThreadAndWaitsForIt)
+{
+    std::promise<std::shared_ptr<RunLoop>> started;
+    std::promise<void> mayTurn;
+    std::thread owner([&] {
+        const auto keepAlive = RunLoopSource::create({});
+        RunLoop::current()->addSource(keepAlive, "mode");
+        started.set_value(RunLoop::current());
+        mayTurn.get_future().wait();
+        RunLoop::current()->runMode("mode", Date::afterNow(10));
+    });
+    const auto loop = started.get_future().get();
+    const auto timer = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::no, {});
+    loop->addTimer(timer, "mode");
+
+    ADMInvalidateHelper helper;
+    EXPECT_FALSE(helper.invalidateTimer(nullptr, loop, "mode"));
+    EXPECT_FALSE(helper.invalidateTimer(timer, nullptr, "mode"));
+    EXPECT_FALSE(helper.invalidateTimer(timer, loop, ""));
+    // While the loop does not turn the request stays under way, and every other one is refused.
+    auto first = std::async(std::launch::async, [&] { return helper.invalidateTimer(timer, loop, "mode"); });
+    const auto own = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::no, {});
+    EXPECT_TRUE(eventually([&] { return !helper.invalidateTimer(own, RunLoop::current(), "mode"); }));
+    EXPECT_TRUE(timer->isValid());
+    mayTurn.set_value();
+    EXPECT_TRUE(first.get());
+    EXPECT_FALSE(timer->isValid());
+    EXPECT_TRUE(helper.invalidateTimer(timer, loop, "mode")) << "free again";
+    loop->stop();
+    owner.join();
+    EXPECT_TRUE(helper.invalidateTimer(timer, loop, "mode")) << "a run loop that has ended keeps nobody waiting";
+}
