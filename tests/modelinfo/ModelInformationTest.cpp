@@ -1,0 +1,314 @@
+#include <gmock/gmock.h>
+
+#include <dmf/ADMCommunicationInfo.h>
+#include <dmf/ADMFunctionalInfo.h>
+#include <dmf/ADMModelInfoImp.h>
+#include <dmf/ADMPlistInfoElement.h>
+#include <dmf/ADMProtocolInfo.h>
+#include <dmf/ADMTransportInfo.h>
+#include <dmf/ADMXMLElementImp.h>
+#include <dmf/DMModelInfoExtension.h>
+
+#include "modelinfo/Database.h"
+#include "tools/dmf/ModelPack.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+namespace {
+
+/// The sample models as the library's own table.
+struct SampleDatabase : Database {
+    SampleDatabase()
+    {
+        const auto packed = dmf::tool::packModels(std::filesystem::path(DMF_SOURCE_FOLDER) / "models", resources());
+        EXPECT_THAT(packed.problems, IsEmpty());
+    }
+};
+
+std::vector<std::string> implementors(const ADMFunctionalInfo::CommunicationInfos& infos)
+{
+    std::vector<std::string> names;
+    for (const auto& info : infos)
+        names.push_back(info->implementorClassName().value_or("?"));
+    return names;
+}
+
+} // namespace
+
+TEST(ModelNames, AreNormalized)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"Aurora 210", "Aurora 210"},
+        {"QL Aurora 210", "Aurora 210"},
+        {"ql Aurora 210 (USB)", "Aurora 210"},
+        {"Model ql 9", "Model 9"},
+        {"Ql ql 9", "ql 9"},
+        {"Meridian M7_BT", "Meridian M7"},
+        {"Meridian M7_bt 2 (x)", "Meridian M7"},
+        {"QL M7(x)", "M7(x)"},
+        {"aql  (b", "a"},
+        {"", ""},
+    };
+    for (const auto& [name, normalized] : cases)
+        EXPECT_EQ(ADMModelInfoImp::normalizeModelName(name), normalized) << name;
+}
+
+TEST(ModelSearch, InAProgramsTableGoesFromTheModelToTheDefaults)
+{
+    Database database;
+    database.registerTable("Own");
+    const auto answer = [] { return ADMModelInfoImp("QL M 1 (USB)").valueForInfoPath("from", "Own"); };
+    const auto file = [](std::string_view from) {
+        return plist("<key>from</key><string>" + std::string(from) + "</string>");
+    };
+
+    EXPECT_TRUE(answer().isNull());
+    EXPECT_THAT(database.takeLog(), ElementsAre("E ModelInfo: not found Own model info for device 'QL M 1 (USB)'"));
+    // Each one is preferred to those before it.
+    for (const char* name : {"ModelName/Default", "ModelName/M 1", "Default", "M 1"}) {
+        database.add("Own", name, file(name));
+        EXPECT_EQ(answer(), name);
+    }
+    // What does not parse as XML gives way to the next; a property list does not.
+    database.registerTable("Broken");
+    database.add("Broken", "M 1", xml("<"));
+    database.add("Broken", "Default", file("Default"));
+    EXPECT_EQ(ADMModelInfoImp("M 1").valueForInfoPath("from", "Broken"), "Default");
+}
+
+TEST(ModelSearch, InTheLibrarysTableGoesFromTheModelByItsFamilyToTheDefault)
+{
+    Database database;
+    database.add("DMF", "FamilyName/Aurora", plist("<key>from</key><string>family</string>"));
+    database.add("DMF", "ModelName/Aurora 9", plist("<key>from</key><string>model</string>"));
+    database.add("DMF", "ModelName/Default", plist("<key>from</key><string>default</string>"));
+    database.add("DMF", "Default", plist("<key>from</key><string>not used</string>"));
+    const auto answer = [](std::string_view model) {
+        return ADMModelInfoImp(model).valueForInfoPath("from", kDMFTableName);
+    };
+    EXPECT_EQ(answer("QL Aurora 9"), "model");
+    EXPECT_EQ(answer("QL Aurora 8"), "family");
+    EXPECT_THAT(database.takeLog(), IsEmpty());
+    EXPECT_EQ(answer("QL Vega"), "default");
+    EXPECT_THAT(database.takeLog(), ElementsAre("D ModelInfo: unknown family name of device 'vega'"));
+}
+
+TEST(ModelSearch, OpensTheLibrarysTableToItsKeyOnly)
+{
+    Database database;
+    database.registerTable("DMFPrivate");
+    database.add("DMF", "ModelName/Default", plist("<key>from</key><string>library</string>"));
+    database.add("DMFPrivate", "Default", plist("<key>from</key><string>program</string>"));
+    ADMModelInfoImp info("M");
+    EXPECT_EQ(info.valueForInfoPath("from", kDMFTableName), "library");
+    EXPECT_EQ(info.valueForInfoPath("from", std::string(kDMFTableName)), "program");
+    EXPECT_EQ(info.infoFromTable(kDMFKey), nullptr);
+    EXPECT_EQ(info.infoFromTable({}), nullptr);
+}
+
+TEST(ModelSearch, LooksAgainAfterATableMoved)
+{
+    Database database;
+    database.registerTable("Moved");
+    database.registerTable("Still");
+    for (const char* table : {"Moved", "Still"})
+        database.add(table, "Default", plist("<key>from</key><string>old</string>"));
+    ADMModelInfoImp info("M");
+    ASSERT_EQ(info.valueForInfoPath("from", "Moved"), "old");
+    const auto still = info.infoFromTable("Still");
+
+    const auto place = database.location("new");
+    Database::write(place / "Moved" / ADMInfoFileManager().realFileNameForFile("M").value(),
+                    Database::enciphered(plist("<key>from</key><string>new</string>")));
+    ASSERT_TRUE(ADMModelInfoManager::sharedManager()->registerTable("Moved", place.string()));
+    EXPECT_EQ(info.valueForInfoPath("from", "Moved"), "new");
+    EXPECT_EQ(info.infoFromTable("Still"), still);
+}
+
+TEST(SampleModels, DescribeThemselves)
+{
+    SampleDatabase database;
+    ADMModelInfoImp aurora("QL Aurora 450n");
+    EXPECT_EQ(aurora.modelName(), "QL Aurora 450n");
+    EXPECT_EQ(aurora.vendorName(), "QL");
+    EXPECT_EQ(aurora.familyName(), "Aurora");
+    EXPECT_EQ(aurora.modelId(), "0x4501");
+    EXPECT_EQ(aurora.modelCodeName(), "daybreak-net");
+    EXPECT_EQ(aurora.utilityName(), "Device Utility");
+    EXPECT_EQ(aurora.utilitySignature(), "com.ql.utility");
+    EXPECT_EQ(aurora.pathToIcon(), "icons/aurora.svg");
+
+    ADMModelInfoImp folio("Folio 12");
+    EXPECT_EQ(folio.utilityName(), "Folio Companion");
+    EXPECT_EQ(folio.utilitySignature(), std::nullopt) << "removed";
+    EXPECT_EQ(folio.valueForInfoPath("Battery", kDMFTableName),
+              (dmf::Dictionary{{"Capacity", 1400}, {"ChargeHours", 2.5}}));
+    EXPECT_EQ(folio.valueForInfoPath("PaperWidths", kDMFTableName), (dmf::Array{58}));
+    // A property list has no names to collect.
+    EXPECT_THAT(folio.availableFunctionalInterfacesForServiceName("printer"), IsEmpty());
+
+    ADMModelInfoImp unknown("Nobody's 1");
+    EXPECT_EQ(unknown.vendorName(), "QL");
+    EXPECT_EQ(unknown.familyName(), std::nullopt);
+}
+
+TEST(SampleModels, ListInterfacesAndServices)
+{
+    SampleDatabase database;
+    ADMModelInfoImp m7("QL Meridian M7");
+    EXPECT_THAT(m7.availableFunctionalInterfacesForServiceName("Scanner"), ElementsAre("scan"));
+    EXPECT_THAT(m7.availableProtocolsForFunctionalInterface("SCAN"), ElementsAre("feeder", "flatbed"));
+    EXPECT_EQ(
+        m7.valueForInfoPath("DeviceClass[@name='scanner']/FunctionalInterface/SpecificInfo/Resolutions", kDMFTableName),
+        (dmf::Array{"600", "1200", "150", "300"}));
+    ADMModelInfoImp aurora("Aurora 7");
+    EXPECT_EQ(aurora.familyName(), "Aurora") << "by its family file";
+    EXPECT_THAT(aurora.availableFunctionalInterfacesForServiceName("printer"), ElementsAre("print", "supplies"));
+    EXPECT_THAT(database.takeLog(), IsEmpty());
+
+    EXPECT_THAT(aurora.availableFunctionalInterfacesForServiceName("Fax"), IsEmpty());
+    EXPECT_THAT(aurora.availableProtocolsForFunctionalInterface("Send"), IsEmpty());
+    EXPECT_EQ(aurora.functionalInfo("com.ql.fax.send", "IP"), nullptr);
+    EXPECT_THAT(database.takeLog(),
+                ElementsAre("D ModelInfo: the model info file of device 'Aurora 7' doesn't contain functional "
+                            "interfaces for 'Fax' service",
+                            "D ModelInfo: the functional interface 'Send' of device 'Aurora 7' doesn't contain "
+                            "available protocols",
+                            "D ModelInfo: the model info file of device 'Aurora 7' doesn't contain the functional "
+                            "info 'com.ql.fax.send' for 'IP' connection"));
+}
+
+TEST(SampleModels, OrderServicesByConnectionAndProtocol)
+{
+    SampleDatabase database;
+    ADMModelInfoImp model("QL Aurora 450n (Network)");
+    EXPECT_EQ(model.functionalInfo("print", "IP"), nullptr) << "a name without a dot names no interface";
+    const auto print = model.functionalInfo("com.ql.Printer.Print", "IP");
+    ASSERT_NE(print, nullptr);
+    EXPECT_EQ(model.functionalInfo("com.ql.Printer.Print", "IP"), print);
+    EXPECT_NE(model.functionalInfo("com.ql.Printer.Print", "USB"), print);
+
+    const std::vector<std::string> general{"QLRawPrintService", "QLIPPPrintService"};
+    EXPECT_EQ(implementors(print->communicationInfoList()), general);
+    EXPECT_THAT(implementors(print->prefferedCommunicationInfosForProtocolName("PDF")),
+                ElementsAre("QLIPPPrintService", "QLRawPrintService"));
+    EXPECT_EQ(implementors(print->prefferedCommunicationInfosForProtocolName("AUR")), general);
+    EXPECT_EQ(implementors(print->prefferedCommunicationInfosForProtocolName("AUR")), general);
+    EXPECT_EQ(print->communicationInfoList()[1], print->communicationInfoNamed("ipp"));
+    EXPECT_EQ(print->communicationInfoNamed("fax"), nullptr);
+    EXPECT_THAT(print->communicationInfoListForInterfacesList(nullptr), IsEmpty());
+    EXPECT_EQ(print->specificInfo()->infoNamed("PageSizes")->count(), 3u);
+
+    // What the small one keeps out.
+    ADMModelInfoImp small("Aurora 210");
+    EXPECT_THAT(small.functionalInfo("printer.print", "ip")->communicationInfoList(), IsEmpty());
+    EXPECT_EQ(small.functionalInfo("printer.print", "usb")->communicationInfoList().size(), 1u);
+    EXPECT_THAT(small.transportInfo()->ioChannelInfos("IP"), IsEmpty());
+    EXPECT_EQ(small.transportInfo()->ioChannelInfos("USB").size(), 1u);
+}
+
+TEST(SampleModels, TellProtocolsAndFeatures)
+{
+    SampleDatabase database;
+    ADMModelInfoImp model("Aurora 450n");
+    const auto service = model.functionalInfo("com.ql.printer.print", "ip")->communicationInfoNamed("ipp");
+    const auto protocol = service->protocolInfoNamed("PDF");
+    ASSERT_NE(protocol, nullptr);
+    EXPECT_EQ(service->protocolInfoNamed("PDF"), protocol);
+    EXPECT_EQ(service->protocolInfoNamed("TXT"), nullptr);
+    EXPECT_NE(service->specificInfo(), nullptr);
+    EXPECT_EQ(protocol->implementorClassName(), "QLPDFProtocol");
+    EXPECT_THAT(protocol->supportedFeatures(), ElementsAre(Pair("duplex", ""), Pair("version", "1.7")));
+    EXPECT_THAT(protocol->supportedPropertiesForFeature("duplex"),
+                ElementsAre(Pair("default", "long-edge"), Pair("modes", "none,long-edge,short-edge")));
+    EXPECT_THAT(protocol->supportedPropertiesForFeature("version"), IsEmpty());
+    EXPECT_THAT(protocol->supportedPropertiesForFeature("staple"), IsEmpty());
+
+    // The small one overrides the family's features.
+    const auto small = ADMModelInfoImp("Aurora 210").functionalInfo("printer.print", "usb");
+    EXPECT_THAT(small->communicationInfoNamed("raw")->protocolInfoNamed("AUR")->supportedFeatures(),
+                ElementsAre(Pair("version", "2")));
+}
+
+TEST(SampleModels, DescribeTheirChannels)
+{
+    SampleDatabase database;
+    using Transport = ADMTransportInfo;
+    const auto transport = ADMModelInfoImp("Meridian M7").transportInfo();
+    ASSERT_NE(transport, nullptr);
+    const auto ip = transport->ioChannelInfos("IP");
+    ASSERT_EQ(ip.size(), 2u);
+    EXPECT_EQ(Transport::channel(ip[0]), "Scan");
+    EXPECT_EQ(Transport::protocol(ip[0]), "tcp");
+    EXPECT_EQ(Transport::port(ip[0]), 9290);
+    EXPECT_EQ(Transport::portOverride(ip[0]), "always");
+    EXPECT_EQ(Transport::dnssdService(ip[0]), "_scanner._tcp");
+    EXPECT_EQ(Transport::ianaService(ip[0]), std::nullopt);
+    EXPECT_EQ(Transport::portOverride(ip[1]), "never");
+    EXPECT_EQ(Transport::ianaService(ip[1]), "pdl-datastream");
+    EXPECT_EQ(Transport::usbAlternate(ip[0]), -1);
+    EXPECT_EQ(Transport::usbClass(ip[0]), 0);
+
+    const auto usb = transport->ioChannelInfos("USB");
+    ASSERT_EQ(usb.size(), 2u);
+    EXPECT_EQ(Transport::usbClass(usb[0]), 255);
+    EXPECT_EQ(Transport::usbSubclass(usb[0]), 204);
+    EXPECT_EQ(Transport::usbProtocol(usb[0]), 1);
+    EXPECT_EQ(Transport::usbAlternate(usb[0]), 1);
+    EXPECT_EQ(Transport::profileUUID(transport->ioChannelInfos("Bluetooth").at(0)), 4386);
+    EXPECT_EQ(transport->dot4Locations().size(), 2u);
+    EXPECT_THAT(transport->ioChannelInfos("Stub"), IsEmpty());
+}
+
+TEST(ChannelEntries, ReadNumbersAsFarAsTheyGo)
+{
+    ADMXMLElementImp node("Channel");
+    const std::shared_ptr<ADMInfo> channel(&node, [](ADMInfo*) {});
+    const std::pair<const char*, std::int32_t> cases[] = {
+        {"9100", 9100},
+        {" +80 ", 80},
+        {"-1x", -1},
+        {"0x10", 0},
+        {"", 0},
+        {"port", 0},
+        {"99999999999", INT32_MAX},
+        {"-99999999999", INT32_MIN},
+    };
+    for (const auto& [text, number] : cases) {
+        node.setAttributes({{"port", text}});
+        EXPECT_EQ(ADMTransportInfo::port(channel), number) << text;
+    }
+    EXPECT_EQ(ADMTransportInfo::port(nullptr), 0);
+    EXPECT_EQ(ADMTransportInfo::usbAlternate(nullptr), -1);
+    EXPECT_EQ(ADMTransportInfo::portOverride(nullptr), "never");
+}
+
+TEST(ModelInfoParts, AreNotMadeWithoutANode)
+{
+    EXPECT_EQ(ADMFunctionalInfo::initWithInfo(nullptr, "ip"), nullptr);
+    EXPECT_EQ(ADMCommunicationInfo::initWithInfo(nullptr), nullptr);
+    EXPECT_EQ(ADMProtocolInfo::initWithInfo(nullptr), nullptr);
+    EXPECT_EQ(ADMTransportInfo::initWithInfo(nullptr), nullptr);
+}
+
+TEST(Alerts, FitReportsThatHoldAllTheirTexts)
+{
+    const auto alert = std::make_shared<ADMXMLElementImp>("Alert");
+    for (const auto& [name, text] : {std::pair("code", "7"), std::pair("state", "jam")}) {
+        auto child = std::make_shared<ADMXMLElementImp>("Entry");
+        child->setAttributes({{"name", name}});
+        child->addElement(ADMXMLNodeImp::textNodeWithContent(text));
+        alert->addElement(child);
+    }
+    const std::shared_ptr<ADMInfo> jam = ADMPlistInfoElement::plistInfoWithName({}, "jam");
+    using D = dmf::Dictionary;
+    EXPECT_TRUE(com_ql_dmf_matchesModelInfoAlert(D{{"code", 7}, {"state", "jam"}}, alert));
+    EXPECT_TRUE(
+        com_ql_dmf_matchesModelInfoAlert(D{{"code", "7"}, {"more", 1}, {"state", dmf::Value::ofObject(jam)}}, alert));
+    EXPECT_FALSE(com_ql_dmf_matchesModelInfoAlert(D{{"code", 7}, {"state", "door"}}, alert));
+    EXPECT_FALSE(com_ql_dmf_matchesModelInfoAlert(D{{"code", 7}, {"other", "jam"}}, alert));
+    EXPECT_FALSE(com_ql_dmf_matchesModelInfoAlert(D{{"code", 7}}, alert));
+    EXPECT_FALSE(com_ql_dmf_matchesModelInfoAlert(D{{"code", 7}, {"state", "jam"}}, nullptr));
+}
