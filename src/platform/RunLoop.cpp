@@ -189,6 +189,12 @@ void RunLoop::wakeUp()
     private_->wakeAll();
 }
 
+bool RunLoop::hasEnded() const
+{
+    std::lock_guard guard(private_->lock);
+    return private_->hasEnded;
+}
+
 bool RunLoop::isCurrent() const noexcept
 {
     return private_->thread == std::this_thread::get_id();

@@ -12,6 +12,22 @@ bool isBlankBeyondAscii(char32_t character)
     return CharacterSet::whitespaceAndNewlines().contains(character);
 }
 
+enum class Belongs : bool { no, yes };
+
+/// Where the run of characters from `begin` ends that all belong to the few `characters`, or all do not. The standard's
+/// own searches make a call for each character of the text.
+std::size_t runOf(std::string_view text, std::size_t begin, std::string_view characters, Belongs belongs) noexcept
+{
+    for (; begin < text.size(); ++begin) {
+        bool found = false;
+        for (const char c : characters)
+            found = found || c == text[begin];
+        if (found != (belongs == Belongs::yes))
+            break;
+    }
+    return begin;
+}
+
 } // namespace
 
 std::size_t StringScanner::afterBlanks() const noexcept
@@ -48,7 +64,7 @@ std::optional<std::string_view> StringScanner::scanUpTo(std::string_view stop) n
 std::optional<std::string_view> StringScanner::scanUpToAnyOf(std::string_view stops) noexcept
 {
     const std::size_t begin = afterBlanks();
-    return take(begin, text_.find_first_of(stops, begin));
+    return take(begin, runOf(text_, begin, stops, Belongs::no));
 }
 
 bool StringScanner::scan(std::string_view piece) noexcept
@@ -63,7 +79,7 @@ bool StringScanner::scan(std::string_view piece) noexcept
 bool StringScanner::scanAnyOf(std::string_view characters) noexcept
 {
     const std::size_t begin = afterBlanks();
-    return take(begin, text_.find_first_not_of(characters, begin)).has_value();
+    return take(begin, runOf(text_, begin, characters, Belongs::yes)).has_value();
 }
 
 } // namespace dmf::internal

@@ -162,8 +162,8 @@ bool isValidUtf8(std::string_view text) noexcept
 {
     while (!text.empty()) {
         // Most texts are ASCII for long stretches, and those go by in steps.
-        constexpr std::size_t step = 64;
-        if (text.size() >= step && isAscii(text.substr(0, step))) {
+        const std::size_t step = std::min<std::size_t>(text.size(), 64);
+        if (isAscii(text.substr(0, step))) {
             text.remove_prefix(step);
             continue;
         }

@@ -311,8 +311,13 @@ void Dictionary::set(std::string_view key, Value value)
     if (value.isNull())
         return;
     auto& entries = storage_.edit();
+    // Whoever fills a dictionary in the order of its keys pays for no search and no shifting.
+    if (entries.empty() || entries.back().key < key) {
+        entries.emplace_back(std::string(key), std::move(value));
+        return;
+    }
     const auto place = lowerBound(entries, key);
-    if (place != entries.end() && place->key == key)
+    if (place->key == key)
         place->value = std::move(value);
     else
         entries.insert(place, Entry{std::string(key), std::move(value)});

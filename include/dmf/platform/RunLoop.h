@@ -105,6 +105,8 @@ public:
     void wakeUp();
 
     [[nodiscard]] bool isCurrent() const noexcept;
+    /// Whether the loop's thread has ended: nothing will be served any more.
+    [[nodiscard]] bool hasEnded() const;
     /// The mode being run, or nothing when the loop is not running (or is turned by the host's own loop).
     [[nodiscard]] std::optional<std::string> currentMode() const;
 
