@@ -1,0 +1,124 @@
+#include <dmf/ADMServiceURI.h>
+
+#include <dmf/ADMServiceURIParser.h>
+#include <dmf/DMKeys.h>
+#include <dmf/platform/Error.h>
+
+#include <gtest/gtest.h>
+
+#include "support/HostFixture.h"
+
+namespace {
+
+using URI = ADMServiceURI;
+
+std::string textOf(const std::shared_ptr<ADMServiceURIImp>& uri)
+{
+    return uri ? uri->stringRepresentation() : "(none)";
+}
+
+} // namespace
+
+TEST(ServiceURI, IsWrittenInTheFormOfItsTransportOrOfTheCallersScheme)
+{
+    HostFixture host;
+    const struct {
+        std::shared_ptr<ADMServiceURIImp> uri;
+        const char* expected;
+    } cases[] = {
+        {URI::USBServiceURIWithProductName("Model 100", "QL", "CN12 34"), "usb://QL/Model%20100?serial=CN12%2034"},
+        {URI::USBServiceURIWithProductName("Model 100", "QL", ""), "usb://QL/Model%20100?serial="},
+        {URI::USBServiceURIWithProductName("M/1", "QL", "a&b"), "usb://QL/M%2F1?serial=a%26b"},
+        {URI::networkServiceURIWithIPAddress("192.168.1.20"), "socket://192.168.1.20/?bidi"},
+        {URI::networkServiceURIWithIPAddress("fe80::1%en0"), "socket://[fe80::1%25en0]/?bidi"},
+        {URI::networkServiceURIWithIPAddress("fe80::1%en0%25"), "socket://[fe80::1%25en0%25]/?bidi"},
+        {URI::networkServiceURIWithIPAddress("no-colon"), "socket://no-colon/?bidi"},
+        {URI::networkServiceURIWithHostName("printer1"), "socket://printer1/?bidi"},
+        {URI::bonjourServiceURIWithServiceName("Office Printer", {}, {}),
+         "dnssd://Office%20Printer._pdl-datastream._tcp.local./?bidi"},
+        {URI::bonjourServiceURIWithServiceName("A", "_ipp._tcp", {}), "dnssd://A._ipp._tcplocal./?bidi"},
+        {URI::bonjourServiceURIWithServiceName("A", {}, "lan."), "dnssd://A._pdl-datastream._tcp.lan./?bidi"},
+
+        {URI::USBServiceURIWithProductName("Model 100", "QL", "CN12 34", "myapp"),
+         "myapp://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Model%20100&SerialNumber=CN12%2034"},
+        {URI::networkServiceURIWithIPAddress("192.168.1.20", "myapp"),
+         "myapp://QLDMF/v=1&connectionType=IP&IPAddress=192.168.1.20"},
+        {URI::networkServiceURIWithIPAddress("fe80::1%en0", "myapp"),
+         "myapp://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0"},
+        {URI::networkServiceURIWithHostName("printer1", "myapp"),
+         "myapp://QLDMF/v=1&connectionType=IP&HostName=printer1"},
+        {URI::bonjourServiceURIWithServiceName("Office Printer", {}, {}, "myapp"),
+         "myapp://QLDMF/v=1&connectionType=Rendezvous&BonjourServiceName=Office%20Printer"
+         "&BonjourServiceType=_pdl-datastream._tcp.&BonjourServiceDomain=local."},
+    };
+    for (const auto& [uri, expected] : cases)
+        EXPECT_EQ(textOf(uri), expected);
+}
+
+TEST(ServiceURI, FollowsTheSystemVersionOfTheMoment)
+{
+    HostFixture host;
+    const struct {
+        std::uint32_t version;
+        const char* network;
+        const char* bonjour;
+    } cases[] = {
+        {0x1030, "socket://h", "mdns://N._pdl-datastream._tcp.local."},
+        {0x1031, "socket://h/?bidi", "mdns://N._pdl-datastream._tcp.local./?bidi"},
+        {0x105F, "socket://h/?bidi", "mdns://N._pdl-datastream._tcp.local./?bidi"},
+        {0x1060, "socket://h/?bidi", "dnssd://N._pdl-datastream._tcp.local./?bidi"},
+    };
+    for (const auto& [version, network, bonjour] : cases) {
+        host.setSystemVersion(version);
+        EXPECT_EQ(textOf(URI::networkServiceURIWithHostName("h")), network) << std::hex << version;
+        EXPECT_EQ(textOf(URI::bonjourServiceURIWithServiceName("N", {}, {})), bonjour) << std::hex << version;
+        EXPECT_EQ(textOf(URI::networkServiceURIWithHostName("h", "app")),
+                  "app://QLDMF/v=1&connectionType=IP&HostName=h");
+    }
+}
+
+TEST(ServiceURI, IsNotMadeOfWhatGivesNoURL)
+{
+    HostFixture host;
+    EXPECT_EQ(ADMServiceURIImp::initWithString(std::nullopt), nullptr);
+    EXPECT_EQ(ADMServiceURIImp::initWithString(""), nullptr);
+    EXPECT_EQ(ADMServiceURIImp::initWithString("no scheme"), nullptr);
+    EXPECT_EQ(URI::networkServiceURIWithHostName("two words"), nullptr);
+    EXPECT_EQ(URI::networkServiceURIWithHostName(std::string_view("zero\0byte", 9)), nullptr);
+    EXPECT_EQ(URI::networkServiceURIWithHostName("h", "1:scheme"), nullptr);
+    EXPECT_EQ(URI::USBServiceURIWithProductName("M", "two words", "1"), nullptr);
+    // Only the first "%" of a zone is taken for its separator; a second one must be an escape.
+    EXPECT_EQ(URI::networkServiceURIWithIPAddress("fe80::1%en0%"), nullptr);
+}
+
+TEST(ServiceURI, NamesReadBackAsTheyWereGiven)
+{
+    HostFixture host;
+    for (const char* name : {"Office Printer", "a.b.c", "5/6: \"x\"", "50% [new]",
+                             "Dr\xC3\xBC"
+                             "cker",
+                             "a&b=c;d"}) {
+        ADMServiceURIParser parser(textOf(URI::bonjourServiceURIWithServiceName(name, {}, {})));
+        ASSERT_TRUE(parser.parse()) << name;
+        EXPECT_EQ(parser.components()[kDeviceNameProp], name);
+    }
+    for (const char* product : {"Model 100", "50% [new]",
+                                "Dr\xC3\xBC"
+                                "cker"}) {
+        ADMServiceURIParser parser(textOf(URI::USBServiceURIWithProductName(product, "QL", "A 1")));
+        ASSERT_TRUE(parser.parse()) << product;
+        EXPECT_EQ(parser.components()[kModelNameProp], product);
+
+        ADMServiceURIParser universal(textOf(URI::USBServiceURIWithProductName(product, "QL", "A 1", "app")));
+        ASSERT_TRUE(universal.parse()) << product;
+        EXPECT_EQ(universal.components()[kModelNameProp], product);
+        EXPECT_EQ(universal.components()[kSerialNumberParam], "A 1");
+    }
+}
+
+TEST(ServiceURI, TheBaseLeavesItsRepresentationsToSubclasses)
+{
+    const ADMServiceURI base;
+    EXPECT_THROW((void)base.URLRepresentation(), dmf::UnrecognizedOperation);
+    EXPECT_THROW((void)base.stringRepresentation(), dmf::UnrecognizedOperation);
+}

@@ -1,0 +1,162 @@
+#include <dmf/ADMServiceURIGenerator.h>
+
+#include <dmf/ADMServiceInfoImp.h>
+#include <dmf/DMKeys.h>
+#include <dmf/platform/Error.h>
+
+#include <gmock/gmock.h>
+
+#include "support/HostFixture.h"
+#include "support/LogCapture.h"
+
+using dmf::Dictionary;
+using testing::ElementsAre;
+
+namespace {
+
+std::shared_ptr<ADMServiceInfo> service(const char* type, const Dictionary& params, Dictionary more = {})
+{
+    more.set(kConnectionTypeProp, type);
+    more.set(kParamsProp, params);
+    return ADMServiceInfoImp::initWithSpec(more);
+}
+
+std::string standard(const std::shared_ptr<ADMServiceInfo>& info)
+{
+    return ADMServiceURIGenerator().generateURIForServiceInfo(info).value_or("(none)");
+}
+
+std::string universal(const std::shared_ptr<ADMServiceInfo>& info)
+{
+    return ADMServiceURIGenerator().generateUniversalURIForServiceInfo(info, "app").value_or("(none)");
+}
+
+} // namespace
+
+TEST(URIGenerator, WritesBothFormsOfEveryType)
+{
+    HostFixture host;
+    const Dictionary ql{{"vendorName", "QL"}, {"modelName", "Model 9"}};
+    const Dictionary interface1{
+        {"IPAddress", "10.0.0.5"}, {"MACAddress", "00:11:22:33:44:55"}, {"InterfaceNumber", "1"}};
+    const struct {
+        std::shared_ptr<ADMServiceInfo> info;
+        const char* standard;
+        const char* universal;
+    } cases[] = {
+        {service("USB", {{"SerialNumber", "A 1"}}, ql), "usb://QL/Model%209?serial=A%201",
+         "app://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Model%209&SerialNumber=A%201"},
+        // A host name wins over an address, and a port is never written.
+        {service("IP", {{"HostName", "printer1"}, {"IPAddress", "10.0.0.5"}, {"IPPort", "9100"}}),
+         "socket://printer1/?bidi", "app://QLDMF/v=1&connectionType=IP&HostName=printer1"},
+        {service("IP", {{"IPAddress", "10.0.0.5"}, {"IPPort", "9100"}}), "socket://10.0.0.5/?bidi",
+         "app://QLDMF/v=1&connectionType=IP&IPAddress=10.0.0.5"},
+        {service("IP", {{"IPAddress", "fe80::1%en0"}}), "socket://[fe80::1%25en0]/?bidi",
+         "app://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0"},
+        {service(
+             "Rendezvous",
+             {{"BonjourServiceName", "A B"}, {"BonjourServiceType", "_ipp._tcp."}, {"BonjourServiceDomain", "lan."}}),
+         "dnssd://A%20B._ipp._tcp.lan./?bidi",
+         "app://QLDMF/v=1&connectionType=Rendezvous&BonjourServiceName=A%20B&BonjourServiceType=_ipp._tcp."
+         "&BonjourServiceDomain=lan."},
+        // A type without a domain is dropped as well; the device's name stands in for the service's.
+        {service("Rendezvous", {{"BonjourServiceType", "_ipp._tcp."}}, {{"deviceName", "Lobby"}}),
+         "dnssd://Lobby._pdl-datastream._tcp.local./?bidi",
+         "app://QLDMF/v=1&connectionType=Rendezvous&BonjourServiceName=Lobby"
+         "&BonjourServiceType=_pdl-datastream._tcp.&BonjourServiceDomain=local."},
+        {service("Bluetooth", {{"MACAddress", "00-11"}}), "bluetooth://00-11",
+         "app://QLDMF/v=1&connectionType=Bluetooth&MACAddress=00-11"},
+        {service("QLIP", interface1, ql), "vastel://10.0.0.5:Model%209/1%3a00:11:22:33:44:55", "(none)"},
+        {service("AppleTalk", {}), "(none)", "(none)"},
+        {ADMServiceInfoImp::initWithSpec({}), "(none)", "(none)"},
+        {nullptr, "(none)", "(none)"},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(standard(each.info), each.standard);
+        EXPECT_EQ(universal(each.info), each.universal);
+    }
+}
+
+TEST(URIGenerator, SaysWhatIsMissing)
+{
+    HostFixture host;
+    const LogCapture log(host);
+    const Dictionary model{{"modelName", "M"}};
+    for (const auto& info : {
+             service("USB", {{"SerialNumber", "1"}}),
+             service("USB", {{"x", "y"}}, {{"vendorName", "QL"}, {"modelName", "M"}}),
+             service("IP", {{"IPPort", "1"}}),
+             service("Bluetooth", {}),
+             service("QLIP", {{"IPAddress", "10.0.0.5"}, {"MACAddress", "0"}}, model),
+             service("QLIP", {{"IPAddress", "10.0.0.5"}}, model),
+             service("QLIP", {{"MACAddress", "0"}}, model),
+         })
+        EXPECT_EQ(standard(info), "(none)");
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre(
+            "D  ServiceInfo: cannot generate an USB URI with unknown vendor or model.",
+            "D  ServiceInfo: cannot generate an USB URI with unknown serial number (connection parameters { \"x\" = "
+            "\"y\" }).",
+            "D  ServiceInfo: cannot generate an Socket URI with unknown IP address (connection parameters { "
+            "\"IPPort\" = \"1\" }).",
+            "D  ServiceInfo: cannot generate an Bluetooth URI with unknown MAC address (connection parameters {}).",
+            "D  ServiceInfo: cannot generate an QLIP URI with unknown interface number (connection parameters { "
+            "\"IPAddress\" = \"10.0.0.5\"; \"MACAddress\" = \"0\" }).",
+            "D  ServiceInfo: cannot generate an QLIP URI with unknown MAC address (connection parameters { "
+            "\"IPAddress\" = \"10.0.0.5\" }).",
+            "D  ServiceInfo: cannot generate an QLIP URI with unknown IP address (connection parameters { "
+            "\"MACAddress\" = \"0\" })."));
+}
+
+TEST(URIGenerator, AsksForNamesBeforeParameters)
+{
+    HostFixture host;
+    const LogCapture log(host);
+    EXPECT_EQ(standard(service("Rendezvous", {})), "(none)");
+    EXPECT_EQ(standard(service("QLIP", {})), "(none)");
+    EXPECT_EQ(universal(service("QLIP", {})), "(none)"); // without a word: that form does not exist
+    EXPECT_THAT(log.lines(), ElementsAre("D  ServiceInfo: cannot generate an MDNS URI with unknown Bonjour name",
+                                         "D  ServiceInfo: cannot generate an QLIP URI with unknown model"));
+}
+
+// The table names operations for them that nobody has written; a service of these types has no URI of its own.
+TEST(URIGenerator, CannotWriteIPPAndLPD)
+{
+    HostFixture host;
+    for (const char* type : {"IPP", "LPD"}) {
+        const auto info = service(type, {{"IPAddress", "10.0.0.5"}});
+        EXPECT_NE(ADMServiceURIGenerator::generatorForConnectionType(type), nullptr);
+        EXPECT_THROW((void)standard(info), dmf::UnrecognizedOperation);
+        EXPECT_THROW((void)universal(info), dmf::UnrecognizedOperation);
+        EXPECT_EQ(info->uri(), std::nullopt);
+        EXPECT_EQ(info->universalURIWithScheme("app"), std::nullopt);
+    }
+    EXPECT_EQ(ADMServiceURIGenerator::generatorForConnectionType("AppleTalk"), nullptr);
+    EXPECT_EQ(ADMServiceURIGenerator::generatorForConnectionType(std::nullopt), nullptr);
+}
+
+// What the generator leaves out or writes otherwise than it was read is known; all else comes back.
+TEST(URIGenerator, WritesWhatTheParserReads)
+{
+    HostFixture host;
+    const struct {
+        const char* uri;
+        const char* again;
+    } cases[] = {
+        {"usb://QL/Model%20100?serial=CN12%2034", "usb://QL/Model%20100?serial=CN12%2034"},
+        {"socket://10.0.0.5:9100", "socket://10.0.0.5/?bidi"},
+        {"socket://[fe80::1%25en0]/?bidi", "socket://[fe80::1%25en0]/?bidi"},
+        {"mdns://a.b%2Fc._printer._tcp.local.", "dnssd://a.b%2Fc._printer._tcp.local./?bidi"},
+        {"bluetooth://00-11?vendor=QL", "bluetooth://00-11"},
+        {"qlip://10.0.0.5?model=M%209&mac=001122334455&ifid=1", "vastel://10.0.0.5:M%209/1%3a00.11.22.33.44.55"},
+        {"vastel://10.0.0.5:M/1%3a00:11", "vastel://10.0.0.5:M/1%3a00:11"},
+        {"x://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0", "socket://[fe80::1%25en0]/?bidi"},
+    };
+    for (const auto& [uri, again] : cases) {
+        const auto info = ADMServiceInfoImp::serviceInfoWithURI(uri, kPrinterDeviceClass);
+        ASSERT_TRUE(info) << uri;
+        EXPECT_EQ(standard(info), again) << uri;
+        EXPECT_EQ(info->uri(), uri);
+    }
+}
