@@ -111,17 +111,14 @@ public:
     void serviceResolverDidFinish(ADMServiceResolver& resolver);
 
 private:
-    struct Schedule {
-        std::shared_ptr<dmf::RunLoop> runLoop;
-        std::vector<std::string> modes;
-    };
+    [[nodiscard]] static bool namesAcceptedVendor(const dmf::Dictionary& spec);
+    [[nodiscard]] static dmf::Dictionary retrievedParameters(IDMDevice& device);
     [[nodiscard]] dmf::Dictionary container() const;
     [[nodiscard]] std::optional<std::string> property(std::string_view key) const;
-    void setProperty(std::string_view key, std::optional<std::string> value);
-    [[nodiscard]] std::shared_ptr<dmf::RunLoop> scheduledRunLoop() const;
-    [[nodiscard]] std::shared_ptr<ADMServiceResolver> takeResolver();
+    bool setProperty(std::string_view key, std::optional<std::string> value);
+    void setProperties(const dmf::Dictionary& spec);
+    [[nodiscard]] std::shared_ptr<ADMServiceResolverDelegate> resolverDelegate();
     [[nodiscard]] bool isCurrentResolver(const ADMServiceResolver& resolver) const;
-    void tellDelegate(const std::function<void(ADMServiceInfoDelegate&)>& tell);
     void startResolver(const std::shared_ptr<ADMServiceResolver>& resolver, const dmf::Dictionary& parameters,
                        double timeout);
 

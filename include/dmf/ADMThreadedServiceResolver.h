@@ -15,7 +15,8 @@
 ///
 /// A failed attempt stays the resolution's error: a device that is found only later is kept, but the resolution still
 /// ends by its time-out. A worker that sleeps between attempts does not keep the resolver alive; once the resolver has
-/// been stopped or has timed out, the worker ends after its sleep.
+/// been stopped or has timed out, the worker ends after its sleep. It ends as well when the time-out has passed
+/// although the run loop does not turn, and when the run loop's thread has ended; nobody can be told then.
 class DMF_EXPORT ADMThreadedServiceResolver : public ADMBaseServiceResolver {
 public:
     ADMThreadedServiceResolver();
@@ -42,11 +43,13 @@ public:
 private:
     static void serviceResolving(std::weak_ptr<ADMThreadedServiceResolver> weakResolver);
     [[nodiscard]] bool attempt();
+    [[nodiscard]] bool isWorthAnotherAttempt() const;
     void workerDidEnd();
     [[nodiscard]] std::shared_ptr<ADMMessageQueue> messageQueue();
 
     // Guarded by lock().
     std::shared_ptr<ADMServiceInfo> serviceInfo_;
     bool isResolvingThreadSpawned_ = false;
+    double deadline_ = 0; // by the host's steady clock
     std::shared_ptr<ADMMessageQueue> messageQueue_;
 };

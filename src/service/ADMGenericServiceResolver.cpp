@@ -1,0 +1,64 @@
+#include <dmf/ADMGenericServiceResolver.h>
+
+#include <dmf/ADMServiceInfo.h>
+
+#include <utility>
+
+namespace {
+
+/// What devices get as their handler: one that a device may keep for good without keeping the resolver, which holds
+/// the device.
+class Handler final : public IDMDeviceHandler {
+public:
+    explicit Handler(std::weak_ptr<ADMGenericServiceResolver> resolver) : resolver_(std::move(resolver)) {}
+    bool isCanceledForDevice(const IDMDevice* device) override
+    {
+        const auto resolver = resolver_.lock();
+        return !resolver || resolver->isCanceledForDevice(device);
+    }
+
+private:
+    const std::weak_ptr<ADMGenericServiceResolver> resolver_;
+};
+
+} // namespace
+
+std::string ADMGenericServiceResolver::connectionType()
+{
+    return {};
+}
+
+std::shared_ptr<const dmf::Class> ADMGenericServiceResolver::resolverClass()
+{
+    static const auto* const generic = [] {
+        auto made = std::make_shared<dmf::Class>(
+            "ADMGenericServiceResolver", reinterpret_cast<const void*>(&ADMGenericServiceResolver::resolverClass));
+        made->implements<ADMServiceResolver>([] { return std::make_shared<ADMGenericServiceResolver>(); });
+        return new std::shared_ptr<const dmf::Class>(std::move(made));
+    }();
+    return *generic;
+}
+
+void ADMGenericServiceResolver::findService()
+{
+    const auto service = serviceInfo();
+    const auto handler =
+        std::make_shared<Handler>(std::static_pointer_cast<ADMGenericServiceResolver>(shared_from_this()));
+    auto device = service ? service->locateDeviceWithHandler(handler) : nullptr;
+    dmf::Dictionary info;
+    if (device)
+        info = device->retrieveParameters(parameters(), handler);
+
+    std::lock_guard guard(*this);
+    if (!isResolving()) // stopped or timed out meanwhile: what that left behind stands
+        return;
+    if (device)
+        setResolvedInfo(std::move(info), std::move(device));
+    else
+        setLastError(errorWithDescription("Cannot resolve device under specified URI."));
+}
+
+bool ADMGenericServiceResolver::isCanceledForDevice(const IDMDevice*)
+{
+    return !isResolving();
+}
