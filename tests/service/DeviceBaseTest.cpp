@@ -1,0 +1,84 @@
+#include <dmf/ADMDeviceBase.h>
+
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <dmf/ADMModelInfo.h>
+#include <dmf/platform/Error.h>
+
+namespace {
+
+/// A device that gives whatever device ID the test wants, and counts how often it is asked.
+class Device final : public ADMDeviceBase {
+public:
+    explicit Device(std::optional<std::string> said) : ADMDeviceBase({}, nullptr), deviceID(std::move(said)) {}
+    std::optional<std::string> newRetrievedDeviceIDWithTimeout(double timeout) override
+    {
+        ++asked;
+        lastTimeout = timeout;
+        return deviceID;
+    }
+    std::optional<std::string> deviceID;
+    int asked = 0;
+    double lastTimeout = 0;
+};
+
+} // namespace
+
+TEST(DeviceBase, TheDeviceIDIsAskedForOnceAndToldInParts)
+{
+    Device device("MFG:QL;MDL:Aurora 210;DES:The office printer;SN:CN12 34;");
+    EXPECT_EQ(device.vendor(), "QL");
+    EXPECT_EQ(device.model(), "Aurora 210");
+    EXPECT_EQ(device.name(), "The office printer");
+    EXPECT_EQ(device.serialNumber(), "CN12 34");
+    EXPECT_EQ(device.asked, 1);
+    EXPECT_EQ(device.lastTimeout, 5.0);
+    ASSERT_NE(device.modelInfo(), nullptr);
+    EXPECT_EQ(device.modelInfo()->modelName(), "Aurora 210");
+    EXPECT_EQ(device.modelInfo(), device.modelInfo());
+}
+
+TEST(DeviceBase, LongKeysComeFirst)
+{
+    Device device("MFG:short;MANUFACTURER:long;SN:1;SERN:2");
+    EXPECT_EQ(device.vendor(), "long");
+    EXPECT_EQ(device.serialNumber(), "2");
+}
+
+TEST(DeviceBase, TheNameIsTheModelOnlyOnceTheModelWasAskedFor)
+{
+    Device device("MDL:Aurora 210;");
+    EXPECT_EQ(device.name(), std::nullopt);
+    EXPECT_EQ(device.model(), "Aurora 210");
+    EXPECT_EQ(device.name(), "Aurora 210");
+}
+
+TEST(DeviceBase, ASilentDeviceIsAskedAgain)
+{
+    Device device(std::nullopt);
+    EXPECT_EQ(device.vendor(), std::nullopt);
+    EXPECT_EQ(device.modelInfo(), nullptr);
+    EXPECT_FALSE(device.isReachable());
+    EXPECT_GT(device.lastTimeout, 1e9); // without a bound of its own
+    device.deviceID = "MFG:QL;";
+    EXPECT_EQ(device.vendor(), "QL");
+    EXPECT_TRUE(device.isReachable());
+}
+
+TEST(DeviceBase, WhatIsLeftToSubclassesSaysSo)
+{
+    ADMDeviceBase device({}, nullptr);
+    EXPECT_THROW((void)device.newRetrievedDeviceIDWithTimeout(1.0), dmf::UnrecognizedOperation);
+    EXPECT_THROW((void)device.retrieveParameters({}, nullptr), dmf::UnrecognizedOperation);
+}
+
+TEST(DeviceBase, AcceptedVendorsAreMatchedWholeWithoutRegardToCase)
+{
+    EXPECT_TRUE(ADMDeviceBase::isSupportedVendorName("QL"));
+    EXPECT_TRUE(ADMDeviceBase::isSupportedVendorName("Tessaly-Corvan"));
+    EXPECT_FALSE(ADMDeviceBase::isSupportedVendorName("ql inc"));
+    EXPECT_FALSE(ADMDeviceBase::isSupportedVendorName(std::nullopt));
+}
