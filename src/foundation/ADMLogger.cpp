@@ -9,32 +9,10 @@
 #include <dmf/platform/Error.h>
 
 #include "foundation/LogLevel.h"
+#include "foundation/LogLevelWords.h"
 #include "foundation/LoggerRegistry.h"
 
-namespace {
-
-struct Level {
-    std::string_view word;
-    std::int32_t rank;
-    const char* prefix;
-};
-
-// Ranks run against severity on purpose: "errors" also lets "warnings" and "info" through, and only that far.
-constexpr Level kLevels[] = {
-    {"nolog", 1, nullptr}, {"info", 2, "I "},  {"warnings", 3, "W "},
-    {"errors", 4, "E "},   {"debug", 5, "D "}, {"debug2", 6, "D "},
-};
-
-const Level* levelOfWord(std::string_view word)
-{
-    for (const Level& level : kLevels) {
-        if (level.word == word)
-            return &level;
-    }
-    return nullptr;
-}
-
-} // namespace
+using dmf::internal::logLevelWord;
 
 ADMLogger::ADMLogger() = default;
 ADMLogger::~ADMLogger() = default;
@@ -68,14 +46,14 @@ std::shared_ptr<ADMLogger> ADMLogger::defaultLogger()
 
 std::int32_t ADMLogger::levelValueFromString(std::string_view level)
 {
-    const Level* known = levelOfWord(level);
+    const auto* known = logLevelWord(level);
     return known ? known->rank : kUnknownLevel;
 }
 
 std::optional<std::string> ADMLogger::infoPrefixFromString(std::string_view level)
 {
-    const Level* known = levelOfWord(level);
-    return known && known->prefix ? std::optional<std::string>(known->prefix) : std::nullopt;
+    const auto* known = logLevelWord(level);
+    return known && !known->prefix.empty() ? std::optional<std::string>(known->prefix) : std::nullopt;
 }
 
 std::optional<std::string> ADMLogger::environmentLogLevel()

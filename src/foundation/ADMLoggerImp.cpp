@@ -2,9 +2,11 @@
 
 #include <dmf/platform/Unicode.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "foundation/LogLevel.h"
+#include "foundation/LogLevelWords.h"
 #include "foundation/LogTime.h"
 #include "foundation/LoggerRegistry.h"
 #include "platform/Host.h"
@@ -14,7 +16,7 @@ using dmf::internal::LoggerRegistry;
 
 namespace {
 
-constexpr const char* kMissingObject = "(null)";
+constexpr std::string_view kMissingObject = "(null)";
 constexpr std::size_t kOrdinaryLineLength = 1024;
 
 std::string defaultLogFile()
@@ -22,16 +24,20 @@ std::string defaultLogFile()
     return Host::current().path("/var/log/qlio/DMF_" + Host::current().processName + ".log");
 }
 
-bool isUtf8(std::string_view text)
+bool isAscii(std::string_view text)
 {
-    std::size_t at = 0;
-    for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
+    const auto highBits = [&](std::size_t at) {
         std::uint64_t bytes = 0;
         std::memcpy(&bytes, text.data() + at, sizeof bytes);
-        if (bytes & 0x8080808080808080u)
-            return dmf::isValidUtf8(text.substr(at)); // all before is ASCII
-    }
-    return dmf::isValidUtf8(text.substr(at));
+        return bytes & 0x8080808080808080u;
+    };
+    if (text.size() < sizeof(std::uint64_t))
+        return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) >= 0; });
+    const std::size_t last = text.size() - sizeof(std::uint64_t);
+    std::uint64_t found = highBits(last);
+    for (std::size_t at = 0; at < last; at += sizeof(std::uint64_t))
+        found |= highBits(at);
+    return found == 0;
 }
 
 char* append(char* to, std::string_view text)
@@ -147,22 +153,25 @@ bool ADMLoggerImp::letsThrough(std::int32_t rank) const
 void ADMLoggerImp::printWithLevel(std::string_view level, std::string_view format,
                                   std::span<const dmf::FormatArgument> arguments)
 {
-    if (!fileHandle_ || !letsThrough(levelValueFromString(level)))
+    const auto* word = dmf::internal::logLevelWord(level);
+    if (!fileHandle_ || !letsThrough(word ? word->rank : kUnknownLevel))
         return;
-    std::string formatted;
-    std::string_view text = format;
-    if (format.find('%') != std::string_view::npos) {
-        try {
-            formatted = dmf::formatArguments(format, arguments);
-        } catch (const std::exception&) {
-            return; // an argument that cannot be described
-        }
-        text = formatted;
+    const std::string_view prefix = word && !word->prefix.empty() ? word->prefix : kMissingObject;
+    if (format.find('%') == std::string_view::npos)
+        return writeMessage(prefix, format);
+    std::string text;
+    try {
+        text = dmf::formatArguments(format, arguments);
+    } catch (const std::exception&) {
+        return; // an argument that cannot be described
     }
-    if (!isUtf8(text))
-        return;
+    writeMessage(prefix, text);
+}
 
-    const std::string prefix = infoPrefixFromString(level).value_or(kMissingObject);
+void ADMLoggerImp::writeMessage(std::string_view prefix, std::string_view text)
+{
+    if (!isAscii(text) && !dmf::isValidUtf8(text))
+        return;
     const std::size_t length = lineLength(prefix, text);
     if (length <= kOrdinaryLineLength) {
         char line[kOrdinaryLineLength];

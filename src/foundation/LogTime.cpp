@@ -2,7 +2,6 @@
 
 #include <time.h>
 
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -46,11 +45,13 @@ void formatSecond(std::int64_t second) noexcept
 void writeLogTime(char* text) noexcept
 {
     const double now = Host::current().now();
-    const double second = std::floor(now);
-    if (static_cast<std::int64_t>(second) != tSecond)
-        formatSecond(static_cast<std::int64_t>(second));
+    auto second = static_cast<std::int64_t>(now);
+    if (static_cast<double>(second) > now)
+        --second; // before 1970
+    if (second != tSecond)
+        formatSecond(second);
     std::memcpy(text, tText, kSecondLength);
-    writeDigits(text + kSecondLength, 3, static_cast<int>((now - second) * 1000));
+    writeDigits(text + kSecondLength, 3, static_cast<int>((now - static_cast<double>(second)) * 1000));
 }
 
 } // namespace dmf::internal

@@ -14,10 +14,8 @@ namespace {
 /// Keeps the calling thread from getting SIGPIPE; one that came about meanwhile is taken away again.
 class PipeSignalGuard {
 public:
-    explicit PipeSignalGuard(bool needed) : needed_(needed)
+    PipeSignalGuard()
     {
-        if (!needed_)
-            return;
         sigset_t pending;
         sigpending(&pending);
         sigemptyset(&pipe_);
@@ -27,8 +25,6 @@ public:
     }
     ~PipeSignalGuard()
     {
-        if (!needed_)
-            return;
         const timespec atOnce{};
         if (!wasPending_)
             while (sigtimedwait(&pipe_, nullptr, &atOnce) == -1 && errno == EINTR) {
@@ -39,11 +35,21 @@ public:
     PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
 
 private:
-    bool needed_;
     bool wasPending_ = false;
-    sigset_t pipe_{};
-    sigset_t before_{};
+    sigset_t pipe_;
+    sigset_t before_;
 };
+
+void writeAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written > 0)
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        else if (written == 0 || errno != EINTR)
+            throw std::system_error(written == 0 ? ENOSPC : errno, std::generic_category(), "write");
+    }
+}
 
 } // namespace
 
@@ -61,14 +67,10 @@ FileHandle::~FileHandle()
 
 void FileHandle::writeData(std::string_view bytes)
 {
-    const PipeSignalGuard guard(canSignal_);
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (written == 0 || errno != EINTR)
-            throw std::system_error(written == 0 ? ENOSPC : errno, std::generic_category(), "write");
-    }
+    if (!canSignal_)
+        return writeAll(descriptor_, bytes);
+    const PipeSignalGuard guard;
+    writeAll(descriptor_, bytes);
 }
 
 } // namespace dmf
