@@ -43,7 +43,7 @@ public:
 private:
     static constexpr int kCodeBits = 3;
     static constexpr std::int32_t kUnknownCode = 7;
-    static constexpr std::int64_t kCertainAge = 4'999'990;
+    static constexpr std::int64_t kCertainAge = 4'900'000; // leaves room for what the rough clock is behind
     std::atomic<std::uint64_t> packed_{0};
 };
 
@@ -58,11 +58,6 @@ LevelState& state()
 {
     static LevelState* const shared = new LevelState; // never destroyed: any thread may still log
     return *shared;
-}
-
-std::int64_t nowInMicroseconds()
-{
-    return static_cast<std::int64_t>(Host::current().now() * 1e6);
 }
 
 void forgetOtherHosts(LevelState& level)
@@ -113,7 +108,7 @@ std::optional<std::string> configuredLevel()
         return std::nullopt; // not cached: a file that appears counts at once
     std::lock_guard guard(level.lock);
     // The snapshot is dated first, so that it never outlives the entry that it stands for.
-    const std::int64_t storedAt = nowInMicroseconds();
+    const std::int64_t storedAt = Host::current().roughNow();
     level.cache.cacheObject(word, kDMLogLevelEnvironment);
     level.snapshot.store(storedAt, ADMLogger::levelValueFromString(word));
     return word;
@@ -123,7 +118,7 @@ std::int32_t configuredLevelRank()
 {
     const LevelState& level = state();
     if (level.generation.load(std::memory_order_acquire) == Host::generation()) {
-        if (const auto rank = level.snapshot.rankAt(nowInMicroseconds()))
+        if (const auto rank = level.snapshot.rankAt(Host::current().roughNow()))
             return *rank;
     }
     const auto word = configuredLevel();

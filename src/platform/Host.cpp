@@ -40,6 +40,13 @@ double Host::now() const noexcept
     return seconds(CLOCK_REALTIME, clockOffset.load(std::memory_order_relaxed));
 }
 
+std::int64_t Host::roughNow() const noexcept
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &time);
+    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000 + clockOffset.load(std::memory_order_relaxed);
+}
+
 double Host::steadyNow() const noexcept
 {
     return seconds(CLOCK_MONOTONIC, clockOffset.load(std::memory_order_relaxed));

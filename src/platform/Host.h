@@ -35,6 +35,8 @@ struct DMF_EXPORT Host {
 
     /// Seconds since 1970.
     [[nodiscard]] double now() const noexcept;
+    /// Microseconds since 1970 from a clock that is cheaper to read and may be behind `now` by up to 10 milliseconds.
+    [[nodiscard]] std::int64_t roughNow() const noexcept;
     /// Seconds on a clock that only moves forward, from an arbitrary start.
     [[nodiscard]] double steadyNow() const noexcept;
     [[nodiscard]] std::string path(std::string_view absolute) const;
