@@ -101,7 +101,7 @@ private:
 ///
 /// The lock is the channel's own. A subclass's `performRead` and `performWrite` run without it and own their ticket for
 /// the length of the call. Its worker loop takes the lock to fetch `readTicket` and `writeTicket` and to work on them;
-/// once the lock is let go, a ticket may be gone.
+/// once the lock is let go, a ticket may be gone. Its `signalForStop` must not take the lock.
 class DMF_EXPORT ADMConnectionProvider : public ADMWorkerThread {
 public:
     using Status = std::int16_t;
@@ -160,8 +160,8 @@ protected:
     [[nodiscard]] virtual bool hasPrivateAsyncThread() const;
 
     /// Called with the lock held after a request was made for a thread that is already serving: wakes it. It may serve
-    /// the request on the spot.
-    virtual void requestArrived();
+    /// the request on the spot, here on the caller's thread.
+    virtual void requestArrived(ADMTransferTicket& ticket);
 
     /// The worker's loop (`run`, without the lock held) says one of these before it takes the lock for the first time:
     /// that it serves requests from now on, or that it cannot. Whoever made the first request waits for it. A loop that

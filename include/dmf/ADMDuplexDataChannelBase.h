@@ -92,6 +92,10 @@ public:
     void writeDataFinished(std::int16_t status);
     void readDataFinished(std::int16_t status);
 
+    /// Bytes read asynchronously that the client has not been given yet. A transport stops reading ahead while they are
+    /// many, so that a slow client does not fill the memory; the device is then slowed down by its own transport.
+    [[nodiscard]] std::uint64_t undeliveredBytes() const noexcept { return undeliveredBytes_; }
+
     /// The channel's code for a provider's status.
     [[nodiscard]] static dmf::ChannelError translateError(std::int16_t status) noexcept;
 
@@ -106,6 +110,7 @@ private:
 
     void makeMessageQueue();
     void deliverQueuedObject(ADMMessageQueue& queue, const dmf::Value& object);
+    void countDelivered(std::size_t size) noexcept;
     void queueFinished(Direction direction, std::int16_t status);
     [[nodiscard]] std::int16_t openProvider(std::uint32_t closeRequestsBefore);
     [[nodiscard]] bool shouldCancel(Question ADMDuplexDataChannelDelegate::*question);
@@ -120,6 +125,7 @@ private:
     std::shared_ptr<ADMConnectionProvider> provider_; // guarded by lock_
     std::atomic<bool> shouldClose_{false};
     std::atomic<std::uint32_t> closeRequests_{0};
+    std::atomic<std::uint64_t> undeliveredBytes_{0};
     mutable std::recursive_mutex delegateLock_;
     std::weak_ptr<ADMDuplexDataChannelDelegate> delegate_; // guarded by delegateLock_
     std::shared_ptr<ADMMessageQueue> messageQueue_;        // set once, before the channel is handed out

@@ -1,0 +1,121 @@
+#include "../transport/Connect.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <dmf/DMKeys.h>
+
+#include "../transport/NetworkDevice.h"
+#include "Peer.h"
+
+using dmf::Dictionary;
+using dmf::socket::Clock;
+using dmf::socket::Endpoint;
+using dmf::socket::NetworkDevice;
+using dmf::socket::Outcome;
+using testing::ElementsAre;
+
+namespace {
+dmf::socket::Connected connectWithin(const Endpoint& endpoint, std::chrono::milliseconds limit,
+                                     const dmf::socket::CancelQuestion& isCancelled = {})
+{
+    return connectTo(endpoint, Clock::now() + limit, isCancelled);
+}
+
+class CancellingHandler : public IDMDeviceHandler {
+public:
+    bool isCanceledForDevice(const IDMDevice*) override { return true; }
+};
+} // namespace
+
+TEST(SocketEndpoint, ReadsConnectionParameters)
+{
+    const auto plain =
+        Endpoint::fromParameters({{"IPAddress", "10.0.0.5"}, {"AllIPAddresses", dmf::Array{"10.0.0.5"}}});
+    ASSERT_TRUE(plain);
+    EXPECT_THAT(plain->addresses, ElementsAre("10.0.0.5"));
+    EXPECT_EQ(plain->port, 9100);
+    const auto zoned = Endpoint::fromParameters({{"IPAddress", "fe80::1%25lo"}, {"IPPort", "515"}});
+    EXPECT_THAT(zoned->addresses, ElementsAre("fe80::1%lo"));
+    EXPECT_EQ(zoned->port, 515);
+    EXPECT_EQ(Endpoint::fromParameters({{"HostName", "printer"}, {"IPPort", 80}})->hostName, "printer");
+
+    EXPECT_FALSE(Endpoint::fromParameters({{"IPPort", "9100"}}));
+    for (const char* const port : {"", "0", "65536", "-1", "91oo", "9100 ", "99999999999999999999"})
+        EXPECT_FALSE(Endpoint::fromParameters({{"HostName", "printer"}, {"IPPort", port}})) << port;
+}
+
+TEST(SocketEndpoint, FindsAddressesOfBothFamiliesByTurns)
+{
+    const auto texts = [](const Endpoint& endpoint) {
+        std::vector<dmf::socket::Address> found;
+        std::vector<std::string> list;
+        if (findAddresses(endpoint, Clock::now() + std::chrono::seconds(10), {}, found) == Outcome::done)
+            for (const auto& address : found)
+                list.push_back(address.text());
+        return list;
+    };
+    EXPECT_THAT(texts({"", {"10.0.0.1", "10.0.0.2", "::1", "10.0.0.1", "fe80::2%lo"}, 1}),
+                ElementsAre("10.0.0.1", "::1", "10.0.0.2", "fe80::2%lo"));
+    EXPECT_THAT(texts({"127.0.0.9", {}, 1}), ElementsAre("127.0.0.9"));
+    EXPECT_THAT(texts({"localhost", {}, 1}), testing::Contains("127.0.0.1"));
+    EXPECT_THAT(texts({"", {"not an address", "1.2.3"}, 1}), testing::Not(testing::Contains("not an address")));
+}
+
+TEST(SocketConnect, TellsHowItEnded)
+{
+    Peer peer([](Conversation& far) { far.stayQuiet(); });
+    const auto reached = connectWithin(peer.endpoint(), std::chrono::seconds(10));
+    EXPECT_EQ(reached.outcome, Outcome::done);
+    EXPECT_EQ(reached.address, "127.0.0.1");
+    EXPECT_EQ(connectWithin({"", {"127.0.0.1"}, unusedPort()}, std::chrono::seconds(10)).outcome, Outcome::refused);
+
+    const auto silent = Peer::silent();
+    const Stopwatch watch;
+    EXPECT_EQ(connectWithin(silent->endpoint(), std::chrono::milliseconds(150)).outcome, Outcome::timedOut);
+    EXPECT_GE(watch.seconds(), 0.15);
+    EXPECT_EQ(connectWithin(silent->endpoint(), std::chrono::seconds(30), [] { return true; }).outcome,
+              Outcome::cancelled);
+    EXPECT_LT(watch.seconds(), 5);
+}
+
+TEST(SocketConnect, TriesEveryAddress)
+{
+    Peer peer([](Conversation& far) { far.stayQuiet(); });
+    // One that refuses and one that never answers must not keep it from the third.
+    const auto silent = Peer::silent("127.0.0.3", peer.port());
+    const Stopwatch watch;
+    const auto reached =
+        connectWithin({"", {"127.0.0.2", "127.0.0.3", "127.0.0.1"}, peer.port()}, std::chrono::seconds(20));
+    EXPECT_EQ(reached.address, "127.0.0.1");
+    EXPECT_LT(watch.seconds(), 5);
+}
+
+TEST(SocketConnect, ReachesIPv6)
+{
+    Peer peer([](Conversation& far) { far.stayQuiet(); }, "::1", 0, AF_INET6);
+    if (!peer.isListening())
+        GTEST_SKIP() << "no IPv6 here";
+    EXPECT_EQ(connectWithin(peer.endpoint(), std::chrono::seconds(10)).address, "::1");
+}
+
+TEST(SocketDevice, IsMadeOnlyWhenItIsThere)
+{
+    Peer peer([](Conversation& far) { far.receiveAll(); });
+    const Dictionary spec{{"vendorName", "QL"}, {"modelName", "Model 9"}};
+    const auto device = NetworkDevice::reach({"localhost", {}, peer.port()}, spec, nullptr);
+    ASSERT_TRUE(device);
+    EXPECT_TRUE(device->isReachable());
+    const auto identity = device->retrieveParameters({}, nullptr);
+    EXPECT_EQ(identity["vendorName"], "QL");
+    EXPECT_EQ(identity["modelName"], "Model 9");
+    EXPECT_EQ(identity["deviceName"], "localhost");
+    EXPECT_EQ((*identity["params"].asDictionary())[kIPAddressParam], "127.0.0.1");
+
+    EXPECT_FALSE(NetworkDevice::reach({"", {"127.0.0.1"}, unusedPort()}, spec, nullptr));
+    EXPECT_FALSE(NetworkDevice({"", {"127.0.0.1"}, unusedPort()}, spec, "").isReachable());
+    const auto silent = Peer::silent();
+    const Stopwatch watch;
+    EXPECT_FALSE(NetworkDevice::reach(silent->endpoint(), spec, std::make_shared<CancellingHandler>()));
+    EXPECT_LT(watch.seconds(), 2);
+}

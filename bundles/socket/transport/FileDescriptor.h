@@ -1,0 +1,33 @@
+#pragma once
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace dmf::socket {
+
+/// Owns a file descriptor.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept
+    {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+    ~FileDescriptor()
+    {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+    }
+
+    [[nodiscard]] int get() const noexcept { return descriptor_; }
+    [[nodiscard]] explicit operator bool() const noexcept { return descriptor_ >= 0; }
+
+private:
+    int descriptor_ = -1;
+};
+
+} // namespace dmf::socket

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <dmf/IDMDevice.h>
+
+#include "Endpoint.h"
+
+namespace dmf::socket {
+
+/// A device that listens at an endpoint. Who it is comes from its description, whether it is there from a connection.
+/// Thread-safe.
+class NetworkDevice : public IDMDevice {
+public:
+    /// A device that has just been reached: connects once and hangs up. Empty when nobody answers within five seconds
+    /// or `handler` cancels.
+    [[nodiscard]] static std::shared_ptr<NetworkDevice> reach(Endpoint endpoint, const Dictionary& spec,
+                                                              const std::shared_ptr<IDMDeviceHandler>& handler);
+    NetworkDevice(Endpoint endpoint, const Dictionary& spec, std::string address);
+
+    [[nodiscard]] const Endpoint& endpoint() const noexcept { return endpoint_; }
+
+    /// True without asking while a channel to the device is open, since many devices take one connection only;
+    /// otherwise connects, for two seconds at most.
+    [[nodiscard]] bool isReachable() override;
+    /// The names that the description knows, and as "params" where the device was found.
+    [[nodiscard]] Dictionary retrieveParameters(const Dictionary& parameters,
+                                                std::shared_ptr<IDMDeviceHandler> handler) override;
+
+    /// Kept by channels while they are connected.
+    using Use = std::shared_ptr<void>;
+    [[nodiscard]] Use beginUse();
+
+private:
+    const Endpoint endpoint_;
+    Dictionary identity_; // not changed once made
+    std::mutex lock_;
+    std::weak_ptr<void> use_; // guarded by lock_
+};
+
+} // namespace dmf::socket

@@ -1,0 +1,243 @@
+#include <dmf/ADMConnectionProvider.h>
+
+#include <future>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/ChannelDelegate.h"
+#include "support/ScriptedProvider.h"
+
+namespace ProviderStatus = dmf::ProviderStatus;
+using testing::ElementsAre;
+
+namespace {
+constexpr std::uint32_t kSecond = 1'000'000;
+
+class ConnectionProvider : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        channel->setDelegate(recorder.delegate);
+        channel->scheduleInRunLoop(dmf::RunLoop::current(), dmf::kDefaultRunLoopMode);
+        ASSERT_TRUE(channel->open());
+        provider = channel->scripted();
+    }
+    /// A synchronous read of two bytes on another thread; gives status and bytes.
+    std::future<std::pair<int, std::string>> readElsewhere()
+    {
+        return std::async(std::launch::async, [provider = provider] {
+            std::uint8_t buffer[2];
+            std::uint32_t length = 2;
+            const int status = provider->readData(buffer, length, true, 10 * kSecond);
+            return std::pair(status, std::string(buffer, buffer + length));
+        });
+    }
+    /// Has a worker running by way of an asynchronous write that never ends.
+    void startWorker()
+    {
+        ASSERT_EQ(provider->writeAsyncData(dmf::Data::fromText("pending"), dmf::kNoTimeout), 0);
+        ASSERT_EQ(provider->started, 1);
+    }
+
+    RecordingDelegate recorder;
+    std::shared_ptr<ScriptedChannel> channel = makeScriptedChannel();
+    std::shared_ptr<ScriptedProvider> provider;
+};
+} // namespace
+
+TEST_F(ConnectionProvider, NeedsParentAndDevice)
+{
+    EXPECT_FALSE(
+        ADMConnectionProvider::initWithParent<ScriptedProvider>(nullptr, nullptr, std::make_shared<FakeDevice>()));
+    EXPECT_FALSE(ADMConnectionProvider::initWithParent<ScriptedProvider>(channel, nullptr, nullptr));
+}
+
+TEST_F(ConnectionProvider, ClosedTakesNoStepAndNoRequest)
+{
+    EXPECT_EQ(provider->close(), 0);
+    EXPECT_EQ(provider->close(), 0);
+    EXPECT_EQ(provider->closed, 1);
+    std::uint8_t buffer[2];
+    std::uint32_t length = 2;
+    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::notOpen);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(provider->readAsyncDataOfLength(2, 0), ProviderStatus::notOpen);
+    EXPECT_EQ(provider->started, 0);
+}
+
+TEST_F(ConnectionProvider, SynchronousFailuresCloseSaveTheForgivable)
+{
+    for (const std::int16_t status : std::initializer_list<std::int16_t>{0, -14, -25, -53, -200, -21, -12, 5}) {
+        ASSERT_EQ(provider->open(), 0);
+        provider->onRead = [&](ADMTransferTicket& ticket) {
+            ticket.advance(1);
+            return status;
+        };
+        std::uint8_t buffer[2];
+        std::uint32_t length = 2;
+        EXPECT_EQ(provider->readData(buffer, length, true, 0), status);
+        EXPECT_EQ(length, 1u);
+        const bool isForgivable = status == 0 || status == -14 || status == -25 || status == -53 || status == -200;
+        EXPECT_EQ(provider->isOpen(), isForgivable) << status;
+    }
+}
+
+TEST_F(ConnectionProvider, OneRequestOfEachDirection)
+{
+    ASSERT_EQ(provider->readAsyncDataOfLength(3, kSecond), 0);
+    EXPECT_EQ(provider->readAsyncDataOfLength(9, 0), ProviderStatus::busy);
+    std::uint8_t buffer[2];
+    std::uint32_t length = 2;
+    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::busy);
+    EXPECT_EQ(length, 0u);
+    provider->post([](ScriptedProvider& worker) {
+        EXPECT_EQ(worker.readTicket()->length(), 3u);
+        EXPECT_EQ(worker.readTicket()->timeout(), kSecond);
+        worker.arrive("abc");
+        EXPECT_FALSE(worker.readTicket());
+    });
+    EXPECT_TRUE(recorder.waitFor("readDone"));
+}
+
+TEST_F(ConnectionProvider, ReadsOfAnyLengthGoOnBlockByBlockUntilAFailure)
+{
+    ASSERT_EQ(provider->readAsyncDataOfLength(0, kSecond), 0);
+    provider->post([](ScriptedProvider& worker) {
+        EXPECT_EQ(worker.readTicket()->space().size(), 4u); // the packet size
+        worker.arrive("ab");
+        EXPECT_EQ(worker.readTicket()->space().size(), 4u);
+        worker.arrive("cdef");
+        worker.notifyParentOnTicket(worker.readTicket(), 0); // nothing new is not told
+        worker.notifyParentOnTicket(worker.readTicket(), ProviderStatus::timedOut);
+        EXPECT_FALSE(worker.readTicket());
+        worker.notifyParentOnTicket(nullptr, 0);
+    });
+    EXPECT_TRUE(recorder.waitFor("failed:1/1"));
+    EXPECT_THAT(recorder.told, ElementsAre("read:ab", "read:cdef", "failed:1/1"));
+}
+
+TEST_F(ConnectionProvider, ARunningWorkerServesSynchronousRequestsToo)
+{
+    startWorker();
+    auto result = readElsewhere();
+    provider->waitForRequest();
+    provider->post([](ScriptedProvider& worker) {
+        auto* const ticket = worker.readTicket();
+        ASSERT_TRUE(ticket && ticket->isSynchronous());
+        worker.arrive("ok", ProviderStatus::success);
+        worker.notifyParentOnTicket(ticket, ProviderStatus::failed); // told ended already
+        EXPECT_FALSE(worker.readTicket());
+    });
+    EXPECT_EQ(result.get(), std::pair(0, std::string("ok")));
+    EXPECT_EQ(provider->started, 1);
+}
+
+TEST_F(ConnectionProvider, TheWorkersOwnRequestsRunOnItsThread)
+{
+    startWorker();
+    provider->onRead = [](ADMTransferTicket&) { return ProviderStatus::timedOut; };
+    int status = 0;
+    provider
+        ->post(
+            [&](ScriptedProvider& worker) {
+                std::uint8_t buffer[1];
+                std::uint32_t length = 1;
+                status = worker.readData(buffer, length, true, 0);
+            },
+            false)
+        .get();
+    EXPECT_EQ(status, ProviderStatus::timedOut);
+}
+
+TEST_F(ConnectionProvider, AWorkerThatCannotServeFailsTheRequestAndCloses)
+{
+    using Start = ScriptedProvider::Start;
+    for (const auto how : {Start::refuses, Start::endsSilently, Start::throws}) {
+        ASSERT_EQ(provider->open(), 0);
+        provider->startAs = how;
+        EXPECT_EQ(provider->readAsyncDataOfLength(1, kSecond), ProviderStatus::failed);
+        EXPECT_FALSE(provider->isOpen());
+        // The next opening is not burdened by it.
+        provider->startAs = Start::serves;
+        ASSERT_EQ(provider->open(), 0);
+        EXPECT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+        EXPECT_EQ(provider->close(), 0);
+    }
+    EXPECT_TRUE(recorder.told.empty());
+}
+
+TEST_F(ConnectionProvider, CloseReleasesWhoeverWaits)
+{
+    startWorker();
+    auto result = readElsewhere();
+    provider->waitForRequest();
+    channel->close();
+    EXPECT_EQ(result.get().first, ProviderStatus::notOpen);
+    EXPECT_FALSE(provider->isRunning());
+    // Asynchronous requests ended without a word, and their places are free after the next opening.
+    ASSERT_TRUE(channel->open());
+    EXPECT_EQ(provider->writeAsyncData(dmf::Data::fromText("next"), kSecond), 0);
+    provider->post([](ScriptedProvider& worker) { worker.notifyParentOnTicket(worker.writeTicket(), -14); });
+    EXPECT_TRUE(recorder.waitFor("failed:1/2"));
+    EXPECT_THAT(recorder.told, ElementsAre("failed:1/2"));
+}
+
+TEST_F(ConnectionProvider, AWorkerThatBreaksDownFailsWhatIsPending)
+{
+    startWorker();
+    auto result = readElsewhere();
+    provider->waitForRequest();
+    provider->breakDown();
+    EXPECT_EQ(result.get().first, ProviderStatus::failed);
+    EXPECT_TRUE(recorder.waitFor("failed:6/2"));
+    EXPECT_TRUE(provider->isOpen());
+    // The next request has a new worker.
+    ASSERT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+    provider->post([](ScriptedProvider& worker) { worker.arrive("x"); });
+    EXPECT_TRUE(recorder.waitFor("readDone"));
+    EXPECT_EQ(provider->started, 2);
+}
+
+TEST_F(ConnectionProvider, MayBeClosedOnItsWorkerAndOpenedAgainAtOnce)
+{
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(channel->open());
+        ASSERT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+        recorder.delegate->shouldCancelRead = [](ADMDuplexDataChannel& asked) {
+            asked.close();
+            return true;
+        };
+        provider->post([](ScriptedProvider& worker) { EXPECT_TRUE(worker.shouldCancelRead()); }, false).wait();
+        EXPECT_FALSE(channel->isOpened());
+        ASSERT_TRUE(channel->open());
+        ASSERT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+        provider->post([](ScriptedProvider& worker) { worker.arrive("x"); });
+        ASSERT_TRUE(recorder.waitFor("readDone"));
+        recorder.told.clear();
+        channel->close();
+    }
+}
+
+TEST_F(ConnectionProvider, ClosesFromManyThreadsAllReturn)
+{
+    startWorker();
+    auto result = readElsewhere();
+    provider->waitForRequest();
+    std::vector<std::future<void>> closers;
+    for (int i = 0; i < 4; ++i)
+        closers.push_back(std::async(std::launch::async, [this] { channel->close(); }));
+    for (auto& closer : closers)
+        closer.get();
+    EXPECT_EQ(result.get().first, ProviderStatus::notOpen);
+    EXPECT_EQ(provider->closed, 1);
+}
+
+TEST_F(ConnectionProvider, GivesUpWhenTheChannelHasGone)
+{
+    const auto kept = provider;
+    channel.reset();
+    EXPECT_FALSE(kept->isOpen());
+    EXPECT_TRUE(kept->shouldCancelRead());
+}
