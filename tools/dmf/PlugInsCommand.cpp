@@ -62,8 +62,7 @@ ExitCode showPlugIns(Session& session)
 {
     const auto manager = ADMPlugInManager::sharedManager();
     // The shipped mock plug-ins lie outside the manager's own folders.
-    for (const auto& bundle : manager->pluginsFromBaseDir(shippedMockPlugInsPath(), {}))
-        (void)bundle->load();
+    manager->loadPlugInFromBaseDir(shippedMockPlugInsPath(), {});
     Json fields;
     fields["bundles"] = Json::array();
     for (const auto& report : manager->examineAllPlugIns())

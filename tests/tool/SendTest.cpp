@@ -1,0 +1,181 @@
+#include <signal.h>
+
+#include <chrono>
+
+#include "ToolFixture.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// A device of `dmf simulate`, ready when made.
+class Device {
+public:
+    explicit Device(std::vector<std::string> options = {}) : process_(command(std::move(options)))
+    {
+        uri = process_.readLine().value_or("");
+    }
+    Process::Result end(int signal = SIGINT)
+    {
+        process_.signal(signal);
+        return process_.wait();
+    }
+    bool tells(const std::string& text) { return process_.waitForError(text); }
+
+    std::string uri;
+
+private:
+    static std::vector<std::string> command(std::vector<std::string> options)
+    {
+        options.insert(options.begin(), {DMF_BUILD_FOLDER "/bin/dmf", "simulate"});
+        return options;
+    }
+    Process process_;
+};
+
+class Send : public ToolTest {
+protected:
+    // A megabyte and a bit, so that it does not fit into buffers on the way.
+    std::string bigFile() const { return write("big", std::string(5'000'000, 'x')); }
+};
+
+} // namespace
+
+TEST_F(Send, AFileArrivesWhole)
+{
+    Device device;
+    ASSERT_TRUE(device.uri.starts_with("socket://127.0.0.1:")) << device.uri;
+    const auto result = json({"send", device.uri, bigFile()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.json["bytes"], 5'000'000);
+    EXPECT_TRUE(device.tells("closed after 5.0 MB"));
+    const auto empty = json({"send", device.uri});
+    EXPECT_EQ(empty.status, 0) << empty.err;
+    EXPECT_EQ(empty.json["bytes"], 0);
+    EXPECT_EQ(device.end().status, 130);
+}
+
+TEST_F(Send, StandardInputIsSentAndTheAnswerPrinted)
+{
+    Device device({"--answer", "READY\\r\\n"});
+    const auto result = dmf({"send", device.uri, "--answer", "--timeout", "0.3"}, "hello");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "READY\r\n");
+    EXPECT_NE(result.err.find("5 bytes"), std::string::npos);
+    EXPECT_EQ(json({"send", device.uri, "--answer", "--timeout", "0.3"}, "hello").json["answer"], "READY\r\n");
+}
+
+TEST_F(Send, AnAnswerComesWhileInputIsStillOpen)
+{
+    Device device({"--answer", "early\\n"});
+    Process sending(command({"send", device.uri, "--answer", "--timeout", "0.3"}));
+    ASSERT_TRUE(sending.write("x"));
+    EXPECT_EQ(sending.readLine(), "early");
+    EXPECT_EQ(sending.wait().status, 0);
+}
+
+TEST_F(Send, ADeviceThatNeverReadsEndsInATimeOut)
+{
+    Device device({"--never-read"});
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = json({"send", device.uri, bigFile(), "--timeout", "0.5"});
+    EXPECT_EQ(result.status, 3) << result.err;
+    EXPECT_EQ(result.json["error"]["code"], 3);
+    EXPECT_LT(result.json["bytes"], 5'000'000);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST_F(Send, ADeviceThatBreaksTheConnectionIsAFailure)
+{
+    Device device({"--drop-after", "100000"});
+    const auto result = json({"send", device.uri, bigFile()});
+    EXPECT_EQ(result.status, 1) << result.err;
+    EXPECT_LT(result.json["bytes"], 5'000'000);
+}
+
+TEST_F(Send, UnreachableDevicesAndBadInputAreTold)
+{
+    Device device;
+    const std::string gone = device.uri;
+    device.end(SIGTERM);
+    EXPECT_EQ(json({"send", gone, bigFile()}).status, 1);
+    EXPECT_EQ(json({"send", "usb://QL/M?serial=1"}, "x").status, 4); // no plug-in serves it
+    EXPECT_EQ(json({"send", "nonsense"}, "x").status, 1);
+    EXPECT_EQ(json({"send", gone, folder / "missing"}).status, 1);
+    EXPECT_EQ(json({"send", gone, folder}).status, 1);
+}
+
+TEST_F(Send, CtrlCEndsItWherever)
+{
+    Device stuck({"--never-read"});
+    Process writing(command({"send", stuck.uri, bigFile()}));
+    EXPECT_TRUE(stuck.tells("connected"));
+    writing.signal(SIGINT);
+    const auto result = writing.wait();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_NE(result.err.find("interrupted"), std::string::npos);
+
+    Device idle;
+    Process reading(command({"send", idle.uri})); // waits for standard input
+    EXPECT_TRUE(idle.tells("connected"));
+    reading.signal(SIGTERM);
+    EXPECT_EQ(reading.wait().status, 130);
+    EXPECT_EQ(idle.end(SIGHUP).status, 130);
+}
+
+TEST_F(Send, TheSimulatedDeviceNeedsNoInstallation)
+{
+    const auto result =
+        json({"send", "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Aurora%20450n"}, "hello");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.json["bytes"], 5);
+}
+
+using Resolve = Send;
+
+TEST_F(Resolve, ADeviceThatAnswersIsResolvedAtTheFirstAttempt)
+{
+    Device device;
+    const auto result = json({"resolve", device.uri, "--timeout", "10"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.json["state"], "resolved");
+    EXPECT_EQ(result.json["info"]["modelName"], "Aurora 450n");
+    ASSERT_EQ(result.json["attempts"].size(), 1u);
+    EXPECT_EQ(result.json["attempts"][0]["found"], true);
+    EXPECT_LT(result.json["seconds"], 5.0);
+}
+
+TEST_F(Resolve, AMissingOneTimesOutAndShowsEachAttempt)
+{
+    Device device;
+    const std::string gone = device.uri;
+    device.end();
+    const auto result = json({"resolve", gone, "--timeout", "1.3"});
+    EXPECT_EQ(result.status, 3) << result.err;
+    EXPECT_EQ(result.json["state"], "failed");
+    EXPECT_GE(result.json["attempts"].size(), 1u);
+    EXPECT_NE(result.err.find("attempt 1"), std::string::npos);
+    EXPECT_EQ(json({"resolve", "usb://QL/M?serial=1", "--timeout", "5"}).status, 4);
+}
+
+TEST_F(Resolve, CtrlCEndsIt)
+{
+    Device device;
+    const std::string gone = device.uri;
+    device.end();
+    Process resolving(command({"resolve", gone, "--json"}));
+    EXPECT_TRUE(resolving.waitForError("attempt 1"));
+    resolving.signal(SIGINT);
+    const auto result = resolving.wait();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_EQ(parseObject(result.out)["error"]["code"], 130);
+}
+
+TEST_F(Resolve, ShippedPlugInsAreLoaded)
+{
+    const auto result = json({"plugins"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    for (const auto& bundle : result.json["bundles"])
+        EXPECT_EQ(bundle["state"], "loaded") << bundle;
+    EXPECT_GE(result.json["bundles"].size(), 3u);
+}

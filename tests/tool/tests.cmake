@@ -1,0 +1,6 @@
+# These run the tool as a child process, with the plug-ins and models that were built beside it.
+if(TARGET test_tool)
+    find_package(nlohmann_json REQUIRED)
+    target_link_libraries(test_tool PRIVATE nlohmann_json::nlohmann_json)
+    add_dependencies(test_tool dmf_tool dmf_models libxmlparser simulated socket xmlparser)
+endif()
