@@ -182,11 +182,11 @@ void batchesByContextInvoke(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * kBatch);
 }
 
-BENCHMARK(batches<LibraryQueue>)->Name("batch/dmf")->UseRealTime();
-BENCHMARK(batches<GlibQueue>)->Name("batch/glib_source")->UseRealTime();
-BENCHMARK(batchesByContextInvoke)->Name("batch/glib_invoke")->UseRealTime();
-BENCHMARK(roundTrips<LibraryQueue>)->Name("round_trip/dmf")->UseRealTime();
-BENCHMARK(roundTrips<GlibQueue>)->Name("round_trip/glib_source")->UseRealTime();
+BENCHMARK(batches<LibraryQueue>)->Name("batch/dmf")->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(batches<GlibQueue>)->Name("batch/glib_source")->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(batchesByContextInvoke)->Name("batch/glib_invoke")->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(roundTrips<LibraryQueue>)->Name("round_trip/dmf")->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(roundTrips<GlibQueue>)->Name("round_trip/glib_source")->UseRealTime()->MeasureProcessCPUTime();
 
 } // namespace
 
