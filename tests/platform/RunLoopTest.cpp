@@ -1,6 +1,6 @@
 #include <dmf/platform/RunLoop.h>
 
-#include <gio/gio.h>
+#include <glib.h>
 
 #include <atomic>
 #include <future>

@@ -77,6 +77,10 @@ private:
 
 /// A thread's loop over named sets of sources and timers, its modes. Only the sources of the mode that runs are served.
 ///
+/// The default mode is turned by the thread's default main context as it was when the loop was made, or by one of the
+/// loop's own. What a callback throws ends the `runMode` that serves it and reaches its caller; in a loop of the host's
+/// own there is nobody to receive it, and it ends the program.
+///
 /// Adding, removing, `stop` and `wakeUp` are thread-safe; running is for the loop's own thread only.
 class DMF_EXPORT RunLoop : public std::enable_shared_from_this<RunLoop> {
 public:
