@@ -237,21 +237,21 @@ std::optional<Value> parse(std::span<const std::uint8_t> bytes, std::string* err
     std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
-    if (const auto refusal = xml::refusal(text); refusal.reason)
+    xml::Scan found;
+    if (const auto refusal = xml::refusal(text, found); refusal.reason)
         return refuse(errorDescription, refusal.reason);
 
     // White space that stands alone between two pieces of markup means nothing, and the tokenizer leaves it out; within
     // a text that comments or sections divide it counts, so the dearer way is taken when there are any.
-    const auto body = text.find("<plist");
-    const bool divided = body != text.npos && xml::scan(text.substr(body)).sections > 0;
+    const auto prologue = text.substr(0, text.find("<plist"));
+    const bool divided = found.sections > xml::scan(prologue).sections;
     const unsigned options = pugi::parse_cdata | pugi::parse_eol | pugi::parse_doctype | pugi::parse_fragment |
                              pugi::parse_embed_pcdata |
                              (divided ? pugi::parse_ws_pcdata : pugi::parse_ws_pcdata_single);
     // The tokenizer puts its own end mark over the last byte, so that must be one that nobody misses.
-    std::vector<char> buffer;
+    std::string buffer;
     buffer.reserve(text.size() + 1);
-    buffer.assign(text.begin(), text.end());
-    buffer.push_back('\n');
+    buffer.append(text).push_back('\n');
     pugi::xml_document document;
     const auto parsed = document.load_buffer_inplace(buffer.data(), buffer.size(), options, pugi::encoding_utf8);
     if (!parsed)

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <vector>
 
 namespace dmf::internal::xml {
 namespace {
@@ -14,7 +15,7 @@ namespace {
 /// Walks a tree once, without recursion: its depth is not known to be bounded before.
 class Check {
 public:
-    Check(std::string_view text, const std::vector<char>& buffer) : text_(text), buffer_(buffer) {}
+    Check(std::string_view text, std::string_view buffer) : text_(text), buffer_(buffer) {}
 
     std::optional<Fault> run(pugi::xml_document& document)
     {
@@ -187,7 +188,7 @@ private:
         std::size_t depth;
     };
     std::string_view text_;
-    const std::vector<char>& buffer_;
+    std::string_view buffer_;
     std::vector<Prefix> prefixes_;        // those in force where the walk stands
     std::vector<std::string_view> names_; // of the attributes of one element
     std::string scratch_;
@@ -201,7 +202,7 @@ Error errorOf(const Fault& fault)
     return Error(std::string(kXmlErrorDomain), static_cast<int>(fault.code), {{"DMErrorDescription", fault.reason}});
 }
 
-std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text, const std::vector<char>& buffer)
+std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text, std::string_view buffer)
 {
     return Check(text, buffer).run(document);
 }

@@ -37,15 +37,15 @@ std::shared_ptr<XmlDocument> XmlDocument::parse(std::string_view text, unsigned 
     }
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
-    if (const auto refusal = xml::refusal(text); refusal.reason)
+    xml::Scan found;
+    if (const auto refusal = xml::refusal(text, found); refusal.reason)
         return refuse({refusal.code, refusal.reason});
 
     auto state = std::make_shared<XmlNode::State>();
     auto& buffer = state->buffer;
     // The tokenizer puts its own end mark over the last byte, so that must be one that nobody misses.
     buffer.reserve(text.size() + 1);
-    buffer.assign(text.begin(), text.end());
-    buffer.push_back('\n');
+    buffer.append(text).push_back('\n');
     const unsigned flags = pugi::parse_cdata | pugi::parse_comments | pugi::parse_eol | pugi::parse_wconv_attribute |
                            pugi::parse_doctype | pugi::parse_declaration | pugi::parse_fragment |
                            (options & kXmlPreserveWhitespace ? pugi::parse_ws_pcdata : 0);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <utility>
 
 namespace dmf::internal::xml {
@@ -18,7 +19,7 @@ constexpr std::array<Entity, 5> entities{{{"amp", '&'}, {"lt", '<'}, {"gt", '>'}
 
 constexpr bool isForbiddenControl(unsigned char c) noexcept
 {
-    return c < 0x20 && c != '\t' && c != '\n' && c != '\r';
+    return (c < 0x20) & (c != '\t') & (c != '\n') & (c != '\r');
 }
 
 constexpr bool isCharacter(std::uint32_t c) noexcept
@@ -41,24 +42,38 @@ constexpr bool isNamePart(char c) noexcept
 
 Scan scan(std::string_view text) noexcept
 {
-    // Plain counting over the whole text: the compiler turns this into vector code, which a search for each tag is not.
+    // Plain counting in bytes, a block at a time so that no count overflows: the compiler turns this into vector code,
+    // which a search for one tag after the other is not.
+    constexpr std::size_t block = 255;
     Scan found;
-    std::size_t foreign = 0;
-    for (const char c : text) {
-        found.tags += c == '<';
-        foreign += static_cast<unsigned char>(c) >= 0x80 || isForbiddenControl(static_cast<unsigned char>(c));
+    std::uint8_t foreign = 0;
+    for (std::size_t start = 0; start < text.size(); start += block) {
+        const char* const bytes = text.data() + start;
+        const std::size_t count = std::min(block, text.size() - start);
+        std::uint8_t tags = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto c = static_cast<unsigned char>(bytes[i]);
+            tags = static_cast<std::uint8_t>(tags + (c == '<' ? 1 : 0));
+            foreign = static_cast<std::uint8_t>(foreign | (c >= 0x80 ? 1 : 0) | (isForbiddenControl(c) ? 1 : 0));
+        }
+        std::uint8_t sections = 0;
+        const std::size_t pairs = std::min(block, text.size() - 1 - start);
+        for (std::size_t i = 0; i < pairs; ++i) {
+            const bool section = (bytes[i] == '<') & ((bytes[i + 1] == '!') | (bytes[i + 1] == '?'));
+            sections = static_cast<std::uint8_t>(sections + (section ? 1 : 0));
+        }
+        found.tags += tags;
+        found.sections += sections;
     }
-    for (std::size_t i = 0; i + 1 < text.size(); ++i)
-        found.sections += text[i] == '<' && (text[i + 1] == '!' || text[i + 1] == '?');
     found.plain = foreign == 0;
     return found;
 }
 
-Refusal refusal(std::string_view text) noexcept
+Refusal refusal(std::string_view text, Scan& found) noexcept
 {
     if (text.size() > kXmlMaximumSize)
         return {XmlErrorCode::tooLarge, "the document is too large"};
-    const auto found = scan(text);
+    found = scan(text);
     if (found.tags > kXmlMaximumTags)
         return {XmlErrorCode::tooLarge, "the document has too many tags"};
     if (!found.plain && !isCharacterData(text))

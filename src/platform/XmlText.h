@@ -24,8 +24,8 @@ struct Refusal {
     const char* reason = nullptr; ///< null: it is read
 };
 /// Size, number of tags and characters, in this order: nothing is looked at closely before its size is known to be
-/// bounded.
-[[nodiscard]] Refusal refusal(std::string_view text) noexcept;
+/// bounded. `found` is what was counted when it is not refused.
+[[nodiscard]] Refusal refusal(std::string_view text, Scan& found) noexcept;
 
 /// Whether all of it is UTF-8 made of characters that XML knows.
 [[nodiscard]] bool isCharacterData(std::string_view text) noexcept;

@@ -8,13 +8,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace dmf {
 
 /// A document's tree, and the text that its names and values still lie in.
 struct XmlNode::State {
-    std::vector<char> buffer;
+    std::string buffer;
     pugi::xml_document document;
 };
 
@@ -45,7 +44,7 @@ struct Fault {
 /// Checks what the tokenizer let pass and resolves the references in all texts, which are still as they were read.
 /// Afterwards the tree holds the root element and comments only. `text` is what was read, for line numbers.
 [[nodiscard]] std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text,
-                                             const std::vector<char>& buffer);
+                                             std::string_view buffer);
 
 [[nodiscard]] bool isText(const pugi::xml_node& node);
 /// The node after `node` in document order below `top`; empty after the last one.
