@@ -172,6 +172,16 @@ private:
     std::optional<std::string> fault_;
 };
 
+struct FreeContext {
+    void operator()(xmlParserCtxtPtr context) const
+    {
+        // A parser that is stopped within a document type leaves behind what it keeps that one's declarations in.
+        xmlFreeDoc(context->myDoc);
+        context->myDoc = nullptr;
+        xmlFreeParserCtxt(context);
+    }
+};
+
 const char* refusal(std::string_view text)
 {
     if (text.size() > dmf::kXmlMaximumSize)
@@ -201,8 +211,8 @@ private:
             fault = reason;
             return nullptr;
         }
-        const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> context(
-            xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size())), &xmlFreeParserCtxt);
+        const std::unique_ptr<xmlParserCtxt, FreeContext> context(
+            xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size())));
         if (!context) {
             fault = "an empty document";
             return nullptr;
