@@ -175,7 +175,10 @@ void appendEscaped(std::string& xml, std::string_view text, bool attribute)
         const auto entity = std::ranges::find(entities, c, &Entity::character);
         // Line ends and tabs would come back as something else if they stood as they are.
         xml += '&';
-        xml += entity != entities.end() ? std::string(entity->name) : "#" + std::to_string(int{c});
+        if (entity != entities.end())
+            xml += entity->name;
+        else
+            xml.append("#").append(std::to_string(int{c}));
         xml += ';';
         text.remove_prefix(at + 1);
     }
