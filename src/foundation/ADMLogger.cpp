@@ -71,7 +71,7 @@ std::shared_ptr<dmf::FileHandle> ADMLogger::createLogFileIfNeeded(const std::str
     if (::lstat(path.c_str(), &status) == 0 && !isPlainFile(status))
         return nullptr;
     const int descriptor =
-        ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
     if (descriptor < 0)
         return nullptr;
     auto handle = std::make_shared<dmf::FileHandle>(descriptor);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "foundation/LogLevel.h"
 #include "foundation/LogLevelWords.h"
@@ -178,7 +179,12 @@ void ADMLoggerImp::writeMessage(std::string_view prefix, std::string_view text)
         buildLine(line, prefix, text);
         writeLine({line, length});
     } else {
-        std::string line(length, '\0');
+        std::string line;
+        try {
+            line.resize(length);
+        } catch (const std::bad_alloc&) {
+            return; // without memory the line is lost, not the program
+        }
         buildLine(line.data(), prefix, text);
         writeLine(line);
     }

@@ -227,7 +227,7 @@ std::shared_ptr<ADMFunctionalInfo> ADMModelInfoImp::functionalInfo(std::string_v
 
 std::shared_ptr<ADMInfo> ADMModelInfoImp::infoFromTable(std::string_view table)
 {
-    if (table.empty() || table == kDMFKey)
+    if (table == kDMFKey)
         return nullptr;
     // The very key opens the reserved table; a program's own table may have the same name.
     const bool reserved = table.data() == kDMFTableName.data() && table.size() == kDMFTableName.size();

@@ -1,5 +1,6 @@
 #include <dmf/ADMModelInfoManager.h>
 
+#include <exception>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -59,7 +60,11 @@ bool ADMPrivateModelInfoManager::registerTable(std::optional<std::string_view> t
             return true;
         if (isValidTableLocation(std::string(*location))) {
             setLocation(*table, *location);
-            postTableLocationChangeNotification(*table);
+            try {
+                postTableLocationChangeNotification(*table);
+            } catch (const std::exception&) {
+                // The location is stored all the same; what an observer throws is not the registering program's.
+            }
             return true;
         }
     }

@@ -25,20 +25,50 @@ std::shared_ptr<ADMXMLElement> replaceByCopy(ADMXMLElement& element, const std::
 {
     const auto children = element.children();
     const auto copy = std::dynamic_pointer_cast<ADMXMLElement>(child->copy());
-    element.removeAllElements();
+    element.removeChildren();
     for (const auto& node : children)
         element.addElement(node == child ? copy : node);
     return copy;
 }
 
-void mergeIntoFound(const std::shared_ptr<ADMXMLElement>& found, const std::shared_ptr<ADMXMLElement>& inherited)
+/// Elements that a merge took over from the parent file. They are shared with its tree, which other threads read: what
+/// is to be merged into one of them is merged into a copy.
+using TakenOver = std::set<std::shared_ptr<ADMXMLElement>>;
+
+void merge(ADMXMLElement& element, const ADMXMLElement& source, TakenOver& takenOver);
+
+void mergeIntoFound(const std::shared_ptr<ADMXMLElement>& found, const ADMXMLElement& inherited, TakenOver& takenOver)
 {
-    if (inherited->isLeaf())
+    if (found->isMatrix() && inherited.isMatrix())
+        return merge(*found, inherited, takenOver);
+    if (overrides(*found))
         return;
-    if (found->isMatrix() && inherited->isMatrix())
-        ADMXMLModelInfoHandler::mergeXMLElement(found, inherited);
-    else
-        ADMXMLModelInfoHandler::addXMLElements(inherited->children(), found);
+    const auto nodes = inherited.children();
+    ADMXMLModelInfoHandler::addXMLElements(nodes, found);
+    for (const auto& node : nodes)
+        if (auto taken = std::dynamic_pointer_cast<ADMXMLElement>(node))
+            takenOver.insert(std::move(taken));
+}
+
+void merge(ADMXMLElement& element, const ADMXMLElement& source, TakenOver& takenOver)
+{
+    if (overrides(element))
+        return;
+    for (const auto& node : source.children()) {
+        const auto inherited = std::dynamic_pointer_cast<ADMXMLElement>(node);
+        auto found =
+            inherited ? element.elementNamed(inherited->name().value_or(""), inherited->attributes()) : nullptr;
+        if (!found) {
+            element.addElement(node);
+            if (inherited)
+                takenOver.insert(inherited);
+        } else if (!inherited->isLeaf()) {
+            // An element that was taken over can be found for a later one of the same name with fewer attributes.
+            if (takenOver.erase(found) != 0)
+                found = replaceByCopy(element, found);
+            mergeIntoFound(found, *inherited, takenOver);
+        }
+    }
 }
 
 std::shared_ptr<ADMXMLElement> parsed(const dmf::Data& data, const std::string& table)
@@ -116,23 +146,7 @@ std::shared_ptr<ADMXMLElement>
 ADMXMLModelInfoHandler::mergeXMLElement(std::shared_ptr<ADMXMLElement> element,
                                         const std::shared_ptr<ADMXMLElement>& withXMLElement)
 {
-    if (overrides(*element))
-        return element;
-    // An element that was taken over can be found for a later one of the same name with fewer attributes.
-    std::set<std::shared_ptr<ADMXMLElement>> takenOver;
-    for (const auto& node : withXMLElement->children()) {
-        const auto inherited = std::dynamic_pointer_cast<ADMXMLElement>(node);
-        auto found =
-            inherited ? element->elementNamed(inherited->name().value_or(""), inherited->attributes()) : nullptr;
-        if (!found) {
-            element->addElement(node);
-            if (inherited)
-                takenOver.insert(inherited);
-            continue;
-        }
-        if (!inherited->isLeaf() && takenOver.erase(found) != 0)
-            found = replaceByCopy(*element, found);
-        mergeIntoFound(found, inherited);
-    }
+    TakenOver takenOver;
+    merge(*element, *withXMLElement, takenOver);
     return element;
 }

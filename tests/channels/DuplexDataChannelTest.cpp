@@ -273,7 +273,7 @@ TEST_F(DuplexDataChannel, OperationsThatTheDelegateLacksAreDropped)
 
 TEST_F(DuplexDataChannel, ReopeningDropsWhatWasNotDelivered)
 {
-    ASSERT_TRUE(channel->scheduleReadDataOfLength(1, 1));
+    ASSERT_TRUE(channel->scheduleReadDataOfLength(3, 1));
     channel->scripted()->post([](ScriptedProvider& worker) { worker.arrive("old"); }).wait();
     channel->close();
     ASSERT_TRUE(channel->open());

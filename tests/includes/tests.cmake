@@ -8,8 +8,10 @@ foreach(header ${installed_headers})
     file(CONFIGURE OUTPUT "${file}" CONTENT "#include <@header@>\n#include <@header@>\n" @ONLY)
     list(APPEND alone "${file}")
 endforeach()
-add_library(headers-alone OBJECT ${alone})
-target_link_libraries(headers-alone PRIVATE dmf::dmf dmf_options)
+if(NOT DMF_SANITIZE) # it would only tell the same again
+    add_library(headers-alone OBJECT ${alone})
+    target_link_libraries(headers-alone PRIVATE dmf::dmf dmf_options)
+endif()
 
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(check_includes "${Python3_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/check-includes")

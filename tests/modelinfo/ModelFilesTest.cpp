@@ -234,6 +234,13 @@ TEST(XmlInheritance, NeverChangesNodesThatItTookOver)
     EXPECT_EQ(valueAt(child, "C[@type='usb']"), (dmf::Dictionary{{"A", "1"}, {"B", "2"}}));
     EXPECT_EQ(valueAt(parent, "C[@type='usb']"), (dmf::Dictionary{{"A", "1"}}));
     EXPECT_EQ(parent->infoForPath("C").size(), 2u);
+
+    // Nor through an element of the child's own that both of the parent's fit.
+    database.add("X3", "parent2", xml("<S><X><p/><q/></X></S><S x='1'><X><r/><s/></X></S>"));
+    database.add("X3", "child2", xml("<Parent>parent2</Parent><S x='1'><own/></S>"));
+    const auto child2 = database.info("X3", "child2");
+    EXPECT_EQ(child2->infoForPath("S/X/*").size(), 4u);
+    EXPECT_EQ(database.info("X3", "parent2")->infoForPath("S[not(@x)]/X/*").size(), 2u);
 }
 
 TEST(ParentCircles, AreCutAtTheFileThatClosesThem)

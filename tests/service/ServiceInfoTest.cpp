@@ -345,7 +345,7 @@ TEST(ServiceInfo, LocatesItsDeviceThroughItsProviderAndKeepsIt)
 TEST(ServiceInfo, WithoutAProviderOrPlugInThereIsNoDevice)
 {
     HostFixture host;
-    const auto info = fromURI("socket://10.0.0.5:9100?product=M");
+    const auto info = fromURI("usb://QL/M?serial=1");
     EXPECT_EQ(info->device(), nullptr);
     EXPECT_FALSE(info->isReachable());
     EXPECT_EQ(fromSpec({})->modelInfo(), nullptr);

@@ -154,12 +154,16 @@ void Output::bytes(std::string_view bytes)
     progress({});
     write(stdout, bytes);
     std::fflush(stdout);
+    lineIsOpen_ = !bytes.ends_with('\n');
 }
 
-void Output::note(const std::string& text) const
+void Output::note(const std::string& text)
 {
-    if (!quiet)
-        write(stderr, text + '\n');
+    if (quiet)
+        return;
+    // On a terminal both streams share the line.
+    const bool needsLineEnd = std::exchange(lineIsOpen_, false) && ::isatty(STDOUT_FILENO) == 1;
+    write(stderr, (needsLineEnd ? "\n" : "") + text + '\n');
 }
 
 void Output::failure(const Failure& failure)

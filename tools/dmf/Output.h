@@ -57,7 +57,7 @@ public:
     void bytes(std::string_view bytes);
 
     /// A remark on standard error; silent with `quiet`.
-    void note(const std::string& text) const;
+    void note(const std::string& text);
     void failure(const Failure& failure);
 
     [[nodiscard]] bool showsProgress() const;
@@ -71,6 +71,7 @@ private:
     void writeObject(const Json& object);
 
     bool wroteObject_ = false;
+    bool lineIsOpen_ = false; // what went to standard output last does not end in a line end
     std::size_t progressWidth_ = 0;
 };
 

@@ -1,6 +1,11 @@
 #include <dmf/ADMPlugInManager.h>
+#include <dmf/DMKeys.h>
+#include <dmf/platform/Bundle.h>
+#include <dmf/platform/Class.h>
 
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
 
 #include "MockPlugIns.h"
 #include "Session.h"
@@ -17,6 +22,24 @@ const char* stateName(ADMPlugInReport::State state)
     case ADMPlugInReport::State::loaded: return "loaded";
     }
     return "unknown";
+}
+
+// Some bundles are found by their classes' names alone; once they are loaded the classes tell their interfaces.
+void addNamedClasses(const ADMPlugInReport& report, Json& list)
+{
+    const auto bundle = Bundle::bundleAtPath(report.path);
+    const Value named = bundle ? bundle->infoDictionary()[kDMPlugInClasses] : Value();
+    const Array names = named.asArray() ? *named.asArray() : named.asString() ? Array{named} : Array();
+    for (const auto& name : names) {
+        const auto found = name.asString() ? ClassRegistry::shared().classNamed(*name.asString()) : nullptr;
+        if (!found)
+            continue;
+        for (const Protocol* const protocol : found->protocols()) {
+            const Json entry{{"interface", protocol->name()}, {"class", found->name()}};
+            if (std::find(list.begin(), list.end(), entry) == list.end())
+                list.push_back(entry);
+        }
+    }
 }
 
 Json describeBundle(const ADMPlugInReport& report)
@@ -36,6 +59,7 @@ Json describeBundle(const ADMPlugInReport& report)
             entry["reason"] = implementor.reason;
         bundle["classes"].push_back(std::move(entry));
     }
+    addNamedClasses(report, bundle["classes"]);
     return bundle;
 }
 
