@@ -303,6 +303,9 @@ TEST(ParentCircles, DoNotHangThreadsThatEnterThemAtDifferentFiles)
 
 TEST(ParentCircles, ChainsWithoutEndTakeNoMoreThanSomeStack)
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer follows 64 locks at a time at most; the chain holds one a file";
+#endif
     Database database;
     database.registerTable("L");
     for (int i = 0; i < 600; ++i)
