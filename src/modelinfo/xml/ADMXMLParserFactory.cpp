@@ -1,5 +1,10 @@
 #include <dmf/ADMXMLParserFactory.h>
 
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/DMCore.h>
 #include <dmf/DMKeys.h>
@@ -17,6 +22,33 @@ std::shared_ptr<const dmf::Class> factoryClass()
     return *made;
 }
 
+/// The parser class of that name, its plug-in loaded. A plug-in that is loaded stays so, and its class with it: the
+/// plug-in folder is not looked through for each document.
+std::shared_ptr<const dmf::Class> loadedClass(std::string_view name)
+{
+    struct Known {
+        std::mutex lock;
+        std::map<std::string, std::shared_ptr<const dmf::Class>, std::less<>> classes; // guarded by lock
+    };
+    static Known* const known = new Known;
+    {
+        std::lock_guard guard(known->lock);
+        const auto entry = known->classes.find(name);
+        if (entry != known->classes.end())
+            return entry->second;
+    }
+    dmf::Dictionary matching;
+    matching.set(kDMPlugInClasses, name);
+    if (!ADMPlugInManager::sharedManager()->loadPlugInForClass(factoryClass(), matching))
+        return nullptr;
+    auto found = dmf::ClassRegistry::shared().classNamed(name);
+    if (found) {
+        std::lock_guard guard(known->lock);
+        known->classes.emplace(name, found);
+    }
+    return found;
+}
+
 } // namespace
 
 ADMXMLParserFactory& ADMXMLParserFactory::defaultFactory()
@@ -27,13 +59,8 @@ ADMXMLParserFactory& ADMXMLParserFactory::defaultFactory()
 
 std::shared_ptr<ADMXMLParser> ADMXMLParserFactory::parserNamed(std::string_view className) const
 {
-    dmf::Dictionary matching;
-    matching.set(kDMPlugInClasses, className);
-    std::shared_ptr<ADMXMLParser> parser;
-    if (ADMPlugInManager::sharedManager()->loadPlugInForClass(factoryClass(), matching)) {
-        if (const auto found = dmf::ClassRegistry::shared().classNamed(className))
-            parser = found->make<ADMXMLParser>();
-    }
+    const auto found = loadedClass(className);
+    const std::shared_ptr<ADMXMLParser> parser = found ? found->make<ADMXMLParser>() : nullptr;
     if (!parser)
         DMFLog("debug", "XMLParser: not found plug-in with '%@' implementation.", className);
     return parser;
