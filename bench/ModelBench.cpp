@@ -5,6 +5,7 @@
 #include <malloc.h>
 #include <nettle/arcfour.h>
 #include <pugixml.hpp>
+#include <time.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -32,8 +33,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
+
+/// The time that the calling thread computes, so that other programs on the machine do not count. Files are read from
+/// the system's cache.
+struct Clock {
+    static Seconds now()
+    {
+        timespec time{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+    }
+};
 
 /// A folder that goes with the program.
 class Folder {
@@ -262,8 +273,7 @@ BENCHMARK(openXml)->Arg(4)->Arg(64)->Arg(1024)->UseManualTime()->Unit(benchmark:
 void queryModel(benchmark::State& state)
 {
     const std::string contents = xmlOfSize(64 * kKilobyte);
-    addFile("DMF", "ModelName/Default", contents);
-    addFile("Query", "Default", contents);
+    addFile("Query", "Bench 1", contents);
     const auto manager = ADMPrivateModelInfoManager::sharedManager();
     manager->registerTable("Query", Folder::path().string());
     pugi::xml_document document;
@@ -302,7 +312,7 @@ BENCHMARK(queryModel)->UseManualTime()->Unit(benchmark::kNanosecond);
 /// The same question to an object that has answered it before.
 void queryModelAgain(benchmark::State& state)
 {
-    addFile("Query", "Default", xmlOfSize(64 * kKilobyte));
+    addFile("Query", "Bench 1", xmlOfSize(64 * kKilobyte));
     const auto manager = ADMPrivateModelInfoManager::sharedManager();
     manager->registerTable("Query", Folder::path().string());
     ADMModelInfoImp model("QL Bench 1");

@@ -23,13 +23,6 @@ namespace {
 constexpr std::int32_t kContentsCipher = 0;
 constexpr std::string_view kDefaultLocation = "/Library/Application Support/ql/dmf/ModelDatabase";
 
-bool isTooLarge(const std::string& path)
-{
-    std::error_code failure;
-    const std::uintmax_t size = std::filesystem::file_size(path, failure);
-    return !failure && size > ADMInfoFileManager::kMaximumFileSize;
-}
-
 } // namespace
 
 std::shared_ptr<ADMPrivateModelInfoManager> ADMPrivateModelInfoManager::sharedManager()
@@ -144,10 +137,12 @@ std::shared_ptr<ADMModelInfoHandler> ADMPrivateModelInfoManager::readHandler(std
     if (!stored)
         return nullptr;
     const std::string path = modelInfoPathForTable(table) + '/' + table + '/' + *stored;
-    auto bytes =
-        dmf::internal::readRegularFile(path, ADMInfoFileManager::kMaximumFileSize, dmf::internal::Links::follow);
+    std::string refusal;
+    auto bytes = dmf::internal::readRegularFile(path, ADMInfoFileManager::kMaximumFileSize,
+                                                dmf::internal::Links::follow, &refusal);
     if (!bytes) {
-        if (isTooLarge(path))
+        // That there is no such file is a usual answer, and no news.
+        if (refusal == dmf::internal::kTooLarge)
             logModelInfo("errors", "ModelInfo: the file '%@' in '%@' table is larger than %u bytes", file, table,
                          ADMInfoFileManager::kMaximumFileSize);
         return nullptr;

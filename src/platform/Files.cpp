@@ -47,7 +47,7 @@ std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path
     if (!S_ISREG(status.st_mode))
         return refuse(refusal, "is not a regular file");
     if (static_cast<std::uint64_t>(status.st_size) > limit)
-        return refuse(refusal, "is too large");
+        return refuse(refusal, std::string(kTooLarge));
 
     // One byte more than was announced shows a file that is growing.
     std::vector<std::uint8_t> content(static_cast<std::size_t>(status.st_size) + 1);
@@ -62,7 +62,7 @@ std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path
         if (count == 0)
             break;
         if (length > limit)
-            return refuse(refusal, "is too large");
+            return refuse(refusal, std::string(kTooLarge));
         if (length == content.size())
             content.resize(content.size() * 2);
     }

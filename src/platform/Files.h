@@ -4,11 +4,15 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace dmf::internal {
 
 enum class Links : std::uint8_t { follow, refuse };
+
+/// The refusal of a file that holds more than the limit.
+inline constexpr std::string_view kTooLarge = "is too large";
 
 /// The content of the regular file at `path`; nothing, with a reason in `refusal` when it is not null, when there is no
 /// such file, it cannot be read, it is anything but a regular file (a link included, when links are refused) or it
