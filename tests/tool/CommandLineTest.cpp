@@ -1,4 +1,5 @@
 #include <regex>
+#include <sstream>
 
 #include "ToolFixture.h"
 
@@ -42,15 +43,22 @@ protected:
         page = std::regex_replace(page, std::regex(R"(\\f[A-Z])"), "");
         return std::regex_replace(page, std::regex(R"(\\-)"), "-");
     }
-    // What completion offers after these words, the last of which is being typed.
-    static std::string completions(const std::vector<std::string>& words)
+    // What completion offers after each of the lines, the last word of which is being typed: a line each.
+    static std::vector<std::string> completions(const std::vector<std::string>& lines)
     {
-        std::vector<std::string> command{
-            "/bin/bash", "-c",
-            "source \"$0\"; COMP_WORDS=(dmf \"$@\"); COMP_CWORD=$#; _dmf; echo \" ${COMPREPLY[*]} \"",
-            DMF_SOURCE_FOLDER "/tools/dmf/completion/dmf.bash"};
-        command.insert(command.end(), words.begin(), words.end());
-        return Process::run(command).out;
+        std::string input;
+        for (const auto& line : lines)
+            input += line + '\n';
+        const std::string script = "source \"$0\"; while IFS= read -r line; do read -r -a words <<<\"$line\"; "
+                                   "COMP_WORDS=(dmf \"${words[@]}\"); COMP_CWORD=${#words[@]}; _dmf; "
+                                   "echo \" ${COMPREPLY[*]} \"; done";
+        const auto result =
+            Process::run({"/bin/bash", "-c", script, DMF_SOURCE_FOLDER "/tools/dmf/completion/dmf.bash"}, input);
+        std::istringstream offered(result.out);
+        std::vector<std::string> list;
+        for (std::string line; std::getline(offered, line);)
+            list.push_back(line);
+        return list;
     }
 };
 
@@ -60,24 +68,25 @@ TEST_F(CommandLine, HelpManualAndCompletionKnowEveryCommandAndOption)
 {
     const std::string page = withoutFontMarks(read(DMF_SOURCE_FOLDER "/tools/dmf/dmf.1"));
     const std::regex option(R"(\n  (?:-., ?)?(--[a-z-]+))");
+    std::vector<std::string> typed;
     for (const auto& words : kCommands) {
-        SCOPED_TRACE(joined(words));
-        auto arguments = words;
+        typed.push_back(joined(words).substr(0, joined(words).size() - 1)); // the command's own name ...
+        typed.push_back(joined(words) + " -");                              // ... and its options
+    }
+    const auto offered = completions(typed);
+    ASSERT_EQ(offered.size(), 2 * kCommands.size());
+    for (std::size_t i = 0; i < kCommands.size(); ++i) {
+        SCOPED_TRACE(joined(kCommands[i]));
+        auto arguments = kCommands[i];
         arguments.push_back("--help");
         const auto help = dmf(arguments);
         EXPECT_EQ(help.status, 0);
         EXPECT_NE(help.out.find("Example:\n  "), std::string::npos);
         EXPECT_EQ(help.err, "");
-        EXPECT_NE(page.find(".SS " + words.front()), std::string::npos);
-
-        auto before = words;
-        before.back().pop_back(); // completes the command's own name ...
-        EXPECT_NE(completions(words).find(' ' + words.back() + ' '), std::string::npos);
-        auto after = words;
-        after.push_back("-"); // ... and its options
-        const std::string offered = completions(after);
+        EXPECT_NE(page.find(".SS " + kCommands[i].front()), std::string::npos);
+        EXPECT_NE(offered[2 * i].find(' ' + kCommands[i].back() + ' '), std::string::npos);
         for (std::sregex_iterator match(help.out.begin(), help.out.end(), option), end; match != end; ++match) {
-            EXPECT_NE(offered.find(' ' + (*match)[1].str() + ' '), std::string::npos) << (*match)[1];
+            EXPECT_NE(offered[2 * i + 1].find(' ' + (*match)[1].str() + ' '), std::string::npos) << (*match)[1];
             EXPECT_NE(page.find((*match)[1].str()), std::string::npos) << (*match)[1];
         }
     }
@@ -105,19 +114,19 @@ TEST_F(CommandLine, AWrongOneIsToldWithStatus2InWordsAndInJson)
     };
     for (const auto& arguments : wrong) {
         SCOPED_TRACE(joined(arguments));
-        const auto plain = dmf(arguments);
-        EXPECT_EQ(plain.status, 2);
-        EXPECT_EQ(plain.out, "");
-        EXPECT_TRUE(plain.err.starts_with("dmf: ")) << plain.err;
-
         auto withJson = arguments;
         withJson.insert(withJson.begin(), "--json");
         const auto result = dmf(withJson);
         EXPECT_EQ(result.status, 2);
+        EXPECT_TRUE(result.err.starts_with("dmf: ")) << result.err;
         const Json object = parseObject(result.out);
         EXPECT_EQ(object["error"]["code"], 2);
         EXPECT_NE(object["error"]["message"], "");
     }
+    const auto plain = dmf({"fly"});
+    EXPECT_EQ(plain.status, 2);
+    EXPECT_EQ(plain.out, "");
+    EXPECT_NE(plain.err.find("'fly'"), std::string::npos);
 }
 
 TEST_F(CommandLine, ALogFileReceivesWhatTheLibraryLogs)
