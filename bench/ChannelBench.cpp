@@ -4,22 +4,21 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include <dmf/ADMDataChannelFactory.h>
 #include <dmf/ADMDuplexDataChannel.h>
-#include <dmf/ADMPlugInManager.h>
-#include <dmf/IDMDevice.h>
+#include <dmf/ADMServiceInfoImp.h>
+#include <dmf/DMKeys.h>
 #include <dmf/platform/RunLoop.h>
-
-#include <unistd.h>
-
-#include "support/FakeServiceInfo.h"
 
 namespace {
 enum class Role { swallows, sends };
@@ -90,20 +89,14 @@ private:
     int socket_;
 };
 
-/// An open channel, made as a program gets it: by the plug-in for the connection type.
+/// An open channel, made as a program makes it: from a URI.
 std::shared_ptr<ADMDuplexDataChannel> openChannel(const Peer& peer)
 {
-    const dmf::Dictionary matching{{"DMServiceConnectionType", "IP"}};
-    const auto manager = ADMPlugInManager::sharedManager();
-    const auto deviceClass = manager->implementorForProtocol(IDMDevice::protocol(), matching);
-    const auto channelClass = manager->implementorForProtocol(ADMDuplexDataChannel::protocol(), matching);
-    if (!deviceClass || !channelClass)
+    const auto uri = "socket://127.0.0.1:" + std::to_string(ntohs(peer.address().sin_port)) + "/?vendor=QL&product=P";
+    const auto info = ADMServiceInfoImp::serviceInfoWithURI(uri, std::string(kPrinterDeviceClass));
+    const auto channel = ADMDataChannelFactory::init()->newDuplexDataChannelWithServiceInfo(info, "Print");
+    if (!channel)
         throw std::runtime_error("no socket transport");
-    const dmf::Dictionary params{{"IPAddress", "127.0.0.1"}, {"IPPort", ntohs(peer.address().sin_port)}};
-    const auto device =
-        deviceClass->make<IDMDevice>(dmf::Dictionary{{"params", params}}, std::shared_ptr<IDMDeviceHandler>());
-    const auto channel =
-        channelClass->make<ADMDuplexDataChannel>(std::make_shared<FakeServiceInfo>(device), std::string("Print"));
     channel->scheduleInRunLoop(dmf::RunLoop::current(), dmf::kDefaultRunLoopMode);
     if (!channel->open())
         throw std::runtime_error("cannot open the channel");
@@ -263,3 +256,5 @@ BENCHMARK(plainRecvAll)->Apply(sizes);
 BENCHMARK(channelReadAsync)->Apply(sizes);
 BENCHMARK(channelStream)->Arg(64 << 10)->UseRealTime();
 } // namespace
+
+BENCHMARK_MAIN();

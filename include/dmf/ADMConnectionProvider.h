@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <concepts>
@@ -49,8 +50,13 @@ public:
     [[nodiscard]] std::uint32_t length() const noexcept { return length_; }
     /// Bytes moved so far; for a read of any length, since the last block was told.
     [[nodiscard]] std::uint32_t processed() const noexcept { return processed_; }
-    /// Where the next bytes go, of a read.
-    [[nodiscard]] std::span<std::uint8_t> space() const noexcept { return {space_ + processed_, length_ - processed_}; }
+    /// Where the next bytes go, of a read. Of an asynchronous one it may be less than what is still wanted: telling of
+    /// the progress makes room for more.
+    [[nodiscard]] std::span<std::uint8_t> space() const noexcept
+    {
+        const auto untold = processed_ - reported_;
+        return {space_ + untold, std::min(length_ - processed_, window_ - untold)};
+    }
     /// The bytes that are to be sent next, of a write.
     [[nodiscard]] std::span<const std::uint8_t> bytes() const noexcept
     {
@@ -80,6 +86,7 @@ private:
     std::uint8_t* space_ = nullptr;
     const std::uint8_t* bytes_ = nullptr;
     std::uint32_t length_ = 0;
+    std::uint32_t window_ = 0; // the size of the memory at space_
     std::uint32_t processed_ = 0;
     std::uint32_t reported_ = 0;
     std::uint32_t timeout_ = dmf::kNoTimeout;

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <dmf/ADMDuplexDataChannel.h>
 
@@ -126,6 +127,8 @@ private:
     std::atomic<bool> shouldClose_{false};
     std::atomic<std::uint32_t> closeRequests_{0};
     std::atomic<std::uint64_t> undeliveredBytes_{0};
+    std::vector<dmf::Data> blocks_; // guarded by lock_; see readData
+    std::size_t nextBlock_ = 0;     // guarded by lock_
     mutable std::recursive_mutex delegateLock_;
     std::weak_ptr<ADMDuplexDataChannelDelegate> delegate_; // guarded by delegateLock_
     std::shared_ptr<ADMMessageQueue> messageQueue_;        // set once, before the channel is handed out

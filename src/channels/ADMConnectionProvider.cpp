@@ -18,6 +18,8 @@ struct ADMConnectionProvider::StartHandShake {
 };
 
 namespace {
+constexpr std::uint32_t kSmallestWindow = 16 * 1024;
+
 bool leavesConnectionOpen(std::int16_t status)
 {
     switch (status) {
@@ -178,7 +180,7 @@ ADMConnectionProvider::Status ADMConnectionProvider::readData(std::uint8_t* buff
         return refusal;
     ADMTransferTicket ticket;
     ticket.space_ = buffer;
-    ticket.length_ = wanted;
+    ticket.length_ = ticket.window_ = wanted;
     ticket.wantsWholeLength_ = wholeLength;
     ticket.timeout_ = timeout;
     const Status status = transfer(held, readTicket_, ticket, &ADMConnectionProvider::performRead);
@@ -209,7 +211,9 @@ ADMConnectionProvider::Status ADMConnectionProvider::readAsyncDataOfLength(std::
         return refusal;
     asyncRead_ = {};
     asyncRead_.length_ = length != 0 ? length : maxReadPacketSize_.load();
-    asyncRead_.ownedBuffer_.reset(new (std::nothrow) std::uint8_t[asyncRead_.length_]);
+    // What has been told is out of the buffer, so that much can be read through a small one.
+    asyncRead_.window_ = std::min(asyncRead_.length_, std::max(maxReadPacketSize_.load(), kSmallestWindow));
+    asyncRead_.ownedBuffer_.reset(new (std::nothrow) std::uint8_t[asyncRead_.window_]);
     if (!asyncRead_.ownedBuffer_ || asyncRead_.length_ == 0)
         return ProviderStatus::failed;
     asyncRead_.space_ = asyncRead_.ownedBuffer_.get();
@@ -411,7 +415,7 @@ void ADMConnectionProvider::notifyRead(ADMTransferTicket& ticket, Status status)
     const auto channel = parent();
     if (ticket.processed_ > ticket.reported_) {
         if (channel)
-            channel->readData({ticket.space_ + ticket.reported_, ticket.processed_ - ticket.reported_});
+            channel->readData({ticket.space_, ticket.processed_ - ticket.reported_});
         if (ticket.wantsWholeLength_)
             ticket.reported_ = ticket.processed_;
         else

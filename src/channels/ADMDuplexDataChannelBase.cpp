@@ -15,10 +15,13 @@ using dmf::ChannelError;
 namespace ProviderStatus = dmf::ProviderStatus;
 
 namespace {
+/// At the socket transport's block size this is a megabyte a channel.
+constexpr std::size_t kBlocksKept = 16;
+
 bool isValidTimeout(double seconds)
 {
-    return !(seconds < 0);
-} // NaN is one
+    return !(seconds < 0); // NaN is one
+}
 
 std::uint32_t microseconds(double seconds)
 {
@@ -137,6 +140,10 @@ void ADMDuplexDataChannelBase::close()
     // Outside the lock: the worker thread needs it to finish.
     if (const auto current = provider())
         current->close();
+    {
+        std::lock_guard guard(*lock_);
+        blocks_.clear();
+    }
     if (DMIsLoggingEnabled())
         DMFLog("debug", "Finished closing channel for device with uri - %@", serviceInfo_->uri());
 }
@@ -213,7 +220,13 @@ void ADMDuplexDataChannelBase::writeDataOfSize(std::uint32_t size)
 void ADMDuplexDataChannelBase::readData(std::span<const std::uint8_t> bytes)
 {
     undeliveredBytes_ += bytes.size();
-    messageQueue_->addObject(dmf::Data(bytes));
+    std::lock_guard guard(*lock_);
+    // Blocks go round: the memory of one that the client has let go of takes later bytes. Fresh memory for each would
+    // cost more, in page faults, than the bytes themselves.
+    blocks_.resize(kBlocksKept);
+    auto& block = blocks_[nextBlock_++ % kBlocksKept];
+    block.assign(bytes);
+    messageQueue_->addObject(block);
 }
 
 void ADMDuplexDataChannelBase::countDelivered(std::size_t size) noexcept

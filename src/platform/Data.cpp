@@ -58,6 +58,13 @@ void Data::append(std::span<const std::uint8_t> bytes)
     target.insert(target.end(), bytes.begin(), bytes.end());
 }
 
+void Data::assign(std::span<const std::uint8_t> bytes)
+{
+    if (!storage_.isUnique())
+        storage_ = {};
+    storage_.edit().assign(bytes.begin(), bytes.end());
+}
+
 void Data::append(const Data& other)
 {
     if (empty())

@@ -118,6 +118,20 @@ TEST_F(ConnectionProvider, ReadsOfAnyLengthGoOnBlockByBlockUntilAFailure)
     EXPECT_THAT(recorder.told, ElementsAre("read:ab", "read:cdef", "failed:1/1"));
 }
 
+TEST_F(ConnectionProvider, LongReadsTakeLittleMemory)
+{
+    ASSERT_EQ(provider->readAsyncDataOfLength(0xFFFFFFFF, kSecond), 0);
+    provider->post([](ScriptedProvider& worker) {
+        const auto room = worker.readTicket()->space().size();
+        EXPECT_LT(room, 1024u * 1024u);
+        worker.arrive(std::string(room, 'a'));
+        EXPECT_EQ(worker.readTicket()->space().size(), room);
+        worker.arrive("b", ProviderStatus::timedOut);
+    });
+    ASSERT_TRUE(recorder.waitFor("failed:1/1"));
+    EXPECT_EQ(recorder.bytes.back(), 'b');
+}
+
 TEST_F(ConnectionProvider, ARunningWorkerServesSynchronousRequestsToo)
 {
     startWorker();

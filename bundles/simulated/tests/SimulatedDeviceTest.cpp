@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <dmf/ADMDataChannelFactory.h>
 #include <dmf/ADMDuplexDataChannel.h>
 #include <dmf/ADMIOProvider.h>
 #include <dmf/ADMPlugInManager.h>
+#include <dmf/ADMServiceInfoImp.h>
 #include <dmf/platform/Bundle.h>
 
 #include "support/ChannelDelegate.h"
@@ -91,6 +93,23 @@ TEST(SimulatedDevice, IsFoundAsItsScriptSays)
     EXPECT_TRUE(makeDevice(third));
     EXPECT_FALSE(makeDevice({{"searchDelay", "60000"}}, std::make_shared<Handler>()));
     EXPECT_FALSE(simulation()->implementorClassForProtocolWithName("ADMLogger"));
+}
+
+TEST(SimulatedDevice, IsReachedThroughItsUri)
+{
+    ASSERT_TRUE(simulation());
+    const auto info = ADMServiceInfoImp::serviceInfoWithURI(
+        "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Model%209&answer=@echo",
+        "com.ql.printer");
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->connectionType(), "Simulated");
+    const auto channel = ADMDataChannelFactory::init()->newDuplexDataChannelWithServiceInfo(info, "Print");
+    ASSERT_TRUE(channel && channel->open());
+    EXPECT_TRUE(channel->writeData(Data::fromText("hello"), 10, nullptr));
+    Data answer;
+    EXPECT_TRUE(channel->readDataOfLength(answer, 5, 10, nullptr));
+    EXPECT_EQ(answer.text(), "hello");
+    EXPECT_EQ(info->device()->retrieveParameters({}, nullptr)["modelName"], "Model 9");
 }
 
 TEST(SimulatedDevice, AnswersEachRequest)

@@ -31,6 +31,8 @@ public:
     [[nodiscard]] std::string_view text() const noexcept;
 
     void append(std::span<const std::uint8_t> bytes);
+    /// Replaces the content, in the same memory where no other object shares it. `bytes` must not be this object's own.
+    void assign(std::span<const std::uint8_t> bytes);
     void append(const Data& other);
     void clear() { *this = Data(); }
 
