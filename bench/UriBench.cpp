@@ -83,3 +83,4 @@ BENCHMARK_CAPTURE(glibJoin, socket, "socket", "192.168.1.20", "/", "bidi");
 BENCHMARK_CAPTURE(generate, usb, kUsbUri);
 BENCHMARK_CAPTURE(glibJoin, usb, "usb", "QL", "/Model 100", "serial=CN12 34");
 BENCHMARK(make);
+BENCHMARK_MAIN();

@@ -33,7 +33,7 @@ constexpr std::array<std::uint8_t, 256> makeTraits() noexcept
     add("-.", kLegal | kInScheme | kUnescaped);
     add("_~!$&'()*,;=:@", kLegal | kUnescaped);
     add("+", kLegal | kInScheme | kUnescaped);
-    add("[]", kLegal);
+    add("[]%", kLegal); // "%" as far as an escape follows
     add("/", kLegal | kUnescaped | kEndsHost);
     add("?", kLegal | kUnescaped | kEndsHost | kEndsPath);
     add("#", kLegal | kEndsHost | kEndsPath | kEndsQuery);
@@ -65,12 +65,15 @@ constexpr int escapedByte(std::string_view text) noexcept
 
 bool isLegal(std::string_view text) noexcept
 {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (has(text[i], kLegal))
-            continue;
-        if (text[i] != '%' || escapedByte(text.substr(i)) < 0)
+    // Without a branch for each character: texts are legal as a rule.
+    std::uint8_t common = kLegal;
+    for (const char c : text)
+        common &= kTraits[static_cast<std::uint8_t>(c)];
+    if (common == 0)
+        return false;
+    for (auto percent = text.find('%'); percent != std::string_view::npos; percent = text.find('%', percent + 3)) {
+        if (escapedByte(text.substr(percent)) < 0)
             return false;
-        i += 2;
     }
     return true;
 }
@@ -88,21 +91,26 @@ std::string_view takeUpTo(std::string_view& text, Trait trait) noexcept
 
 } // namespace
 
-std::optional<UrlParts> UrlParts::split(std::string_view text) noexcept
+std::optional<std::string_view> schemeOfUrl(std::string_view text) noexcept
 {
     if (text.empty() || !isLetter(text.front()))
         return {};
     std::size_t colon = 1;
     while (colon < text.size() && has(text[colon], kInScheme))
         ++colon;
-    if (colon == text.size() || text[colon] != ':')
+    if (colon == text.size() || text[colon] != ':' || !isLegal(text.substr(colon + 1)))
         return {};
-    std::string_view rest = text.substr(colon + 1);
-    if (!isLegal(rest))
-        return {};
+    return text.substr(0, colon);
+}
 
+std::optional<UrlParts> UrlParts::split(std::string_view text) noexcept
+{
+    const auto scheme = schemeOfUrl(text);
+    if (!scheme)
+        return {};
     UrlParts parts;
-    parts.scheme = text.substr(0, colon);
+    parts.scheme = *scheme;
+    std::string_view rest = text.substr(scheme->size() + 1);
     if (rest.starts_with("//")) {
         rest.remove_prefix(2);
         parts.authority = takeUpTo(rest, kEndsHost);

@@ -21,6 +21,9 @@ struct DMF_EXPORT UrlParts {
     [[nodiscard]] static std::optional<UrlParts> split(std::string_view text) noexcept;
 };
 
+/// The scheme alone, as written; nothing for a text that is no URL. Quicker than taking the whole URL apart.
+[[nodiscard]] DMF_EXPORT std::optional<std::string_view> schemeOfUrl(std::string_view text) noexcept;
+
 struct HostAndPort {
     std::string_view host; ///< as written, without brackets
     std::optional<std::string_view> port;

@@ -4,8 +4,6 @@
 #include <dmf/DMKeys.h>
 #include <dmf/DMStringExtension.h>
 
-#include <algorithm>
-
 namespace dmf::internal {
 namespace {
 
@@ -34,11 +32,6 @@ std::string withEscapedZone(std::string_view address)
     if (percent == std::string_view::npos)
         return std::string(address);
     return joined({address.substr(0, percent), "%25", address.substr(percent + 1)});
-}
-
-constexpr char asciiLower(char c) noexcept
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
 } // namespace
@@ -121,17 +114,6 @@ std::string bonjourPairs(std::string_view name, std::string_view type, std::stri
                         {kBonjourServiceNameParam, com_ql_dmf_stringByEncodingToURLNotation(name)},
                         {kBonjourServiceTypeParam, type},
                         {kBonjourServiceDomainParam, domain}});
-}
-
-bool equalIgnoringAsciiCase(std::string_view left, std::string_view right) noexcept
-{
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return asciiLower(a) == asciiLower(b); });
-}
-
-bool isAcceptedVendor(std::string_view vendor) noexcept
-{
-    return equalIgnoringAsciiCase(vendor, "ql") || equalIgnoringAsciiCase(vendor, "tessaly-corvan");
 }
 
 } // namespace dmf::internal

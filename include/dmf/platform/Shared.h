@@ -25,8 +25,10 @@ public:
     }
     ~Shared()
     {
-        // The last owner must see every use that other owners made before they let go.
-        if (box_ && box_->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        // The last owner must see every use that other owners made before they let go. Who is the only owner already
+        // needs no costly change of the count: nobody else is there to change it.
+        if (box_ && (box_->references.load(std::memory_order_acquire) == 1 ||
+                     box_->references.fetch_sub(1, std::memory_order_acq_rel) == 1))
             delete box_;
     }
 
