@@ -10,6 +10,7 @@
 
 #include "foundation/InternalKeys.h"
 #include "platform/StringScanner.h"
+#include "platform/UrlParts.h"
 #include "service/UriForms.h"
 #include "service/UriPieces.h"
 
