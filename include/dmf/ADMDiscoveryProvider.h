@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -56,5 +57,6 @@ public:
 
 private:
     const std::weak_ptr<ADMServiceDiscoveryBase> parent_;
-    dmf::Value service_; // guarded by the discovery thread's lock
+    mutable std::mutex serviceLock_;
+    dmf::Value service_; // guarded by serviceLock_
 };

@@ -13,10 +13,10 @@
 /// thread-default one, so that what is asynchronous in GLib works on it as well. Thread-safe.
 class DMF_EXPORT ADMDiscoveryThread : public ADMWorkerThread {
 public:
-    /// A running thread whose run loop is ready; empty when it cannot be started.
+    /// A running thread whose run loop is ready; empty when it cannot be started. Releasing the last reference stops the
+    /// thread and waits for its end, so for the action or the callback that is under way on it; on the thread itself it
+    /// only asks for the end.
     [[nodiscard]] static std::shared_ptr<ADMDiscoveryThread> init();
-    /// Stops the thread and waits for its end, so for the action or the callback that is under way on it; on the thread
-    /// itself it only asks for the end.
     ~ADMDiscoveryThread() override;
 
     /// The thread's run loop, while it turns.
@@ -41,7 +41,12 @@ protected:
     [[nodiscard]] const char* threadName() const noexcept override;
 
 private:
-    struct State;
+    struct Actions;
     ADMDiscoveryThread();
-    const std::shared_ptr<State> state_; // the thread's own part: it may outlive this object
+    [[nodiscard]] std::shared_ptr<Actions> actions() const;
+
+    const std::shared_ptr<IDMLock> lock_; // recursive
+    mutable std::mutex loopLock_;
+    std::shared_ptr<dmf::RunLoop> runLoop_; // guarded by loopLock_; set while the loop turns
+    std::shared_ptr<Actions> actions_;      // guarded by loopLock_, likewise
 };

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <dmf/ADMBaseDiscovery.h>
+#include <dmf/ADMServiceInfo.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "discovery/DiscoveryRun.h"
+#include "discovery/FoundServices.h"
+#include "platform/RunLoopFeed.h"
+#include "service/ResolveParameters.h"
+
+/// The state of a discovery, and the ways from its back ends to its client. Locks are taken in the order startLock,
+/// lock, reportLock; serviceLock stands alone. No lock is held while a delegate, a filter or a back end is called, but
+/// startLock while back ends are stopped.
+struct ADMBaseDiscovery::Private {
+    using Service = std::shared_ptr<ADMServiceInfo>;
+    using Modes = std::set<std::string>;
+    using Report = std::function<void(ADMDiscovery& discovery, const ADMDiscoveryDelegate& delegate)>;
+
+    explicit Private(std::vector<std::string> names) : channelNames(std::move(names)) {}
+
+    const std::vector<std::string> channelNames;
+
+    /// One start or stop at a time. It is held while the back ends are started and stopped, so nothing that they or the
+    /// discovery thread need may ask for it.
+    std::recursive_mutex startLock;
+    std::atomic<bool> isStarted{false}; // changed under startLock
+
+    mutable std::recursive_mutex lock;
+    std::shared_ptr<dmf::RunLoop> runLoop; // guarded by lock
+    Modes runLoopModes;                    // guarded by lock
+    const std::shared_ptr<dmf::RunLoopSource> stubPort =
+        dmf::RunLoopSource::create(nullptr); // keeps the modes from ending
+    dmf::Dictionary connectionParameters = dmf::internal::connectionTypeToParametersMap(); // guarded by lock
+    dmf::Dictionary parameters;                                                            // guarded by lock
+    std::shared_ptr<dmf::internal::DiscoveryRun> run; // guarded by lock; the last one
+
+    /// Orders the reports: nothing that was found comes after the end.
+    mutable std::mutex reportLock;
+    std::weak_ptr<ADMDiscoveryDelegate> delegate;     // guarded by reportLock
+    std::shared_ptr<ADMDiscoveryFilter> filter;       // guarded by reportLock
+    std::shared_ptr<dmf::internal::RunLoopFeed> feed; // guarded by reportLock; there while there is a run loop
+
+    std::mutex serviceLock;
+    std::optional<dmf::internal::FoundServices> services; // guarded by serviceLock; there during a synchronous run
+    double lastServiceComeDate = 0;                       // guarded by serviceLock; on the steady clock
+
+    void applyRunLoop(std::shared_ptr<dmf::RunLoop> newRunLoop, Modes newModes);
+    bool notify(const std::weak_ptr<ADMBaseDiscovery>& weak, Report report,
+                const dmf::internal::DiscoveryRun* of = nullptr);
+    /// Tells the delegate that the discovery does not begin.
+    void refuse(const std::weak_ptr<ADMBaseDiscovery>& weak, std::string_view description);
+    [[nodiscard]] bool passesFilter(ADMServiceInfo& service) const;
+    bool addService(const std::weak_ptr<ADMBaseDiscovery>& weak, const dmf::internal::DiscoveryRun& of,
+                    const Service& service);
+    bool removeService(const std::weak_ptr<ADMBaseDiscovery>& weak, const dmf::internal::DiscoveryRun& of,
+                       const Service& service);
+    void begin(const std::weak_ptr<ADMBaseDiscovery>& weak, std::vector<std::string> connectionTypes);
+    void awaitIdleness(dmf::RunLoop& loop, double timeout);
+    [[nodiscard]] std::shared_ptr<dmf::internal::DiscoveryRun> currentRun() const;
+};
