@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <dmf/ADMInvocationCallback.h>
+#include <dmf/ADMOperationQueue.h>
+#include <dmf/ADMSchedulableOperation.h>
+
+#include "support/FakeServiceInfo.h"
+
+/// An operation that does what the test says, on a queue if there is one.
+class TestOperation : public ADMSchedulableOperation {
+public:
+    using Work = std::function<std::shared_ptr<ADMCallback>(TestOperation&)>;
+
+    TestOperation(Initializer&& initializer, Work work, std::shared_ptr<ADMOperationQueue> queue = nullptr)
+        : ADMSchedulableOperation(std::move(initializer)), work_(std::move(work)), queue_(std::move(queue))
+    {
+    }
+    ~TestOperation() override
+    {
+        if (onDestruction)
+            onDestruction();
+    }
+    std::function<void()> onDestruction;
+
+    std::shared_ptr<ADMCallback> performOperation() override { return work_(*this); }
+    void scheduleOperation() override
+    {
+        ADMSchedulableOperation::scheduleOperation();
+        if (queue_)
+            queue_->scheduleOperation(shared_from_this());
+    }
+    void scheduleInRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
+    {
+        if (queue_)
+            queue_->scheduleInRunLoop(runLoop, mode);
+    }
+    void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
+    {
+        if (queue_)
+            queue_->removeFromRunLoop(runLoop, mode);
+    }
+
+private:
+    const Work work_;
+    const std::shared_ptr<ADMOperationQueue> queue_;
+};
+
+/// One that is active already, as if a service had scheduled it.
+inline std::shared_ptr<TestOperation> makeOperation(TestOperation::Work work)
+{
+    auto made = ADMSchedulableOperation::initWithServiceInfo<TestOperation>(std::make_shared<FakeServiceInfo>(),
+                                                                            std::move(work));
+    made->scheduleOperation();
+    return made;
+}
+
+inline std::shared_ptr<ADMCallback> calling(std::function<void()> function)
+{
+    return ADMInvocationCallback::callbackWithInvocation(std::move(function));
+}
