@@ -165,13 +165,14 @@ std::uintptr_t ADMDiscoveryThread::run()
     }
     releaseStarter();
 
-    while (!isStopRequested()) {
+    // Work that was queued before the stop is done; the stop comes behind it.
+    do {
         try {
             loop->run();
         } catch (const std::exception& exception) {
             DMFLog("errors", "Discovery: exception %@ on the discovery thread.", exception);
         }
-    }
+    } while (!isStopRequested());
 
     keeper->invalidate();
     std::lock_guard guard(loopLock_);

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <dmf/ADMServiceDiscoveryBase.h>
+#include <dmf/ADMServiceInfoImp.h>
+#include <dmf/DMKeys.h>
+#include <dmf/platform/RunLoop.h>
+
+#include "support/HostFixture.h"
+#include "support/TestPlugIns.h"
+
+class FakeServiceDiscovery;
+
+/// How the test's back ends behave, and which of them there are. One for each test.
+class FakeBackEnds {
+public:
+    FakeBackEnds() { current() = this; }
+    ~FakeBackEnds() { current() = nullptr; }
+    FakeBackEnds(const FakeBackEnds&) = delete;
+    FakeBackEnds& operator=(const FakeBackEnds&) = delete;
+    static FakeBackEnds*& current()
+    {
+        static FakeBackEnds* the = nullptr;
+        return the;
+    }
+
+    /// What happens as a back end starts, on the creating thread; its result is the provider's status.
+    std::function<std::uint32_t(FakeServiceDiscovery&)> onStart = [](FakeServiceDiscovery&) { return 0U; };
+    std::function<void()> onStop;
+    bool makesNoProvider = false;
+
+    void note(const std::shared_ptr<FakeServiceDiscovery>& made)
+    {
+        std::lock_guard guard(lock_);
+        made_.push_back(made);
+    }
+    std::vector<std::shared_ptr<FakeServiceDiscovery>> alive() const
+    {
+        std::lock_guard guard(lock_);
+        std::vector<std::shared_ptr<FakeServiceDiscovery>> result;
+        for (const auto& weak : made_) {
+            if (auto strong = weak.lock())
+                result.push_back(std::move(strong));
+        }
+        return result;
+    }
+    std::size_t madeCount() const
+    {
+        std::lock_guard guard(lock_);
+        return made_.size();
+    }
+
+private:
+    mutable std::mutex lock_;
+    std::vector<std::weak_ptr<FakeServiceDiscovery>> made_; // guarded by lock_
+};
+
+class FakeServiceDiscovery final : public ADMServiceDiscoveryBase {
+public:
+    class Provider final : public ADMDiscoveryProvider {
+    public:
+        using ADMDiscoveryProvider::ADMDiscoveryProvider;
+        Status startDiscovery(std::string_view, std::optional<std::string_view>) override
+        {
+            const auto owner = std::static_pointer_cast<FakeServiceDiscovery>(parent());
+            return FakeBackEnds::current()->onStart(*owner);
+        }
+        Status stopDiscovery() override
+        {
+            if (FakeBackEnds::current() && FakeBackEnds::current()->onStop)
+                FakeBackEnds::current()->onStop();
+            return 0;
+        }
+    };
+
+    FakeServiceDiscovery(std::string name, std::string type, dmf::Dictionary parameters)
+        : ADMServiceDiscoveryBase(std::move(name), std::move(type), std::move(parameters))
+    {
+    }
+    static std::shared_ptr<FakeServiceDiscovery> make(std::string name, std::string type, dmf::Dictionary parameters)
+    {
+        FakeBackEnds& all = *FakeBackEnds::current();
+        auto made = std::make_shared<FakeServiceDiscovery>(std::move(name), std::move(type), std::move(parameters));
+        if (!all.makesNoProvider)
+            made->setDiscovery(std::make_shared<Provider>(made));
+        all.note(made);
+        return made;
+    }
+    const std::shared_ptr<ADMDiscoveryProvider>& provider() const { return discovery(); }
+
+    /// Reports from the discovery thread, as back ends do.
+    void report(const std::shared_ptr<ADMServiceInfo>& service, bool isRemoved = false)
+    {
+        performAction([self = shared_from_this(), service, isRemoved] { self->announceService(service, isRemoved); });
+    }
+    /// Everything that was reported before has reached the delegate when this returns.
+    static void settle()
+    {
+        if (const auto completion = performAction([] {})) {
+            completion->lock();
+            completion->unlock();
+        }
+    }
+};
+
+/// A machine on which the back ends of the test serve the connection types "Fake" and "Other".
+class DiscoveryHost : public HostFixture {
+public:
+    DiscoveryHost()
+    {
+        host().libraryFolder = path("/lib").string();
+        for (const std::string type : {"Fake", "Other"})
+            testplugins::make(path("/lib/dmf/PlugIns/" + type + ".bundle"), "Alpha",
+                              {{std::string(kDMServiceConnectionType), type},
+                               {"DMPlugInProtocol2ImplementorMap",
+                                dmf::Dictionary{{"IDMServiceDiscovery", "FakeServiceDiscovery"}}}});
+    }
+    FakeBackEnds backEnds;
+};
+
+inline std::shared_ptr<ADMServiceInfo> serviceAt(const std::string& address)
+{
+    return ADMServiceInfoImp::initWithURI("socket://" + address + ":9100?vendor=QL&product=Model%209",
+                                          kPrinterDeviceClass);
+}
+
+/// Turns the calling thread's run loop in `mode` until `isDone`, ten seconds at most.
+inline bool turnUntil(const std::function<bool()>& isDone, std::string_view mode = dmf::kDefaultRunLoopMode)
+{
+    const auto loop = dmf::RunLoop::current();
+    const auto keeper = dmf::RunLoopSource::create(nullptr);
+    loop->addSource(keeper, mode);
+    const dmf::Date limit = dmf::Date::now().addingTimeInterval(10);
+    while (!isDone() && dmf::Date::now() < limit)
+        loop->runMode(mode, dmf::Date::now().addingTimeInterval(0.02), true);
+    keeper->invalidate();
+    return isDone();
+}

@@ -1,0 +1,210 @@
+#include <dmf/ADMServiceDiscoveryBase.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <dmf/ADMDiscoveryThread.h>
+#include <dmf/platform/Error.h>
+
+#include <atomic>
+#include <cerrno>
+#include <stdexcept>
+#include <thread>
+
+#include "discovery/FakeBackEnd.h"
+#include "support/LogCapture.h"
+
+using testing::ElementsAre;
+
+DMF_REGISTER_CLASS(FakeServiceDiscovery)
+{
+    described.implements<IDMServiceDiscovery>(&FakeServiceDiscovery::make);
+}
+
+namespace {
+using Base = ADMServiceDiscoveryBase;
+
+void await(const std::shared_ptr<IDMLock>& completion)
+{
+    ASSERT_TRUE(completion);
+    completion->lock();
+    completion->unlock();
+}
+} // namespace
+
+TEST(ServiceDiscovery, TheThreadLivesAsLongAsAnyProvider)
+{
+    FakeBackEnds backEnds;
+    EXPECT_FALSE(Base::runloop());
+    EXPECT_EQ(Base::lock(), -1);
+    EXPECT_EQ(Base::unlock(), -1);
+    EXPECT_FALSE(Base::lockObject());
+    EXPECT_FALSE(Base::performAction([] {}));
+
+    auto first = FakeServiceDiscovery::make("Print", "Fake", {});
+    auto second = FakeServiceDiscovery::make("Print", "Other", {});
+    const auto loop = Base::runloop();
+    ASSERT_TRUE(loop);
+    first.reset();
+    EXPECT_EQ(Base::runloop(), loop);
+    EXPECT_FALSE(loop->hasEnded());
+    second.reset();
+    EXPECT_FALSE(Base::runloop());
+    EXPECT_TRUE(turnUntil([&] { return loop->hasEnded(); }));
+
+    second = FakeServiceDiscovery::make("Print", "Other", {});
+    EXPECT_TRUE(Base::runloop());
+}
+
+TEST(ServiceDiscovery, ActionsRunInOrderUnderTheThreadsLock)
+{
+    FakeBackEnds backEnds;
+    const auto keeper = FakeServiceDiscovery::make("Print", "Fake", {});
+    EXPECT_FALSE(Base::performAction(nullptr));
+
+    std::vector<int> order;
+    std::thread::id thread;
+    const auto lock = Base::lockObject();
+    ASSERT_EQ(Base::lock(), 0);
+    Base::performAction([&] {
+        order.push_back(1);
+        thread = std::this_thread::get_id();
+        // The lock is recursive and already held here.
+        order.push_back(lock->trylock() == 0 && lock->unlock() == 0 ? 2 : -2);
+    });
+    const auto last = Base::performAction([&] { order.push_back(3); });
+    EXPECT_EQ(last->trylock(), EBUSY); // the thread waits for the lock that is held here
+    EXPECT_TRUE(order.empty());
+    Base::unlock();
+    await(last);
+    EXPECT_THAT(order, ElementsAre(1, 2, 3));
+    EXPECT_NE(thread, std::this_thread::get_id());
+}
+
+TEST(ServiceDiscovery, WhatABackEndThrowsDoesNotEndTheThread)
+{
+    HostFixture host;
+    FakeBackEnds backEnds;
+    const auto keeper = FakeServiceDiscovery::make("Print", "Fake", {});
+    await(Base::performAction([] { throw std::runtime_error("broken back end"); }));
+    const auto timer = dmf::RunLoopTimer::create(dmf::Date::now(), 0, dmf::RunLoopTimer::Repeat::no,
+                                                 [](auto&) { throw std::runtime_error("broken timer"); });
+    Base::runloop()->addTimer(timer, dmf::kDefaultRunLoopMode);
+    while (timer->isValid())
+        await(Base::performAction([] {}));
+    std::atomic<bool> ran{false};
+    await(Base::performAction([&] { ran = true; }));
+    EXPECT_TRUE(ran);
+}
+
+TEST(ServiceDiscovery, TheThreadEndsWithItsLockHeldAndWithWorkQueued)
+{
+    FakeBackEnds backEnds;
+    auto keeper = FakeServiceDiscovery::make("Print", "Fake", {});
+    const auto lock = Base::lockObject();
+    lock->lock();
+    lock->lock();
+    std::atomic<int> ran{0};
+    const auto before = Base::performAction([&] { ++ran; });
+    keeper.reset();
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(before->trylock(), 0);
+    EXPECT_EQ(lock->unlock(), 0);
+    EXPECT_EQ(lock->unlock(), 0);
+    EXPECT_NE(lock->unlock(), 0);
+}
+
+TEST(ServiceDiscovery, TheLastReferenceMayGoOnTheDiscoveryThread)
+{
+    FakeBackEnds backEnds;
+    auto discovery = FakeServiceDiscovery::make("Print", "Fake", {});
+    const auto loop = Base::runloop();
+    const auto done = Base::performAction([held = std::move(discovery)]() mutable { held.reset(); });
+    await(done);
+    EXPECT_TRUE(turnUntil([&] { return loop->hasEnded(); }));
+    EXPECT_FALSE(Base::runloop());
+}
+
+TEST(ServiceDiscovery, AThreadOfOnesOwnStopsWithItsLastReference)
+{
+    auto thread = ADMDiscoveryThread::init();
+    ASSERT_TRUE(thread);
+    const auto loop = thread->runLoop();
+    ASSERT_TRUE(loop);
+    std::atomic<bool> ran{false};
+    thread->performAction([&] { ran = true; });
+    thread.reset();
+    EXPECT_TRUE(ran);
+    EXPECT_TRUE(turnUntil([&] { return loop->hasEnded(); }));
+}
+
+TEST(ServiceDiscovery, AStartTellsWhyItFailed)
+{
+    FakeBackEnds backEnds;
+    dmf::Dictionary error;
+    const auto discovery = FakeServiceDiscovery::make("Print", "Fake", {});
+    EXPECT_TRUE(discovery->startServiceDiscovery(&error));
+    EXPECT_TRUE(error.empty());
+
+    backEnds.onStart = [](FakeServiceDiscovery&) { return 5U; };
+    EXPECT_FALSE(discovery->startServiceDiscovery(nullptr));
+    EXPECT_FALSE(discovery->startServiceDiscovery(&error));
+    EXPECT_EQ(error[kDMErrorDescription], "Failed to start service discovery.");
+    EXPECT_EQ(error[kDMErrorCode], 5);
+
+    backEnds.makesNoProvider = true;
+    const auto bare = FakeServiceDiscovery::make("Print", "Fake", {});
+    EXPECT_FALSE(bare->startServiceDiscovery(&error));
+    EXPECT_EQ(error[kDMErrorDescription], "Invalid discovery implementor (nil).");
+    EXPECT_EQ(error[kDMErrorCode], -1);
+}
+
+TEST(ServiceDiscovery, NothingIsReportedAfterStop)
+{
+    FakeBackEnds backEnds;
+    const auto discovery = FakeServiceDiscovery::make("Print", "Fake", {});
+    std::vector<std::string> heard;
+    const auto delegate = std::make_shared<IDMServiceDiscoveryDelegate>();
+    delegate->serviceDiscoveryDidFindService = [&](auto&, const auto& service) {
+        heard.push_back("found " + service->uri().value_or(""));
+    };
+    delegate->serviceDiscoveryDidDisappearService = [&](auto&, const auto& service) {
+        heard.push_back("lost " + service->uri().value_or(""));
+    };
+    discovery->setDelegate(delegate);
+    EXPECT_EQ(discovery->delegate(), delegate);
+    discovery->report(serviceAt("10.0.0.1"));
+    discovery->report(serviceAt("10.0.0.1"), true);
+    FakeServiceDiscovery::settle();
+    const std::string uri = *serviceAt("10.0.0.1")->uri();
+    EXPECT_THAT(heard, ElementsAre("found " + uri, "lost " + uri));
+
+    discovery->stop();
+    EXPECT_FALSE(discovery->delegate());
+    discovery->report(serviceAt("10.0.0.2"));
+    FakeServiceDiscovery::settle();
+    EXPECT_EQ(heard.size(), 2U);
+}
+
+TEST(ServiceDiscovery, AProviderKeepsItsServiceAndKnowsNoParameters)
+{
+    FakeBackEnds backEnds;
+    const auto discovery = FakeServiceDiscovery::make("Print", "Fake", {{"depth", 3}});
+    auto& provider = *discovery->provider();
+    EXPECT_EQ(provider.parent(), discovery);
+    EXPECT_EQ(provider.parameters()["depth"], 3);
+
+    EXPECT_EQ(provider.initDiscovery({}, "local"), 1U);
+    EXPECT_EQ(provider.initDiscovery("a device", std::nullopt), 0U);
+    EXPECT_EQ(provider.service(), "a device");
+    provider.resetDiscovery();
+    EXPECT_TRUE(provider.service().isNull());
+
+    std::array<std::uint8_t, 4> value{};
+    EXPECT_EQ(provider.parameter(std::nullopt, value), 4U);
+    EXPECT_EQ(provider.parameter("depth", {}), 4U);
+    EXPECT_EQ(provider.parameter("depth", value), 6U);
+    EXPECT_EQ(provider.setParameter("depth", {}), 4U);
+    EXPECT_EQ(provider.setParameter("depth", value), 6U);
+    EXPECT_THROW(FakeServiceDiscovery::Provider(nullptr), std::invalid_argument);
+}
