@@ -5,6 +5,10 @@
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/ADMServiceInfo.h>
 #include <dmf/DMKeys.h>
+#include <dmf/DMLog.h>
+
+#include <exception>
+#include <utility>
 
 namespace {
 std::shared_ptr<const dmf::Class> channelClassFor(const ADMServiceInfo& serviceInfo)
@@ -40,5 +44,175 @@ ADMChannelFactoryImp::newDuplexDataChannelWithServiceInfo(const std::shared_ptr<
     if (!serviceInfo)
         return nullptr;
     const auto channelClass = channelClassFor(*serviceInfo);
-    return channelClass ? channelClass->make<ADMDuplexDataChannel>(serviceInfo, std::string(channelName)) : nullptr;
+    if (!channelClass)
+        return nullptr;
+    try {
+        return channelClass->make<ADMDuplexDataChannel>(serviceInfo, std::string(channelName));
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Factory: exception %@ while channel '%@' was made by '%@'", exception, channelName,
+               channelClass->name());
+        return nullptr;
+    }
+}
+
+std::set<std::string> ADMChannelFactoryImp::channelNames()
+{
+    std::lock_guard guard(mutex());
+    if (!channelNames_) {
+        const auto supported = supportedChannelNames();
+        channelNames_.emplace(supported.begin(), supported.end());
+    }
+    return *channelNames_;
+}
+
+void ADMChannelFactoryImp::setChannelNames(std::set<std::string> names)
+{
+    std::lock_guard guard(mutex());
+    channelNames_ = std::move(names);
+}
+
+std::vector<std::string> ADMChannelFactoryImp::channelNamesToDiscover()
+{
+    const auto names = channelNames();
+    return {names.begin(), names.end()};
+}
+
+void ADMChannelFactoryImp::resetChannelNamesToDiscover(const std::vector<std::string>& names)
+{
+    std::lock_guard guard(mutex());
+    std::set<std::string> changed(names.begin(), names.end());
+    if (changed == channelNames())
+        return;
+    channelNames_ = std::move(changed);
+    ADMDiscoveringFactory::resetChannelNamesToDiscover(channelNamesToDiscover());
+}
+
+void ADMChannelFactoryImp::setServiceNamesToDiscover(const std::vector<std::string>& names)
+{
+    resetChannelNamesToDiscover(names);
+}
+
+void ADMChannelFactoryImp::scheduleDiscoveryForServiceNames(const std::vector<std::string>& names)
+{
+    resetChannelNamesToDiscover(names);
+    scheduleDiscovery();
+}
+
+void ADMChannelFactoryImp::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
+                                                               const std::vector<std::string>& serviceNames)
+{
+    resetChannelNamesToDiscover(serviceNames);
+    scheduleDiscoveryForConnectionTypes(connectionTypes);
+}
+
+ADMDiscovery::Services ADMChannelFactoryImp::performDiscoveryWithTimeout(double timeout,
+                                                                         const std::vector<std::string>& names)
+{
+    resetChannelNamesToDiscover(names);
+    return performDiscoveryWithTimeout(timeout);
+}
+
+ADMDiscovery::Services
+ADMChannelFactoryImp::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
+                                                         double timeout, const std::vector<std::string>& serviceNames)
+{
+    resetChannelNamesToDiscover(serviceNames);
+    return performDiscoveryForConnectionTypes(connectionTypes, timeout);
+}
+
+std::shared_ptr<dmf::RunLoop> ADMChannelFactoryImp::runLoop() const
+{
+    std::lock_guard guard(mutex());
+    return runLoop_;
+}
+
+std::set<std::string> ADMChannelFactoryImp::modes() const
+{
+    std::lock_guard guard(mutex());
+    return modes_;
+}
+
+void ADMChannelFactoryImp::setRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::set<std::string> modes)
+{
+    std::lock_guard guard(mutex());
+    runLoop_ = std::move(runLoop);
+    modes_ = std::move(modes);
+}
+
+void ADMChannelFactoryImp::scheduleInRunLoop(std::shared_ptr<dmf::RunLoop> runLoop,
+                                             std::optional<std::string_view> mode)
+{
+    std::lock_guard guard(mutex());
+    if (runLoop != runLoop_)
+        setRunLoop(runLoop, {});
+    if (mode)
+        modes_.emplace(*mode);
+    ADMDiscoveringFactory::scheduleInRunLoop(std::move(runLoop), mode);
+}
+
+void ADMChannelFactoryImp::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop,
+                                             std::optional<std::string_view> mode)
+{
+    std::lock_guard guard(mutex());
+    if (mode && runLoop == runLoop_)
+        modes_.erase(std::string(*mode));
+    ADMDiscoveringFactory::removeFromRunLoop(runLoop, mode);
+}
+
+std::shared_ptr<ADMDiscoveryDelegate> ADMChannelFactoryImp::delegate() const
+{
+    return ADMDiscoveringFactory::delegate();
+}
+
+void ADMChannelFactoryImp::setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate)
+{
+    ADMDiscoveringFactory::setDelegate(delegate);
+}
+
+std::shared_ptr<ADMDiscoveryFilter> ADMChannelFactoryImp::filter() const
+{
+    return ADMDiscoveringFactory::filter();
+}
+
+void ADMChannelFactoryImp::setFilter(std::shared_ptr<ADMDiscoveryFilter> filter)
+{
+    ADMDiscoveringFactory::setFilter(std::move(filter));
+}
+
+std::vector<std::string> ADMChannelFactoryImp::availableConnectionTypes() const
+{
+    return ADMDiscoveringFactory::availableConnectionTypes();
+}
+
+void ADMChannelFactoryImp::setParametersToResolve(std::optional<dmf::Dictionary> parameters,
+                                                  std::optional<std::string_view> connectionType)
+{
+    ADMDiscoveringFactory::setParametersToResolve(std::move(parameters), connectionType);
+}
+
+void ADMChannelFactoryImp::scheduleDiscovery()
+{
+    ADMDiscoveringFactory::scheduleDiscovery();
+}
+
+void ADMChannelFactoryImp::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes)
+{
+    ADMDiscoveringFactory::scheduleDiscoveryForConnectionTypes(connectionTypes);
+}
+
+ADMDiscovery::Services ADMChannelFactoryImp::performDiscoveryWithTimeout(double timeout)
+{
+    return ADMDiscoveringFactory::performDiscoveryWithTimeout(timeout);
+}
+
+ADMDiscovery::Services
+ADMChannelFactoryImp::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
+                                                         double timeout)
+{
+    return ADMDiscoveringFactory::performDiscoveryForConnectionTypes(connectionTypes, timeout);
+}
+
+void ADMChannelFactoryImp::stop()
+{
+    ADMDiscoveringFactory::stop();
 }

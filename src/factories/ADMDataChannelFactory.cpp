@@ -4,6 +4,13 @@
 #include <dmf/ADMDuplexDataChannel.h>
 #include <dmf/platform/Error.h>
 
+namespace {
+[[noreturn]] void unrecognized(std::string_view operation)
+{
+    throw dmf::UnrecognizedOperation("ADMDataChannelFactory", operation);
+}
+} // namespace
+
 std::string_view ADMDataChannelFactory::interfaceID() noexcept
 {
     return "DATA_CHANNEL";
@@ -18,11 +25,105 @@ ADMDataChannelFactory::~ADMDataChannelFactory() = default;
 
 std::vector<std::string> ADMDataChannelFactory::supportedChannelNames() const
 {
-    throw dmf::UnrecognizedOperation("ADMDataChannelFactory", "supportedChannelNames");
+    unrecognized("supportedChannelNames");
 }
 
 std::shared_ptr<ADMDuplexDataChannel>
 ADMDataChannelFactory::newDuplexDataChannelWithServiceInfo(const std::shared_ptr<ADMServiceInfo>&, std::string_view)
 {
-    throw dmf::UnrecognizedOperation("ADMDataChannelFactory", "newDuplexDataChannelWithServiceInfo:channelName:");
+    unrecognized("newDuplexDataChannelWithServiceInfo:channelName:");
+}
+
+void ADMDataChannelFactory::setServiceNamesToDiscover(const std::vector<std::string>&)
+{
+    unrecognized("setServiceNamesToDiscover:");
+}
+
+void ADMDataChannelFactory::scheduleDiscoveryForServiceNames(const std::vector<std::string>&)
+{
+    unrecognized("scheduleDiscoveryForServiceNames:");
+}
+
+void ADMDataChannelFactory::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>&,
+                                                                const std::vector<std::string>&)
+{
+    unrecognized("scheduleDiscoveryForConnectionTypes:serviceNames:");
+}
+
+ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryWithTimeout(double, const std::vector<std::string>&)
+{
+    unrecognized("performDiscoveryWithTimeout:serviceNames:");
+}
+
+ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryForConnectionTypes(const std::vector<std::string>&,
+                                                                                 double,
+                                                                                 const std::vector<std::string>&)
+{
+    unrecognized("performDiscoveryForConnectionTypes:withTimeout:serviceNames:");
+}
+
+std::shared_ptr<ADMDiscoveryDelegate> ADMDataChannelFactory::delegate() const
+{
+    unrecognized("delegate");
+}
+
+void ADMDataChannelFactory::setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>&)
+{
+    unrecognized("setDelegate:");
+}
+
+std::shared_ptr<ADMDiscoveryFilter> ADMDataChannelFactory::filter() const
+{
+    unrecognized("filter");
+}
+
+void ADMDataChannelFactory::setFilter(std::shared_ptr<ADMDiscoveryFilter>)
+{
+    unrecognized("setFilter:");
+}
+
+std::vector<std::string> ADMDataChannelFactory::availableConnectionTypes() const
+{
+    unrecognized("availableConnectionTypes");
+}
+
+void ADMDataChannelFactory::setParametersToResolve(std::optional<dmf::Dictionary>, std::optional<std::string_view>)
+{
+    unrecognized("setParametersToResolve:forConnectionType:");
+}
+
+void ADMDataChannelFactory::scheduleDiscovery()
+{
+    unrecognized("scheduleDiscovery");
+}
+
+void ADMDataChannelFactory::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>&)
+{
+    unrecognized("scheduleDiscoveryForConnectionTypes:");
+}
+
+ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryWithTimeout(double)
+{
+    unrecognized("performDiscoveryWithTimeout:");
+}
+
+ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryForConnectionTypes(const std::vector<std::string>&,
+                                                                                 double)
+{
+    unrecognized("performDiscoveryForConnectionTypes:withTimeout:");
+}
+
+void ADMDataChannelFactory::stop()
+{
+    unrecognized("stop");
+}
+
+void ADMDataChannelFactory::scheduleInRunLoop(std::shared_ptr<dmf::RunLoop>, std::optional<std::string_view>)
+{
+    unrecognized("scheduleInRunLoop:forMode:");
+}
+
+void ADMDataChannelFactory::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>&, std::optional<std::string_view>)
+{
+    unrecognized("removeFromRunLoop:forMode:");
 }
