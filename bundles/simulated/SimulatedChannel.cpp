@@ -8,7 +8,9 @@ namespace dmf::simulated {
 
 namespace {
 constexpr Milliseconds kCancelInterval{90};
-}
+/// So many packets of one direction are moved before others have their turn, whoever waits for the lock included.
+constexpr int kPacketsInARow = 64;
+} // namespace
 
 std::int16_t SimulatedChannel::createAndOpenProviderWithTimeout(double)
 {
@@ -97,6 +99,8 @@ std::optional<ADMConnectionProvider::Status> SimulatedProvider::advance(ADMTrans
         return ProviderStatus::notOpen;
     const auto& script = simulated_->script();
     const bool reads = direction == Direction::read;
+    // One of any length that somebody waits for ends with the first bytes; one that is told block by block never does.
+    const bool endsWhole = !reads || ticket.wantsWholeLength();
     if (const Status scripted = reads ? script.readStatus : script.writeStatus; scripted != ProviderStatus::success)
         return scripted;
     std::uint32_t count = 0;
@@ -109,7 +113,7 @@ std::optional<ADMConnectionProvider::Status> SimulatedProvider::advance(ADMTrans
             line_->endRequest();
             changes_.notify(); // a read may be waiting for the answer
         }
-        if (ticket.isComplete() || (reads && !ticket.wantsWholeLength() && ticket.isSynchronous()))
+        if (endsWhole ? ticket.isComplete() : ticket.isSynchronous())
             return ProviderStatus::success;
         break;
     case Line::Result::nothingYet: break;
@@ -145,9 +149,11 @@ ADMConnectionProvider::Status SimulatedProvider::performWrite(ADMTransferTicket&
 ADMConnectionProvider::Status SimulatedProvider::perform(ADMTransferTicket& ticket, Direction direction)
 {
     Lock held(lock());
+    if (!isPending(ticket))
+        return ProviderStatus::notOpen;
     const auto opening = openings_;
     auto askAgain = ticket.startTime() + kCancelInterval;
-    while (true) {
+    for (int packets = 0;; ++packets) {
         if (opening != openings_)
             return ProviderStatus::notOpen; // closed and opened again meanwhile
         const auto seen = changes_.count();
@@ -162,8 +168,13 @@ ADMConnectionProvider::Status SimulatedProvider::perform(ADMTransferTicket& tick
                 return cancelledStatus();
             askAgain = Clock::now() + kCancelInterval;
         }
-        if (!line_ || ticket.processed() != before)
+        if (!line_)
             continue;
+        if (ticket.processed() != before) {
+            if (packets % kPacketsInARow == 0)
+                letOthersIn(held);
+            continue;
+        }
         const auto then = std::min(askAgain, nextLook(ticket, direction));
         held.unlock();
         changes_.waitUntil(seen, then);
@@ -180,6 +191,7 @@ std::uintptr_t SimulatedProvider::run()
         const auto seen = changes_.count();
         serve(Direction::read);
         serve(Direction::write);
+        letOthersIn(held);
         if (isStopRequested() || !line_)
             break;
         std::optional<Clock::time_point> then;
@@ -207,16 +219,20 @@ void SimulatedProvider::askWhetherToCancel(Lock& held, Direction direction)
     const auto asked = pending(direction)->startTime();
     held.unlock();
     const bool isUnwanted = shouldCancel(direction);
+    const auto status = cancelledStatus(); // like the question, it may be what lets go of the channel
     held.lock();
     auto* const ticket = pending(direction);
     if (isUnwanted && !isStopRequested() && ticket && ticket->startTime() == asked)
-        notifyParentOnTicket(ticket, cancelledStatus());
+        notifyParentOnTicket(ticket, status);
 }
 
 /// Moves what can be moved now and tells of it. With the lock held.
 void SimulatedProvider::serve(Direction direction)
 {
-    while (auto* const ticket = isStopRequested() ? nullptr : pending(direction)) {
+    for (int packets = 0; packets < kPacketsInARow; ++packets) {
+        auto* const ticket = isStopRequested() ? nullptr : pending(direction);
+        if (!ticket)
+            return;
         const auto before = ticket->processed();
         const auto status = advance(*ticket, direction);
         const bool hasMoved = ticket->processed() != before;

@@ -73,7 +73,6 @@ protected:
 
 private:
     enum class Direction { read, write };
-    using Lock = std::unique_lock<std::recursive_mutex>;
 
     Status perform(ADMTransferTicket& ticket, Direction direction);
     [[nodiscard]] std::optional<Status> advance(ADMTransferTicket& ticket, Direction direction);

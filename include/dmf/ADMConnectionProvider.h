@@ -12,6 +12,7 @@
 #include <utility>
 
 #include <dmf/ADMWorkerThread.h>
+#include <dmf/platform/CourteousLock.h>
 #include <dmf/platform/Data.h>
 #include <dmf/platform/Export.h>
 
@@ -133,6 +134,8 @@ public:
     /// `notOpen`; asynchronous requests end without a word. Called on the worker's own thread it does not wait for it.
     Status close();
     [[nodiscard]] virtual bool isOpen();
+    /// Whether a thread waits in `close` for the worker's end; until then nothing is opened or begun.
+    [[nodiscard]] bool isClosing() const;
 
     /// Synchronous transfers: `length` is the number of bytes to move and, on return, moved. With `wholeLength` false
     /// a read ends as soon as something has arrived. Time-outs are in microseconds.
@@ -141,6 +144,8 @@ public:
 
     /// Asynchronous transfers; success means that the request was taken. The length 0 reads whatever comes, in blocks
     /// of up to maxReadPacketSize, until a failure or the time-out. The data is kept until the write has ended.
+    /// A worker thread that has closed the connection itself, in answer to a question, can make no request any more
+    /// (`failed`, and nothing is closed): it is on its way out and cannot wait for itself to start the next one.
     Status readAsyncDataOfLength(std::uint32_t length, std::uint32_t timeout);
     Status writeAsyncData(dmf::Data data, std::uint32_t timeout);
 
@@ -160,7 +165,9 @@ protected:
     /// soon (with `notOpen`), and may be called on the worker thread from inside `notifyParentOnTicket`.
     virtual Status performOpen();
     virtual Status performClose();
-    /// Moves the ticket's bytes on the caller's thread, until done, timed out or cancelled.
+    /// Moves the ticket's bytes on the caller's thread, until done, timed out or cancelled. Before it begins it takes
+    /// the lock to fetch the connection, and gives `notOpen` unless the ticket is still pending: the lock was let go in
+    /// between, and what is open by now may be another connection.
     virtual Status performRead(ADMTransferTicket& ticket);
     virtual Status performWrite(ADMTransferTicket& ticket);
     /// Whether a thread of the subclass's own serves asynchronous requests; the worker is then never started.
@@ -192,14 +199,22 @@ protected:
     [[nodiscard]] bool shouldCancelWrite();
     [[nodiscard]] const std::shared_ptr<ADMCoreModelInfo>& modelInfo() const noexcept { return modelInfo_; }
     [[nodiscard]] const std::shared_ptr<IDMDevice>& device() const noexcept { return device_; }
-    [[nodiscard]] std::recursive_mutex& lock() noexcept { return *lock_; }
+    [[nodiscard]] dmf::CourteousLock& lock() noexcept { return *lock_; }
+    using Lock = std::unique_lock<dmf::CourteousLock>;
+    /// Whether the request still stands: no close has ended it. The lock must be held.
+    [[nodiscard]] bool isPending(const ADMTransferTicket& ticket) const noexcept
+    {
+        return &ticket == readTicket_ || &ticket == writeTicket_;
+    }
+    /// Lets the lock go for as long as others wait for it, a few milliseconds at most; at once when nobody does. For
+    /// loops that hardly ever wait, which would keep everybody out.
+    void letOthersIn(Lock& held);
     void setMaxPacketSizes(std::uint32_t read, std::uint32_t write) noexcept;
 
     std::uintptr_t threadEntry() override;
     [[nodiscard]] const char* threadName() const noexcept override;
 
 private:
-    using Lock = std::unique_lock<std::recursive_mutex>;
     using Step = Status (ADMConnectionProvider::*)(ADMTransferTicket&);
     struct StartHandShake;
 
@@ -221,7 +236,7 @@ private:
     const std::weak_ptr<ADMDuplexDataChannelBase> parent_;
     const std::shared_ptr<ADMCoreModelInfo> modelInfo_;
     const std::shared_ptr<IDMDevice> device_;
-    const std::shared_ptr<std::recursive_mutex> lock_;
+    const std::shared_ptr<dmf::CourteousLock> lock_;
     /// Held while the worker is started or waited for: one thread at a time may do either. Taken after lock_, never
     /// before it.
     std::mutex lifeLock_;

@@ -56,6 +56,10 @@ struct ADMDuplexDataChannelDelegate {
 /// Time-outs are in seconds: negative ones are invalid arguments, 1800 and more (and NaN) mean none. One read and one
 /// write can be under way at the same time; a second of the same direction is refused (dmf::ChannelError::busy).
 /// The last reference may go anywhere, in a delegate call too; it closes the channel.
+///
+/// While one thread opens the channel, every operation waits until it has connected or given up (the socket transport:
+/// fifteen seconds at most), save `close`, which makes it give up, and those that read or set `serviceInfo`, `name` and
+/// `delegate`.
 class DMF_EXPORT ADMDuplexDataChannel {
 public:
     using Factory = std::shared_ptr<ADMDuplexDataChannel>(std::shared_ptr<ADMServiceInfo> serviceInfo,
@@ -71,12 +75,14 @@ public:
     [[nodiscard]] virtual std::uint32_t maxWritePacketSize() const = 0;
 
     /// Connects to the device; true when the channel is open afterwards (also when it was open before). Blocks for as
-    /// long as the transport looks for the device and connects; a `close` on another thread ends it early.
+    /// long as the transport looks for the device, unless the service has it already, and connects. A `close` on
+    /// another thread makes it give false; it ends the connecting early, the search for the device runs its course.
+    /// False as well while another thread's `close` waits for the transport.
     [[nodiscard]] virtual bool open() = 0;
     /// Ends the connection and every transfer, asynchronous ones without a word. The channel can be opened again.
     /// Blocks until the transport has let go, less than a second.
     virtual void close() = 0;
-    /// False as soon as `close` has been called. Waits while another thread is opening the channel.
+    /// False as soon as `close` has been called.
     [[nodiscard]] virtual bool isOpened() const = 0;
 
     [[nodiscard]] virtual std::shared_ptr<ADMDuplexDataChannelDelegate> delegate() const = 0;
@@ -98,7 +104,8 @@ public:
     /// Synchronous transfers block until they are done, the time-out has passed, or the channel is closed. On failure
     /// `error`, unless null, receives the record; it tells under kDMDataChannelProcessedDataLength how many bytes were
     /// moved, if the transfer had begun. A failure other than a time-out, `peerEnded` and `cancelled` closes the
-    /// connection.
+    /// connection, unless an asynchronous transfer was scheduled since it was opened: then it stays, and what is asked
+    /// of it fails, until `close`.
     ///
     /// Writes all of `data`.
     virtual bool writeData(const dmf::Data& data, double timeout, dmf::Dictionary* error) = 0;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <dmf/ADMDuplexDataChannel.h>
+#include <dmf/platform/CourteousLock.h>
 
 class ADMConnectionProvider;
 class ADMMessageQueue;
@@ -59,7 +60,7 @@ public:
     void setProvider(std::shared_ptr<ADMConnectionProvider> provider);
     [[nodiscard]] std::shared_ptr<ADMMessageQueue> messageQueue() const { return messageQueue_; }
     /// The lock that channel and provider share.
-    [[nodiscard]] std::shared_ptr<std::recursive_mutex> lockObject() const { return lock_; }
+    [[nodiscard]] std::shared_ptr<dmf::CourteousLock> lockObject() const { return lock_; }
     [[nodiscard]] std::uint32_t maxReadPacketSize() const override;
     [[nodiscard]] std::uint32_t maxWritePacketSize() const override;
 
@@ -92,9 +93,12 @@ public:
     void readData(std::span<const std::uint8_t> bytes);
     void writeDataFinished(std::int16_t status);
     void readDataFinished(std::int16_t status);
+    /// And of every end of a connection, with the shared lock held.
+    void connectionDidClose();
 
-    /// Bytes read asynchronously that the client has not been given yet. A transport stops reading ahead while they are
-    /// many, so that a slow client does not fill the memory; the device is then slowed down by its own transport.
+    /// The memory that blocks take up which were read asynchronously and which the client has not been given yet: their
+    /// bytes, and for each what keeping it costs. A transport stops reading ahead while it is much, so that a slow
+    /// client does not fill the memory; the device is then slowed down by its own transport.
     [[nodiscard]] std::uint64_t undeliveredBytes() const noexcept { return undeliveredBytes_; }
 
     /// The channel's code for a provider's status.
@@ -122,7 +126,7 @@ private:
 
     const std::shared_ptr<ADMServiceInfo> serviceInfo_;
     const std::string name_;
-    const std::shared_ptr<std::recursive_mutex> lock_;
+    const std::shared_ptr<dmf::CourteousLock> lock_;
     std::shared_ptr<ADMConnectionProvider> provider_; // guarded by lock_
     std::atomic<bool> shouldClose_{false};
     std::atomic<std::uint32_t> closeRequests_{0};

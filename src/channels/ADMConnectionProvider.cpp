@@ -1,6 +1,7 @@
 #include <dmf/ADMConnectionProvider.h>
 
 #include <new>
+#include <thread>
 #include <utility>
 
 #include <dmf/ADMDuplexDataChannelBase.h>
@@ -10,12 +11,6 @@
 
 using dmf::internal::HandOver;
 namespace ProviderStatus = dmf::ProviderStatus;
-
-/// How the starter of the worker learns whether it serves: the worker answers, then releases `turn`.
-struct ADMConnectionProvider::StartHandShake {
-    HandOver turn{HandOver::State::taken};
-    bool canServe = false;
-};
 
 namespace {
 constexpr std::uint32_t kSmallestWindow = 16 * 1024;
@@ -82,6 +77,17 @@ void ADMConnectionProvider::setMaxPacketSizes(std::uint32_t read, std::uint32_t 
     maxWritePacketSize_ = write;
 }
 
+void ADMConnectionProvider::letOthersIn(Lock& held)
+{
+    constexpr int kTimesAtMost = 20;
+    constexpr std::chrono::microseconds kLongEnoughToWakeUp{50};
+    for (int i = 0; i < kTimesAtMost && lock_->isWanted(); ++i) {
+        held.unlock();
+        std::this_thread::sleep_for(kLongEnoughToWakeUp);
+        held.lock();
+    }
+}
+
 bool ADMConnectionProvider::shouldCancelRead()
 {
     const auto channel = parent();
@@ -106,6 +112,12 @@ ADMConnectionProvider::Status ADMConnectionProvider::open()
     writeTicket_ = nullptr;
     asyncWrite_ = {};
     return performOpen();
+}
+
+bool ADMConnectionProvider::isClosing() const
+{
+    std::lock_guard held(*lock_);
+    return closesUnderWay_ > 0;
 }
 
 ADMConnectionProvider::Status ADMConnectionProvider::close()
@@ -133,19 +145,9 @@ ADMConnectionProvider::Status ADMConnectionProvider::closeHolding(Lock& held)
     abandon(writeTicket_);
     forgetRead();
     setMaxPacketSizes(0, 0);
+    if (const auto channel = parent())
+        channel->connectionDidClose();
     return status;
-}
-
-/// Waits for a worker that takes no more requests. The lock is let go meanwhile: the worker may need it to finish.
-void ADMConnectionProvider::stopWorker(Lock& held)
-{
-    held.unlock();
-    {
-        std::lock_guard life(lifeLock_);
-        if (!isServing_) // otherwise somebody else waited for the old worker and started a new one
-            (void)stop();
-    }
-    held.lock();
 }
 
 /// Lets a caller go who waits for a thread that will not serve him any more.
@@ -249,9 +251,14 @@ ADMConnectionProvider::Status ADMConnectionProvider::admitRequest(Lock& held, AD
 ADMConnectionProvider::Status ADMConnectionProvider::submit(Lock& held, ADMTransferTicket*& pending,
                                                             ADMTransferTicket& ticket)
 {
+    const bool isServed = isServing_ || hasPrivateAsyncThread();
+    if (!isServed && isCurrentThread()) {
+        ticket = {}; // see the header: the connection may be a fresh one, and is none of this worker's
+        return ProviderStatus::failed;
+    }
     ticket.startTime_ = ADMTransferTicket::Clock::now();
     pending = &ticket;
-    if (isServing_ || hasPrivateAsyncThread()) {
+    if (isServed) {
         requestArrived(ticket);
         return ProviderStatus::success;
     }
@@ -309,121 +316,4 @@ ADMConnectionProvider::Status ADMConnectionProvider::waitForEnd(Lock& held, ADMT
     turn.lock();
     held.lock();
     return ticket.status_;
-}
-
-// The worker thread
-
-/// With the lock held; true once the worker serves.
-bool ADMConnectionProvider::startWorker()
-{
-    std::lock_guard life(lifeLock_);
-    StartHandShake handShake;
-    handShake_ = &handShake;
-    if (start() == 0)
-        handShake.turn.lock();
-    handShake_ = nullptr;
-    isServing_ = handShake.canServe;
-    return isServing_;
-}
-
-void ADMConnectionProvider::signalReady()
-{
-    answerHandShake(true);
-}
-void ADMConnectionProvider::signalCannotServe()
-{
-    answerHandShake(false);
-}
-
-void ADMConnectionProvider::answerHandShake(bool canServe)
-{
-    if (auto* const handShake = handShake_.exchange(nullptr)) {
-        handShake->canServe = canServe;
-        handShake->turn.unlock();
-    }
-}
-
-std::uintptr_t ADMConnectionProvider::threadEntry()
-{
-    releaseStarter();
-    std::uintptr_t result = 0;
-    try {
-        result = run();
-    } catch (...) {
-        workerEnded();
-        finish(0);
-        throw;
-    }
-    workerEnded();
-    finish(result);
-    return result;
-}
-
-void ADMConnectionProvider::workerEnded()
-{
-    answerHandShake(false);
-    std::lock_guard held(*lock_);
-    if (!isServing_.exchange(false))
-        return; // it was asked to end, or never served
-    notifyParentOnTicket(readTicket(), ProviderStatus::failed);
-    notifyParentOnTicket(writeTicket(), ProviderStatus::failed);
-}
-
-// Progress
-
-ADMTransferTicket* ADMConnectionProvider::toServe(ADMTransferTicket* ticket) noexcept
-{
-    // A synchronous request without a waiter is done on its caller's thread, or has ended and waits to be collected.
-    return ticket && (!ticket->isSynchronous_ || ticket->waiter_) ? ticket : nullptr;
-}
-
-void ADMConnectionProvider::notifyParentOnTicket(ADMTransferTicket* ticket, Status status)
-{
-    if (!ticket)
-        return;
-    std::lock_guard held(*lock_);
-    if (ticket->isSynchronous_) {
-        if (auto* const waiter = std::exchange(ticket->waiter_, nullptr)) {
-            ticket->status_ = status;
-            waiter->unlock();
-        }
-    } else if (ticket == writeTicket_) {
-        notifyWrite(*ticket, status);
-    } else if (ticket == readTicket_) {
-        notifyRead(*ticket, status);
-    }
-}
-
-void ADMConnectionProvider::notifyWrite(ADMTransferTicket& ticket, Status status)
-{
-    const auto channel = parent();
-    if (ticket.processed_ > ticket.reported_) {
-        if (channel)
-            channel->writeDataOfSize(ticket.processed_ - ticket.reported_);
-        ticket.reported_ = ticket.processed_;
-    }
-    if (status == ProviderStatus::success && !ticket.isComplete())
-        return;
-    writeTicket_ = nullptr;
-    ticket = {};
-    if (channel)
-        channel->writeDataFinished(status);
-}
-
-void ADMConnectionProvider::notifyRead(ADMTransferTicket& ticket, Status status)
-{
-    const auto channel = parent();
-    if (ticket.processed_ > ticket.reported_) {
-        if (channel)
-            channel->readData({ticket.space_, ticket.processed_ - ticket.reported_});
-        if (ticket.wantsWholeLength_)
-            ticket.reported_ = ticket.processed_;
-        else
-            ticket.processed_ = 0; // the buffer serves the next block
-    }
-    if (status == ProviderStatus::success && !ticket.isComplete())
-        return;
-    forgetRead();
-    if (channel)
-        channel->readDataFinished(status);
 }

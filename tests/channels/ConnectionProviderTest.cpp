@@ -234,6 +234,44 @@ TEST_F(ConnectionProvider, MayBeClosedOnItsWorkerAndOpenedAgainAtOnce)
     }
 }
 
+TEST_F(ConnectionProvider, AWorkerThatClosedTakesNothingMoreUponItself)
+{
+    ASSERT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+    std::promise<void> othersTurn;
+    recorder.delegate->shouldCancelRead = [&](ADMDuplexDataChannel& asked) {
+        asked.close();
+        EXPECT_TRUE(asked.open());
+        othersTurn.set_value(); // somebody else now waits for this worker to end
+        EXPECT_FALSE(asked.scheduleReadDataOfLength(1, 1));
+        return true;
+    };
+    auto asking = provider->post([](ScriptedProvider& worker) { EXPECT_TRUE(worker.shouldCancelRead()); }, false);
+    othersTurn.get_future().wait();
+    EXPECT_EQ(provider->writeAsyncData(dmf::Data::fromText("x"), kSecond), 0);
+    asking.wait();
+    // The fresh connection is still there, with a worker of its own.
+    EXPECT_TRUE(channel->isOpened());
+    EXPECT_EQ(provider->started, 2);
+    EXPECT_EQ(provider->readAsyncDataOfLength(1, kSecond), 0);
+    provider->post([](ScriptedProvider& worker) { worker.arrive("y"); });
+    EXPECT_TRUE(recorder.waitFor("readDone"));
+}
+
+TEST_F(ConnectionProvider, ATransferDoesNotPassToTheNextConnection)
+{
+    provider->onRead = [&](ADMTransferTicket& ticket) {
+        EXPECT_TRUE(provider->isPending(ticket));
+        channel->close(); // in between, before the transport had fetched its connection
+        EXPECT_TRUE(channel->open());
+        EXPECT_FALSE(provider->isPending(ticket));
+        return ProviderStatus::failed;
+    };
+    std::uint8_t buffer[1];
+    std::uint32_t length = 1;
+    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::failed);
+    EXPECT_TRUE(provider->isOpen()); // the failure was the old connection's
+}
+
 TEST_F(ConnectionProvider, ClosesFromManyThreadsAllReturn)
 {
     startWorker();

@@ -283,6 +283,57 @@ TEST_F(DuplexDataChannel, ReopeningDropsWhatWasNotDelivered)
     EXPECT_THAT(recorder.told, ElementsAre("read:new", "readDone"));
 }
 
+TEST_F(DuplexDataChannel, CannotBeOpenedWhileACloseWaits)
+{
+    ASSERT_TRUE(channel->scheduleReadDataOfLength(9, 1));
+    const auto provider = channel->scripted();
+    provider->post([](ScriptedProvider& worker) { worker.arrive("told"); }).wait();
+    std::promise<void> release;
+    auto busy = provider->post([&](ScriptedProvider&) { release.get_future().wait(); }, false);
+    auto closing = std::async(std::launch::async, [&] { channel->close(); });
+    while (!provider->isClosing())
+        std::this_thread::yield();
+    EXPECT_FALSE(channel->open());
+    EXPECT_TRUE(channel->shouldClose());
+    EXPECT_FALSE(channel->isOpened());
+    EXPECT_TRUE(recorder.waitFor("read:told")); // a refused opening drops nothing
+    release.set_value();
+    closing.get();
+    EXPECT_TRUE(channel->open());
+}
+
+TEST_F(DuplexDataChannel, BlocksThatTheClientKeepsStayAsTheyAre)
+{
+    std::vector<Data> kept;
+    recorder.delegate->didReadDataBlock = [&](ADMDuplexDataChannel&, const Data& block) {
+        if (recorder.told.size() % 3 == 0) // some go, so that their memory is used again
+            kept.push_back(block);
+        recorder.told.push_back(textOf(block));
+    };
+    ASSERT_TRUE(channel->scheduleReadDataWithTimeout(1));
+    for (int i = 0; i < 100; ++i) {
+        channel->scripted()->post([&](ScriptedProvider& worker) { worker.arrive(std::to_string(1000 + i)); }).wait();
+        ASSERT_TRUE(recorder.waitFor(std::to_string(1000 + i)));
+    }
+    ASSERT_EQ(kept.size(), 34u);
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        EXPECT_EQ(textOf(kept[i]), std::to_string(1000 + 3 * i));
+}
+
+TEST_F(DuplexDataChannel, CountsWhatSmallBlocksReallyCost)
+{
+    ASSERT_TRUE(channel->scheduleReadDataWithTimeout(1));
+    channel->scripted()
+        ->post([](ScriptedProvider& worker) {
+            for (int i = 0; i < 1000; ++i)
+                worker.arrive("x");
+        })
+        .wait();
+    EXPECT_GT(channel->undeliveredBytes(), 1000 * sizeof(std::vector<std::uint8_t>));
+    EXPECT_TRUE(turnUntil([&] { return recorder.told.size() == 1000; }));
+    EXPECT_EQ(channel->undeliveredBytes(), 0u);
+}
+
 TEST_F(DuplexDataChannel, AsksTheDelegateWhetherToCancel)
 {
     EXPECT_FALSE(channel->shouldCancelRead());

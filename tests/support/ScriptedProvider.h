@@ -40,6 +40,7 @@ public:
     std::atomic<int> opened{0}, closed{0}, started{0};
 
     bool isOpen() override { return isOpen_; }
+    using ADMConnectionProvider::isPending;
     using ADMConnectionProvider::notifyParentOnTicket;
     using ADMConnectionProvider::readTicket;
     using ADMConnectionProvider::shouldCancelRead;

@@ -190,3 +190,30 @@ TEST(SimulatedDevice, CloseEndsEveryWait)
         EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
     }
 }
+
+TEST(SimulatedDevice, CloseGetsInWhileMuchIsMovedByteByByte)
+{
+    const Data much = Data::fromText(std::string(64 * 1024 * 1024, 'x'));
+    for (const bool hasWorker : {false, true}) {
+        Stage stage({{"packetSize", "1"}});
+        std::future<bool> writing;
+        if (hasWorker) {
+            ASSERT_TRUE(stage.channel->scheduleWriteData(much, 1800));
+        } else {
+            std::promise<void> begun;
+            stage.recorder.delegate->shouldCancelWrite = [&, told = false](ADMDuplexDataChannel&) mutable {
+                if (!std::exchange(told, true))
+                    begun.set_value();
+                return false;
+            };
+            writing = std::async(std::launch::async, [&] { return stage.channel->writeData(much, 1800, nullptr); });
+            begun.get_future().wait();
+        }
+        const auto before = std::chrono::steady_clock::now();
+        stage.channel->close();
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+        if (!hasWorker) {
+            EXPECT_FALSE(writing.get());
+        }
+    }
+}

@@ -26,14 +26,16 @@ class Conversation {
 public:
     Conversation(dmf::socket::FileDescriptor socket, int end) : socket_(std::move(socket)), end_(end) {}
 
-    void send(std::string_view text)
+    /// False when the connection or the test ends first.
+    bool send(std::string_view text)
     {
         while (!text.empty() && waitFor(POLLOUT)) {
             const auto sent = ::send(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
             if (sent <= 0)
-                return;
+                return false;
             text.remove_prefix(static_cast<std::size_t>(sent));
         }
+        return text.empty();
     }
     /// Exactly `size` bytes, or fewer when the channel ends.
     std::string receive(std::size_t size)

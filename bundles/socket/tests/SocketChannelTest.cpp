@@ -199,6 +199,42 @@ TEST(SocketChannel, KeepsTimeoutsToWithinTwentyMilliseconds)
     EXPECT_GE(watch.seconds(), 0.05);
 }
 
+TEST(SocketChannel, AFloodNeitherDelaysTimeoutsNorKeepsOthersOut)
+{
+    Peer flooding([](Conversation& far) {
+        const std::string text(1024 * 1024, 'f');
+        for (bool goesOn = true; goesOn;)
+            goesOn = far.send(text);
+    });
+    Client client(flooding.endpoint());
+    client.recorder.delegate->didReadDataBlock = {}; // takes the blocks as fast as they come
+    double best = 1;
+    for (int i = 0; i < 5 && best > 0.02; ++i) {
+        ASSERT_TRUE(client.channel->open());
+        const Stopwatch watch;
+        ASSERT_TRUE(client.channel->scheduleReadDataWithTimeout(0.1));
+        ASSERT_TRUE(client.recorder.waitFor("failed:1/1"));
+        client.recorder.told.clear();
+        best = std::min(best, watch.seconds() - 0.1);
+        client.channel->close();
+    }
+    EXPECT_GE(best, 0);
+    EXPECT_LE(best, 0.02);
+
+    ASSERT_TRUE(client.channel->open());
+    ASSERT_TRUE(client.channel->scheduleReadDataWithTimeout(1800));
+    auto others = std::async(std::launch::async, [&] {
+        const Stopwatch watch;
+        for (int i = 0; i < 20; ++i)
+            EXPECT_TRUE(client.channel->isOpened());
+        EXPECT_LT(watch.seconds(), 2);
+        const Stopwatch closing;
+        client.channel->close();
+        EXPECT_LT(closing.seconds(), 1);
+    });
+    EXPECT_TRUE(turnUntil([&] { return others.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+}
+
 TEST(SocketChannel, APeerThatNeverReadsTimesOut)
 {
     Peer deaf([](Conversation& far) { far.stayQuiet(); });

@@ -70,15 +70,17 @@ private:
     void start(Clock::time_point now)
     {
         const Address& address = addresses_[next_++];
-        nextStart_ = now + kAttemptDelay;
+        nextStart_ = Clock::time_point::min(); // after one that fails on the spot the next need not wait its turn
         FileDescriptor socket(::socket(address.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         if (!socket)
             return;
         const auto* const target = reinterpret_cast<const sockaddr*>(&address.storage);
-        if (::connect(socket.get(), target, address.length) == 0)
+        if (::connect(socket.get(), target, address.length) == 0) {
             finish({std::move(socket), &address});
-        else if (errno == EINPROGRESS)
+        } else if (errno == EINPROGRESS) {
             attempts_.push_back({std::move(socket), &address});
+            nextStart_ = now + kAttemptDelay;
+        }
     }
 
     void wait(const timespec& limit)
@@ -105,7 +107,7 @@ private:
         if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, &problem, &length) != 0 || problem != 0 ||
             isConnectedToItself(socket)) {
             isTimedOut_ = problem == ETIMEDOUT;
-            nextStart_ = Clock::time_point::min(); // the next one need not wait its turn
+            nextStart_ = Clock::time_point::min();
             return;
         }
         winner_ = {Outcome::done, std::move(attempt.socket), attempt.address->text()};

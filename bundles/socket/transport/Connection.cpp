@@ -53,8 +53,20 @@ Connection::Result Connection::receive(std::span<std::uint8_t> space, std::uint3
         return Result::moved;
     }
     if (received == 0)
-        return isEnded_ ? Result::broken : Result::peerEnded;
-    return isBlocked() ? Result::wouldBlock : Result::broken;
+        return isEnded_ || isBroken_ ? Result::broken : Result::peerEnded;
+    return failure();
+}
+
+/// What errno says. The system tells of a break only once, to whichever direction asks first; afterwards a read gives
+/// the end of the bytes, as if the peer had ended orderly. EPIPE is different: it comes when the peer did end before,
+/// or when the break has been told.
+Connection::Result Connection::failure() noexcept
+{
+    if (isBlocked())
+        return Result::wouldBlock;
+    if (errno != EPIPE)
+        isBroken_ = true;
+    return Result::broken;
 }
 
 Connection::Result Connection::send(std::span<const std::uint8_t> bytes, std::uint32_t& count) noexcept
@@ -68,7 +80,7 @@ Connection::Result Connection::send(std::span<const std::uint8_t> bytes, std::ui
         count = static_cast<std::uint32_t>(sent);
         return Result::moved;
     }
-    return isBlocked() ? Result::wouldBlock : Result::broken;
+    return failure();
 }
 
 void Connection::wait(short events, std::optional<Clock::time_point> until, const Signal* also) const noexcept

@@ -50,9 +50,12 @@ public:
     [[nodiscard]] bool isEnded() const noexcept { return isEnded_; }
 
 private:
+    [[nodiscard]] Result failure() noexcept;
+
     const FileDescriptor socket_;
     Signal endSignal_;
     std::atomic<bool> isEnded_{false};
+    std::atomic<bool> isBroken_{false};
     std::atomic<bool> hasSent_{false};
 };
 

@@ -14,6 +14,9 @@
 namespace dmf::socket {
 
 namespace {
+/// How long addresses that are known already wait for those of the name.
+constexpr Clock::duration kNameHeadStart = std::chrono::seconds(1);
+
 std::optional<std::uint16_t> portFrom(const Value& value)
 {
     std::uint64_t port = 0;
@@ -96,18 +99,31 @@ bool operator==(const Address& left, const Address& right) noexcept
     return left.length == right.length && std::memcmp(&left.storage, &right.storage, left.length) == 0;
 }
 
-Outcome findAddresses(const Endpoint& endpoint, Clock::time_point deadline, const CancelQuestion& isCancelled,
-                      std::vector<Address>& found)
+NameQuestion systemNames()
 {
-    std::vector<Address> addresses;
-    Outcome outcome = Outcome::refused;
-    if (!endpoint.hostName.empty())
-        outcome = lookUpName(endpoint.hostName, endpoint.port, deadline, isCancelled, addresses);
-    if (outcome == Outcome::cancelled)
-        return outcome;
+    return &lookUpName;
+}
+
+Outcome findAddresses(const Endpoint& endpoint, Clock::time_point deadline, const CancelQuestion& isCancelled,
+                      std::vector<Address>& found, const NameQuestion& askForName)
+{
+    std::vector<Address> known;
     for (const auto& text : endpoint.addresses)
         for (const auto& address : numericAddresses(text, endpoint.port))
-            addUnlessThere(addresses, address);
+            addUnlessThere(known, address);
+
+    std::vector<Address> addresses;
+    Outcome outcome = Outcome::refused;
+    if (!endpoint.hostName.empty()) {
+        const auto now = Clock::now();
+        const auto limit = known.empty() ? deadline : now + std::min(kNameHeadStart, (deadline - now) / 2);
+        outcome = askForName(endpoint.hostName, endpoint.port, limit, isCancelled, addresses);
+    }
+    if (outcome == Outcome::cancelled)
+        return outcome;
+    // A name's own come first: a device may have moved since the others were written down.
+    for (const auto& address : known)
+        addUnlessThere(addresses, address);
     if (addresses.empty())
         return outcome == Outcome::done ? Outcome::refused : outcome;
     found = interleaved(addresses);

@@ -45,11 +45,18 @@ enum class Outcome { done, refused, timedOut, cancelled };
 /// Asked about ten times a second while something is waited for; true ends the wait.
 using CancelQuestion = std::function<bool()>;
 
+/// Gives the addresses of a host name, at the deadline at the latest.
+using NameQuestion = std::function<Outcome(const std::string& name, std::uint16_t port, Clock::time_point deadline,
+                                           const CancelQuestion& isCancelled, std::vector<Address>& found)>;
+[[nodiscard]] NameQuestion systemNames();
+
 /// Finds the addresses of an endpoint, in the order in which they are to be tried: the two families take turns, so that
-/// one that leads nowhere delays the other by one attempt only. Addresses in numbers need no waiting. A name is looked
-/// up on a thread of its own, since that cannot be cancelled; when the wait ends early the thread goes on by itself,
-/// and a later question for the same name shares its answer.
+/// one that leads nowhere delays the other by one attempt only. Addresses in numbers need no waiting; where there are
+/// some, the name is waited for only for a part of the time, at most a second. A name is looked up on a thread of its
+/// own, since that cannot be cancelled; when the wait ends early the thread goes on by itself, and a later question for
+/// the same name shares its answer.
 [[nodiscard]] Outcome findAddresses(const Endpoint& endpoint, Clock::time_point deadline,
-                                    const CancelQuestion& isCancelled, std::vector<Address>& found);
+                                    const CancelQuestion& isCancelled, std::vector<Address>& found,
+                                    const NameQuestion& askForName = systemNames());
 
 } // namespace dmf::socket

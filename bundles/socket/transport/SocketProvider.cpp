@@ -39,8 +39,12 @@ bool SocketProvider::isOpen()
 ADMConnectionProvider::Status SocketProvider::performOpen()
 {
     const auto network = std::dynamic_pointer_cast<NetworkDevice>(device());
-    if (!network || !wake_)
-        return network ? ProviderStatus::failed : ProviderStatus::invalidParameter;
+    if (!network)
+        return ProviderStatus::invalidParameter;
+    if (!wake_)
+        wake_ = Signal(); // the program was short of descriptors; no worker runs yet that could look at it
+    if (!wake_)
+        return ProviderStatus::failed;
     const std::chrono::duration<double> limit(std::clamp(connectTimeout_, 0.0, kConnectLimit));
     // The channel's own flag, not the delegate: it asks about transfers, and the lock is held here.
     const auto isCancelled = [this] {
@@ -86,11 +90,13 @@ std::optional<ADMConnectionProvider::Status> SocketProvider::advance(ADMTransfer
                                                                      Connection& connection)
 {
     const bool reads = direction == Direction::read;
+    // One of any length that somebody waits for ends with the first bytes; one that is told block by block never does.
+    const bool endsWhole = !reads || ticket.wantsWholeLength();
     std::uint32_t count = 0;
     switch (reads ? connection.receive(ticket.space(), count) : connection.send(ticket.bytes(), count)) {
     case Connection::Result::moved:
         ticket.advance(count);
-        if (ticket.isComplete() || (reads && !ticket.wantsWholeLength() && ticket.isSynchronous()))
+        if (endsWhole ? ticket.isComplete() : ticket.isSynchronous())
             return ProviderStatus::success;
         break;
     case Connection::Result::wouldBlock: break;
@@ -112,10 +118,10 @@ ADMConnectionProvider::Status SocketProvider::cancelledStatus() const
 
 // On the caller's thread
 
-std::shared_ptr<Connection> SocketProvider::currentConnection()
+std::shared_ptr<Connection> SocketProvider::connectionFor(const ADMTransferTicket& ticket)
 {
     std::lock_guard held(lock());
-    return connection_;
+    return isPending(ticket) ? connection_ : nullptr;
 }
 
 ADMConnectionProvider::Status SocketProvider::performRead(ADMTransferTicket& ticket)
@@ -130,7 +136,7 @@ ADMConnectionProvider::Status SocketProvider::performWrite(ADMTransferTicket& ti
 
 ADMConnectionProvider::Status SocketProvider::perform(ADMTransferTicket& ticket, Direction direction)
 {
-    const auto connection = currentConnection();
+    const auto connection = connectionFor(ticket);
     if (!connection)
         return ProviderStatus::notOpen;
     auto askAgain = ticket.startTime() + kCancelInterval;
@@ -152,12 +158,12 @@ ADMConnectionProvider::Status SocketProvider::perform(ADMTransferTicket& ticket,
 
 void SocketProvider::requestArrived(ADMTransferTicket& ticket)
 {
-    const bool isRead = &ticket == readTicket();
-    if (connection_ && servedOnTheSpot_ < kServedOnTheSpotLimit) {
+    const auto direction = &ticket == readTicket() ? Direction::read : Direction::write;
+    if (servedOnTheSpot_ < kServedOnTheSpotLimit) {
         ++servedOnTheSpot_;
-        serve(&ticket, isRead ? Direction::read : Direction::write);
+        serve(direction);
     }
-    if (isRead ? readTicket() : writeTicket())
+    if (ticketOf(direction))
         wake_.set();
 }
 
@@ -169,6 +175,8 @@ std::uintptr_t SocketProvider::run()
     while (!isStopRequested() && connection_) {
         servedOnTheSpot_ = 0;
         serveAll();
+        letOthersIn(held); // while the device sends without end the wait below is over at once
+        const bool readsAhead = mayReadAhead();
         const auto connection = connection_;
         if (isStopRequested() || !connection)
             break;
@@ -176,7 +184,7 @@ std::uintptr_t SocketProvider::run()
         const auto* const write = writeTicket();
         std::optional<Clock::time_point> until;
         const auto noLaterThan = [&until](Clock::time_point then) { until = until ? std::min(*until, then) : then; };
-        const bool reads = read && mayReadAhead();
+        const bool reads = read && readsAhead;
         for (const auto* const ticket : {read, write})
             if (ticket) {
                 noLaterThan(askAgain_);
@@ -195,6 +203,7 @@ std::uintptr_t SocketProvider::run()
     return 0;
 }
 
+/// The channel may go in the middle of it, and with it the connection and the tickets.
 bool SocketProvider::mayReadAhead() const
 {
     const auto channel = parent();
@@ -203,29 +212,32 @@ bool SocketProvider::mayReadAhead() const
 
 void SocketProvider::serveAll()
 {
-    serve(readTicket(), Direction::read);
+    serve(Direction::read);
     if (!isStopRequested()) // telling of the read may have let go of the channel
-        serve(writeTicket(), Direction::write);
+        serve(Direction::write);
 }
 
 /// Moves what can be moved now and tells of it. With the lock held.
-void SocketProvider::serve(ADMTransferTicket* ticket, Direction direction)
+void SocketProvider::serve(Direction direction)
 {
-    for (int blocks = 0; ticket && connection_ && blocks < kBlocksInARow; ++blocks) {
-        if (direction == Direction::read && !ticket->isSynchronous() && !mayReadAhead()) {
+    for (int blocks = 0; blocks < kBlocksInARow; ++blocks) {
+        const bool hasRoom = direction == Direction::write || mayReadAhead();
+        const auto connection = connection_;
+        auto* const ticket = ticketOf(direction);
+        if (!connection || !ticket)
+            return;
+        if (!hasRoom && !ticket->isSynchronous()) {
             if (const auto deadline = ticket->deadline(); deadline && Clock::now() >= *deadline)
                 notifyParentOnTicket(ticket, ProviderStatus::timedOut);
             return;
         }
         const auto before = ticket->processed();
-        const auto status = advance(*ticket, direction, *connection_);
+        const auto status = advance(*ticket, direction, *connection);
         const bool hasMoved = ticket->processed() != before;
         if (status || (hasMoved && !ticket->isSynchronous()))
-            // A read of any length does not end with a full block.
             notifyParentOnTicket(ticket, status.value_or(ProviderStatus::success));
         if (status.value_or(ProviderStatus::success) != ProviderStatus::success || !hasMoved)
             return;
-        ticket = direction == Direction::read ? readTicket() : writeTicket();
     }
 }
 
@@ -236,15 +248,17 @@ void SocketProvider::askWhetherToCancel(Lock& held)
     if (Clock::now() < askAgain_)
         return;
     for (const auto direction : {Direction::read, Direction::write}) {
-        const auto pending = [&] { return direction == Direction::read ? readTicket() : writeTicket(); };
-        if (!pending())
+        const auto* const asked = ticketOf(direction);
+        if (!asked)
             continue;
-        const auto asked = pending()->startTime();
+        const auto askedFor = asked->startTime();
         held.unlock();
         const bool isUnwanted = shouldCancel(direction);
+        const auto status = cancelledStatus(); // like the question, it may be what lets go of the channel
         held.lock();
-        if (isUnwanted && !isStopRequested() && pending() && pending()->startTime() == asked)
-            notifyParentOnTicket(pending(), cancelledStatus());
+        auto* const ticket = ticketOf(direction);
+        if (isUnwanted && !isStopRequested() && ticket && ticket->startTime() == askedFor)
+            notifyParentOnTicket(ticket, status);
     }
     askAgain_ = Clock::now() + kCancelInterval;
 }

@@ -34,15 +34,18 @@ protected:
 
 private:
     enum class Direction { read, write };
-    using Lock = std::unique_lock<std::recursive_mutex>;
 
-    [[nodiscard]] std::shared_ptr<Connection> currentConnection();
+    [[nodiscard]] std::shared_ptr<Connection> connectionFor(const ADMTransferTicket& ticket);
+    [[nodiscard]] ADMTransferTicket* ticketOf(Direction direction) noexcept
+    {
+        return direction == Direction::read ? readTicket() : writeTicket();
+    }
     Status perform(ADMTransferTicket& ticket, Direction direction);
     [[nodiscard]] std::optional<Status> advance(ADMTransferTicket& ticket, Direction direction, Connection& connection);
     [[nodiscard]] bool shouldCancel(Direction direction);
     [[nodiscard]] Status cancelledStatus() const;
 
-    void serve(ADMTransferTicket* ticket, Direction direction);
+    void serve(Direction direction);
     void serveAll();
     [[nodiscard]] bool mayReadAhead() const;
     void askWhetherToCancel(Lock& held);
