@@ -256,7 +256,7 @@ TEST(BaseFactory, MakesServicesUnderAMockSchemeOnly)
     manager.registerMockImplementors(described);
     const ADMBaseFactory factory;
     const auto mock = ADMServiceInfoImp::initWithURI(
-        "MOCKUSB://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Model%209", kPrinterDeviceClass);
+        "MOCKUSB://QLDMF/v=1&connectionType=Mock&vendorName=QL&modelName=Model%209", kPrinterDeviceClass);
     ASSERT_TRUE(mock);
     const auto made = factory.implementerWithInterface(MockStatus::protocol(), mock);
     ASSERT_TRUE(made);
@@ -267,7 +267,7 @@ TEST(BaseFactory, MakesServicesUnderAMockSchemeOnly)
     EXPECT_FALSE(factory.implementerWithInterface(MockStatus::protocol(), nullptr));
     EXPECT_FALSE(factory.implementerWithInterface(MockStatus::protocol(), serviceAt("10.0.0.1")));
     const auto bad = ADMServiceInfoImp::initWithURI(
-        "mockusb://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Bad", kPrinterDeviceClass);
+        "mockusb://QLDMF/v=1&connectionType=Mock&vendorName=QL&modelName=Bad", kPrinterDeviceClass);
     EXPECT_FALSE(factory.implementerWithInterface(MockStatus::protocol(), bad));
     manager.unregisterMockImplementorsForScheme("mockusb");
 }
