@@ -19,6 +19,19 @@ double steadyNow()
 {
     return dmf::internal::Host::current().steadyNow();
 }
+/// What a log line says, found out only when the line is written.
+struct DescribedDiscovery {
+    const std::weak_ptr<ADMBaseDiscovery>& discovery;
+    [[nodiscard]] std::string description() const { return dmf::formatted("<ADMBaseDiscovery %p>", discovery.lock()); }
+};
+struct DescribedService {
+    const std::shared_ptr<ADMServiceInfo>& service;
+    [[nodiscard]] std::string description() const { return dmf::formatted("<ADMServiceInfo %p>", service); }
+};
+struct DescribedURI {
+    const std::shared_ptr<ADMServiceInfo>& service;
+    [[nodiscard]] std::string description() const { return service->uri().value_or("(null)"); }
+};
 } // namespace
 
 /// Reports that are pending stay in the run loop and the modes in which they were made.
@@ -99,10 +112,8 @@ bool ADMBaseDiscovery::Private::addService(const std::weak_ptr<ADMBaseDiscovery>
             services->add(service);
         lastServiceComeDate = steadyNow();
     }
-    if (const auto discovery = DMIsLoggingEnabled() ? weak.lock() : nullptr)
-        DMFLog("debug", "Discovery: discovery %@ did find service %@ for device '%@'",
-               dmf::formatted("<ADMBaseDiscovery %p>", discovery), dmf::formatted("<ADMServiceInfo %p>", service),
-               service->uri());
+    DMFLog("debug", "Discovery: discovery %@ did find service %@ for device '%@'", DescribedDiscovery{weak},
+           DescribedService{service}, DescribedURI{service});
     return notify(
         weak,
         [service](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
@@ -124,10 +135,8 @@ bool ADMBaseDiscovery::Private::removeService(const std::weak_ptr<ADMBaseDiscove
         if (services)
             services->remove(*service);
     }
-    if (const auto discovery = DMIsLoggingEnabled() ? weak.lock() : nullptr)
-        DMFLog("debug", "Discovery: discovery %@ did remove service %@ for device '%@'",
-               dmf::formatted("<ADMBaseDiscovery %p>", discovery), dmf::formatted("<ADMServiceInfo %p>", service),
-               service->uri());
+    DMFLog("debug", "Discovery: discovery %@ did remove service %@ for device '%@'", DescribedDiscovery{weak},
+           DescribedService{service}, DescribedURI{service});
     return notify(
         weak,
         [service](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {

@@ -40,18 +40,14 @@ RunLoopFeed::Call RunLoopFeed::State::takeFirst()
     return first;
 }
 
-/// Makes the calls that are pending now; later ones wait for the next turn, so that other sources have theirs.
+/// Makes the calls that are pending and those that come meanwhile, up to a limit: other sources must have their turn.
 void RunLoopFeed::State::perform()
 {
-    std::size_t count;
-    {
-        std::lock_guard guard(lock);
-        count = calls.size();
-    }
-    for (; count > 0; --count) {
+    constexpr int mostCallsATurn = 1000;
+    for (int left = mostCallsATurn; left > 0; --left) {
         const Call call = takeFirst();
         if (!call)
-            return; // a loop turned inside a call has made them
+            return;
         call();
     }
 }
