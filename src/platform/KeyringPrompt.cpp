@@ -1,0 +1,87 @@
+#include "platform/KeyringPrompt.h"
+
+#include <optional>
+
+namespace dmf::internal {
+namespace {
+
+constexpr const char* kPrompt = "org.freedesktop.Secret.Prompt";
+
+/// The end of a prompt, listened for from before it begins. The main context is that of the work.
+class PromptEnd {
+public:
+    PromptEnd(GDBusConnection* connection, const std::string& prompt) : connection_(connection)
+    {
+        completed_ = g_dbus_connection_signal_subscribe(connection, kKeyringName, kPrompt, "Completed", prompt.c_str(),
+                                                        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, &onCompleted, this, nullptr);
+        // A program that ends cannot say so in any other way.
+        left_ = g_dbus_connection_signal_subscribe(connection, "org.freedesktop.DBus", "org.freedesktop.DBus",
+                                                   "NameOwnerChanged", "/org/freedesktop/DBus", kKeyringName,
+                                                   G_DBUS_SIGNAL_FLAGS_NONE, &onOwnerChanged, this, nullptr);
+    }
+    ~PromptEnd()
+    {
+        g_dbus_connection_signal_unsubscribe(connection_, completed_);
+        g_dbus_connection_signal_unsubscribe(connection_, left_);
+    }
+    PromptEnd(const PromptEnd&) = delete;
+    PromptEnd& operator=(const PromptEnd&) = delete;
+
+    /// Whether the person agreed; nothing when the work was late.
+    [[nodiscard]] std::optional<bool> wait(BoundedWork& work)
+    {
+        GMainContext* const context = g_main_context_get_thread_default();
+        GSource* const cancelled = g_cancellable_source_new(work.cancellable());
+        g_source_set_callback(cancelled,
+                              G_SOURCE_FUNC(+[](GCancellable*, gpointer) -> gboolean { return G_SOURCE_REMOVE; }),
+                              nullptr, nullptr);
+        g_source_attach(cancelled, context);
+        while (!agreed_ && !work.isLate())
+            g_main_context_iteration(context, TRUE);
+        g_source_destroy(cancelled);
+        g_source_unref(cancelled);
+        return agreed_;
+    }
+
+private:
+    static void onCompleted(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters,
+                            gpointer self)
+    {
+        gboolean isDismissed = TRUE;
+        if (g_variant_is_of_type(parameters, G_VARIANT_TYPE("(bv)")))
+            g_variant_get_child(parameters, 0, "b", &isDismissed);
+        static_cast<PromptEnd*>(self)->agreed_ = !isDismissed;
+    }
+    static void onOwnerChanged(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
+                               gpointer self)
+    {
+        static_cast<PromptEnd*>(self)->agreed_ = false;
+    }
+
+    GDBusConnection* const connection_;
+    guint completed_ = 0;
+    guint left_ = 0;
+    std::optional<bool> agreed_;
+};
+
+} // namespace
+
+bool performKeyringPrompt(MessageBus& bus, BoundedWork& work, const std::string& prompt)
+{
+    PromptEnd end(bus.connection(), prompt);
+    if (!bus.call(kKeyringName, prompt, kPrompt, "Prompt", g_variant_new("(s)", ""), "()"))
+        return false;
+    const auto agreed = end.wait(work);
+    if (!agreed) {
+        // Nobody waits any more: the window goes away. Sent without the work's cancellable, which is cancelled.
+        constexpr int limit = 1000; // milliseconds
+        GVariant* const answer =
+            g_dbus_connection_call_sync(bus.connection(), kKeyringName, prompt.c_str(), kPrompt, "Dismiss", nullptr,
+                                        nullptr, G_DBUS_CALL_FLAGS_NONE, limit, nullptr, nullptr);
+        if (answer)
+            g_variant_unref(answer);
+    }
+    return agreed.value_or(false);
+}
+
+} // namespace dmf::internal

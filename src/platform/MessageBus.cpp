@@ -1,0 +1,115 @@
+#include "platform/MessageBus.h"
+
+#include "platform/Host.h"
+
+namespace dmf::internal {
+namespace {
+
+/// An owner of the error that a call fills, if it does.
+class CallError {
+public:
+    CallError() = default;
+    ~CallError() { g_clear_error(&error_); }
+    CallError(const CallError&) = delete;
+    CallError& operator=(const CallError&) = delete;
+
+    GError** slot() noexcept { return &error_; }
+    /// The bus itself says so, or failed to start who should have it.
+    [[nodiscard]] bool saysNoSuchName() const noexcept
+    {
+        if (!error_ || error_->domain != G_DBUS_ERROR)
+            return false;
+        switch (error_->code) {
+        case G_DBUS_ERROR_SERVICE_UNKNOWN:
+        case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
+        case G_DBUS_ERROR_TIMED_OUT: return true;
+        default: return error_->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED && error_->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
+        }
+    }
+
+private:
+    GError* error_ = nullptr;
+};
+
+std::string unixAddress(const std::string& path)
+{
+    char* const escaped = g_dbus_address_escape_value(path.c_str());
+    std::string address = "unix:path=" + std::string(escaped);
+    g_free(escaped);
+    return address;
+}
+
+} // namespace
+
+std::optional<std::string> busAddress(Bus bus)
+{
+    const Host& host = Host::current();
+    const auto named = host.environment(bus == Bus::session ? "DBUS_SESSION_BUS_ADDRESS" : "DBUS_SYSTEM_BUS_ADDRESS");
+    // "autolaunch" would start a program of the user's, and a bus that nobody else is on.
+    if (named && !named->empty())
+        return named->find("autolaunch:") == std::string::npos ? named : std::nullopt;
+    if (bus == Bus::system)
+        return unixAddress(host.path("/run/dbus/system_bus_socket"));
+    const auto folder = host.environment("XDG_RUNTIME_DIR");
+    return folder && folder->starts_with('/') ? std::optional(unixAddress(*folder + "/bus")) : std::nullopt;
+}
+
+MessageBus::MessageBus(const std::string& address, BoundedWork& work) : work_(work)
+{
+    constexpr auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    connection_ = g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr, work.cancellable(), nullptr);
+}
+
+MessageBus::~MessageBus()
+{
+    if (connection_)
+        g_object_unref(connection_);
+}
+
+Variant MessageBus::call(const std::string& name, const std::string& path, const char* interface, const char* operation,
+                         GVariant* arguments, const char* answer, Problem* problem)
+{
+    constexpr int noLimitOfItsOwn = G_MAXINT; // the work's bound is the limit
+    CallError error;
+    Variant result(g_dbus_connection_call_sync(connection_, name.c_str(), path.c_str(), interface, operation, arguments,
+                                               G_VARIANT_TYPE(answer), G_DBUS_CALL_FLAGS_NONE, noLimitOfItsOwn,
+                                               work_.cancellable(), error.slot()));
+    if (problem)
+        *problem = result ? Problem::none : error.saysNoSuchName() ? Problem::noSuchName : Problem::other;
+    return result;
+}
+
+} // namespace dmf::internal
+
+namespace dmf {
+
+using namespace internal;
+
+BusServiceState busServiceState(Bus bus, std::string_view serviceName)
+{
+    const std::string name(serviceName);
+    if (!g_dbus_is_name(name.c_str()))
+        return BusServiceState::missing;
+    const auto address = busAddress(bus);
+    if (!address)
+        return BusServiceState::noBus;
+    const auto state = BoundedWork::run<BusServiceState>(Bounds(), [address, name](BoundedWork& work) {
+        MessageBus connection(*address, work);
+        if (!connection.isConnected())
+            return work.isLate() ? BusServiceState::silent : BusServiceState::noBus;
+        const auto owner = connection.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                           "NameHasOwner", g_variant_new("(s)", name.c_str()), "(b)");
+        gboolean isOwned = FALSE;
+        if (owner)
+            g_variant_get(owner.get(), "(b)", &isOwned);
+        if (!isOwned)
+            return work.isLate() ? BusServiceState::silent : BusServiceState::missing;
+        // Whatever comes back, an error too, comes from somebody alive.
+        (void)connection.call(name, "/", "org.freedesktop.DBus.Peer", "Ping", nullptr, "()");
+        return work.isLate() ? BusServiceState::silent : BusServiceState::answers;
+    });
+    return state.value_or(BusServiceState::silent);
+}
+
+} // namespace dmf
