@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -9,15 +10,9 @@
 
 #include <gio/gio.h>
 
-#include <chrono>
+#include "platform/Bounds.h"
 
 namespace dmf::internal {
-
-/// For how long a call waits for somebody else's process, in seconds since its beginning.
-struct Bounds {
-    double answer = 2.0;  // programs answer at once or not at all
-    double person = 30.0; // people have to read, remember and type
-};
 
 /// Work whose caller waits for a bounded time only. The work runs on a thread and in a main context of its own, so that
 /// nothing of it reaches the caller's context; work that is late is cancelled, and ends by itself what it has begun.

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/BoundedWork.h"
 #include "platform/KeyringPrompt.h"
 #include "platform/MessageBus.h"
 #include "platform/SecretSession.h"

@@ -7,7 +7,7 @@
 #include <dmf/platform/Export.h>
 #include <dmf/platform/Secret.h>
 
-#include "platform/BoundedWork.h"
+#include "platform/Bounds.h"
 
 namespace dmf::internal {
 

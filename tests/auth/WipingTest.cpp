@@ -1,0 +1,160 @@
+#include <dmf/ADMUsernameAndPasswordAuthenticationInfo.h>
+#include <dmf/ADMWPAAuthenticationInfo.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "auth/KeyringThreads.h"
+#include "auth/Service.h"
+#include "support/HostFixture.h"
+#include "support/KeyringFixture.h"
+
+namespace {
+
+/// Looks for a secret in all the memory that the process can write. The secret is kept in a disguise, and what is read
+/// for the search lies in memory that is left out, so that the search does not find itself.
+class MemorySearch {
+public:
+    static constexpr std::size_t kLength = 24;
+
+    MemorySearch()
+    {
+        const int source = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(::read(source, disguised_.data(), kLength), static_cast<ssize_t>(kLength));
+        ::close(source);
+        for (auto& byte : disguised_)
+            byte = static_cast<unsigned char>((byte % 26 + 'a') ^ kDisguise);
+        window_ = static_cast<unsigned char*>(
+            ::mmap(nullptr, kWindow, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    }
+    ~MemorySearch() { ::munmap(window_, kWindow); }
+    MemorySearch(const MemorySearch&) = delete;
+    MemorySearch& operator=(const MemorySearch&) = delete;
+
+    /// Hands the secret to `use`, and wipes it after.
+    template <class Use>
+    void reveal(Use use) const
+    {
+        std::array<char, kLength> plain;
+        for (std::size_t i = 0; i < kLength; ++i)
+            plain[i] = static_cast<char>(disguised_[i] ^ kDisguise);
+        use(std::string_view(plain.data(), kLength));
+        dmf::Secret::wipe(plain.data(), kLength);
+    }
+
+    std::size_t count() const
+    {
+        std::ifstream maps("/proc/self/maps");
+        const int memory = ::open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+        std::size_t found = 0;
+        for (std::string line; std::getline(maps, line);) {
+            unsigned long begin = 0, end = 0;
+            char rights[8] = "";
+            if (std::sscanf(line.c_str(), "%lx-%lx %7s", &begin, &end, rights) == 3 && rights[1] == 'w')
+                found += countIn(memory, begin, end);
+        }
+        ::close(memory);
+        return found;
+    }
+
+private:
+    static constexpr unsigned char kDisguise = 0x5A;
+    static constexpr std::size_t kWindow = 1U << 20;
+
+    std::size_t countIn(int memory, unsigned long begin, unsigned long end) const
+    {
+        std::size_t found = 0;
+        for (unsigned long at = begin; at < end;) {
+            const auto window = reinterpret_cast<unsigned long>(window_);
+            if (at >= window && at < window + kWindow) {
+                at = window + kWindow;
+                continue;
+            }
+            unsigned long size = std::min<unsigned long>(end - at, kWindow);
+            if (at < window && window < at + size)
+                size = window - at;
+            const ssize_t got = ::pread(memory, window_, size, static_cast<off_t>(at));
+            if (got < static_cast<ssize_t>(kLength))
+                break;
+            found += countInWindow(static_cast<std::size_t>(got));
+            at += size == end - at ? size : size - (kLength - 1); // what lies across two windows counts too
+        }
+        return found;
+    }
+    std::size_t countInWindow(std::size_t size) const
+    {
+        std::size_t found = 0;
+        for (unsigned char* at = window_;
+             (at = static_cast<unsigned char*>(std::memchr(at, disguised_[0] ^ kDisguise,
+                                                           static_cast<std::size_t>(window_ + size - at)))) != nullptr;
+             ++at) {
+            if (at + kLength > window_ + size)
+                break;
+            std::size_t i = 0;
+            while (i < kLength && at[i] == (disguised_[i] ^ kDisguise))
+                ++i;
+            found += i == kLength ? 1 : 0;
+        }
+        return found;
+    }
+
+    std::array<unsigned char, kLength> disguised_{};
+    unsigned char* window_ = nullptr;
+};
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define DMF_SKIP_UNDER_SANITIZERS GTEST_SKIP() << "the sanitizers' own memory is too large to be searched"
+#else
+#define DMF_SKIP_UNDER_SANITIZERS static_cast<void>(0)
+#endif
+
+TEST(Wiping, LeavesNoCopyOfACredentialBehind)
+{
+    DMF_SKIP_UNDER_SANITIZERS;
+    const MemorySearch secret;
+    std::shared_ptr<ADMAuthenticationInfo> held[3];
+    secret.reveal([&](std::string_view plain) {
+        held[0] = ADMAuthenticationInfo::authenticationInfoWithUsername("eva", plain, 0);
+        held[1] = ADMAuthenticationInfo::authenticationInfoWithWPAPassPhrase(plain);
+    });
+    EXPECT_EQ(secret.count(), 2U) << "one place each, which is found while it is there";
+    held[0].reset();
+    EXPECT_EQ(secret.count(), 1U);
+    held[1].reset();
+    EXPECT_EQ(secret.count(), 0U);
+}
+
+TEST(Wiping, LeavesNoCopyBehindOnTheWayToTheKeyringAndBack)
+{
+    DMF_SKIP_UNDER_SANITIZERS;
+    KeyringFixture keyring;
+    HostFixture machine;
+    machine.setEnvironment("DBUS_SESSION_BUS_ADDRESS", keyring.bus.address());
+    const auto printer = service("ipp://printer", "Model 9");
+    const MemorySearch secret;
+    secret.reveal([&](std::string_view plain) {
+        EXPECT_TRUE(ADMAuthenticationInfo::authenticationInfoWithUsername("eva", plain, 0)
+                        ->storeInKeychainForServiceInfo(printer));
+    });
+    EXPECT_TRUE(noKeyringThreadIsLeft());
+    EXPECT_EQ(secret.count(), 0U);
+
+    auto found = ADMUsernameAndPasswordAuthenticationInfo::initFromKeychainForServiceInfo(printer);
+    ASSERT_TRUE(found);
+    EXPECT_TRUE(noKeyringThreadIsLeft());
+    EXPECT_EQ(secret.count(), 1U);
+    found.reset();
+    EXPECT_EQ(secret.count(), 0U);
+}
+
+} // namespace
