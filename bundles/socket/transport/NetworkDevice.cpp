@@ -2,8 +2,6 @@
 
 #include <dmf/DMKeys.h>
 
-#include "Connect.h"
-
 namespace dmf::socket {
 
 namespace {
@@ -41,6 +39,20 @@ NetworkDevice::NetworkDevice(Endpoint endpoint, const Dictionary& spec, std::str
     identity_.set(kParamsProp, std::move(params));
 }
 
+Outcome NetworkDevice::findEndpoint(Clock::time_point, const CancelQuestion&, Endpoint& found)
+{
+    found = endpoint_;
+    return Outcome::done;
+}
+
+Connected NetworkDevice::connect(Clock::time_point deadline, const CancelQuestion& isCancelled)
+{
+    Endpoint endpoint;
+    if (const auto outcome = findEndpoint(deadline, isCancelled, endpoint); outcome != Outcome::done)
+        return {outcome, {}, {}};
+    return connectTo(endpoint, deadline, isCancelled);
+}
+
 bool NetworkDevice::isReachable()
 {
     {
@@ -48,7 +60,7 @@ bool NetworkDevice::isReachable()
         if (!use_.expired())
             return true;
     }
-    return connectTo(endpoint_, Clock::now() + kReachLimit, {}).outcome == Outcome::done;
+    return connect(Clock::now() + kReachLimit, {}).outcome == Outcome::done;
 }
 
 Dictionary NetworkDevice::retrieveParameters(const Dictionary&, std::shared_ptr<IDMDeviceHandler>)

@@ -7,6 +7,7 @@
 
 #include <dmf/IDMDevice.h>
 
+#include "Connect.h"
 #include "Endpoint.h"
 
 namespace dmf::socket {
@@ -22,6 +23,12 @@ public:
     NetworkDevice(Endpoint endpoint, const Dictionary& spec, std::string address);
 
     [[nodiscard]] const Endpoint& endpoint() const noexcept { return endpoint_; }
+    /// Where the device is to be reached just now. A device that is found by a name that may lead elsewhere tomorrow
+    /// overrides it; it may wait until the deadline.
+    [[nodiscard]] virtual Outcome findEndpoint(Clock::time_point deadline, const CancelQuestion& isCancelled,
+                                               Endpoint& found);
+    /// Connects to where the device is just now.
+    [[nodiscard]] Connected connect(Clock::time_point deadline, const CancelQuestion& isCancelled);
 
     /// True without asking while a channel to the device is open, since many devices take one connection only;
     /// otherwise connects, for two seconds at most.

@@ -6,8 +6,6 @@
 
 #include <dmf/ADMDuplexDataChannelBase.h>
 
-#include "Connect.h"
-
 namespace dmf::socket {
 
 namespace {
@@ -51,8 +49,7 @@ ADMConnectionProvider::Status SocketProvider::performOpen()
         const auto channel = parent();
         return !channel || channel->shouldClose();
     };
-    auto connected =
-        connectTo(network->endpoint(), Clock::now() + std::chrono::duration_cast<Clock::duration>(limit), isCancelled);
+    auto connected = network->connect(Clock::now() + std::chrono::duration_cast<Clock::duration>(limit), isCancelled);
     switch (connected.outcome) {
     case Outcome::refused: return ProviderStatus::failed;
     case Outcome::timedOut: return ProviderStatus::timedOut;
