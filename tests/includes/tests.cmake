@@ -34,3 +34,6 @@ string(JOIN "\n" expected
        "src/plugins/Twin.h:1: [^\n]*"
        "bundles/one/One.cpp:1: ")
 set_tests_properties(include-direction-finds-faults PROPERTIES PASS_REGULAR_EXPRESSION "${expected}")
+
+# The page that lists what is exported says what the headers say.
+add_test(NAME reference-is-current COMMAND "${Python3_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/list-api" --check)
