@@ -7,12 +7,12 @@
 #include <dmf/IDMSchedulableOperation.h>
 
 /// Base of every operation: it keeps what an operation is asked for and what became of it. A concrete operation
-/// supplies `performOperation` and the binding to run loops, usually by handing both to the operation queue that it
-/// runs on:
+/// supplies `performOperation` and the binding to run loops, usually by handing both to the queue that it runs on,
+/// which it holds weakly, since the queue holds it:
 ///
 ///     class StatusOperation final : public ADMSchedulableOperation {
 ///     public:
-///         StatusOperation(Initializer&& initializer, std::shared_ptr<ADMOperationQueue> queue);
+///         StatusOperation(Initializer&& initializer, const std::shared_ptr<ADMOperationQueue>& queue);
 ///         void scheduleOperation() override;   // the inherited one, then queue->scheduleOperation(shared_from_this())
 ///         std::shared_ptr<ADMCallback> performOperation() override;
 ///     };

@@ -35,8 +35,9 @@ protected:
 /// One piece of work on a service's device: it is scheduled, runs on a background thread, and reports its outcome on a
 /// run loop of the client's. It can be scheduled again when it has finished. Thread-safe.
 ///
-/// `isActive` says that a run has been asked for (it stays on when the run has ended), `isFinished` that the run has
-/// ended, `isOperationSucceed` and `error` how, `isCanceled` that nobody wants the outcome any more.
+/// `isActive` says that a run has been asked for, `isFinished` that it has ended, `isOperationSucceed` and `error` how,
+/// `isCanceled` that nobody wants its outcome any more. Only `scheduleOperation` and `cancel` set any of them by
+/// themselves; that a run has ended is for the concrete operation to say, for a canceled one as well.
 class DMF_EXPORT IDMSchedulableOperation {
 public:
     [[nodiscard]] static const dmf::Protocol& protocol();

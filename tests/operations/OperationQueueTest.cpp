@@ -147,7 +147,8 @@ TEST(OperationQueueDeathTest, WhatIsNoExceptionOfTheStandardLibraryEndsTheProgra
         {
             ADMOperationQueue queue;
             queue.scheduleOperation(makeOperation([](TestOperation&) -> std::shared_ptr<ADMCallback> { throw 1; }));
-            std::promise<void>().get_future().wait_for(std::chrono::seconds(10));
+            std::promise<void> never;
+            never.get_future().wait_for(std::chrono::seconds(10));
         },
         "terminate");
 }

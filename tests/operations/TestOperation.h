@@ -16,7 +16,7 @@ class TestOperation : public ADMSchedulableOperation {
 public:
     using Work = std::function<std::shared_ptr<ADMCallback>(TestOperation&)>;
 
-    TestOperation(Initializer&& initializer, Work work, std::shared_ptr<ADMOperationQueue> queue = nullptr)
+    TestOperation(Initializer&& initializer, Work work, std::weak_ptr<ADMOperationQueue> queue = {})
         : ADMSchedulableOperation(std::move(initializer)), work_(std::move(work)), queue_(std::move(queue))
     {
     }
@@ -31,23 +31,23 @@ public:
     void scheduleOperation() override
     {
         ADMSchedulableOperation::scheduleOperation();
-        if (queue_)
-            queue_->scheduleOperation(shared_from_this());
+        if (const auto queue = queue_.lock())
+            queue->scheduleOperation(shared_from_this());
     }
     void scheduleInRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
     {
-        if (queue_)
-            queue_->scheduleInRunLoop(runLoop, mode);
+        if (const auto queue = queue_.lock())
+            queue->scheduleInRunLoop(runLoop, mode);
     }
     void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
     {
-        if (queue_)
-            queue_->removeFromRunLoop(runLoop, mode);
+        if (const auto queue = queue_.lock())
+            queue->removeFromRunLoop(runLoop, mode);
     }
 
 private:
     const Work work_;
-    const std::shared_ptr<ADMOperationQueue> queue_;
+    const std::weak_ptr<ADMOperationQueue> queue_;
 };
 
 /// One that is active already, as if a service had scheduled it.
