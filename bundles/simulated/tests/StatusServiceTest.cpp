@@ -54,10 +54,11 @@ std::string codeOf(ChannelError code)
 struct Stage {
     explicit Stage(const std::string& script)
     {
+        const auto found = serviceClass(); // first: the URI's scheme is the bundle's
         const auto info = ADMServiceInfoImp::serviceInfoWithURI(
             "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Model%209&" + script,
             "com.ql.printer");
-        service = serviceClass()->make<SimulatedStatusService>(info);
+        service = found->make<SimulatedStatusService>(info);
         delegate->operationDidFinish = [this](SimulatedStatusService&, SimulatedOperation& operation) {
             EXPECT_EQ(std::this_thread::get_id(), testThread);
             EXPECT_TRUE(operation.isFinished());
