@@ -27,7 +27,13 @@ const std::vector<std::vector<std::string>> kCommands{{"uri"},
                                                       {"send"},
                                                       {"plugins"},
                                                       {"simulate"},
-                                                      {"log"}};
+                                                      {"log"},
+                                                      {"device-id"},
+                                                      {"credentials"},
+                                                      {"credentials", "store"},
+                                                      {"credentials", "show"},
+                                                      {"lock"},
+                                                      {"doctor"}};
 
 class CommandLine : public ToolTest {
 protected:

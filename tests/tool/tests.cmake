@@ -2,5 +2,6 @@
 if(TARGET test_tool)
     find_package(nlohmann_json REQUIRED)
     target_link_libraries(test_tool PRIVATE nlohmann_json::nlohmann_json)
-    add_dependencies(test_tool dmf_tool dmf_models libxmlparser simulated socket xmlparser)
+    get_property(bundles GLOBAL PROPERTY DMF_BUNDLES)
+    add_dependencies(test_tool dmf_tool dmf_models ${bundles})
 endif()

@@ -31,6 +31,10 @@ void addSendCommand(CLI::App& root, Session& session);
 void addPlugInsCommand(CLI::App& root, Session& session);
 void addSimulateCommand(CLI::App& root, Session& session);
 void addLogCommand(CLI::App& root, Session& session);
+void addDeviceIdCommand(CLI::App& root, Session& session);
+void addCredentialsCommand(CLI::App& root, Session& session);
+void addLockCommand(CLI::App& root, Session& session);
+void addDoctorCommand(CLI::App& root, Session& session);
 
 /// A command of `parent`. Its help ends with `details`, what the one line of `description` leaves out, and an example.
 CLI::App* addCommand(CLI::App& parent, const std::string& name, const std::string& description,

@@ -22,7 +22,7 @@ constexpr const char* kDescription =
 
 constexpr const char* kFooter =
     "Exit status: 0 done, 1 refused or failed, 2 wrong command line, 3 timed out, 4 nothing\n"
-    "found, 130 interrupted.\n"
+    "found, 130 interrupted; 'lock' passes on its command's.\n"
     "\n"
     "Example:\n"
     "  dmf uri parse 'usb://QL/Model%20100?serial=CN1234'\n"
@@ -40,6 +40,10 @@ void addCommands(CLI::App& app, Session& session)
     addPlugInsCommand(app, session);
     addSimulateCommand(app, session);
     addLogCommand(app, session);
+    addDeviceIdCommand(app, session);
+    addCredentialsCommand(app, session);
+    addLockCommand(app, session);
+    addDoctorCommand(app, session);
 }
 
 // Looked for before parsing: a wrong command line is told in JSON as well.

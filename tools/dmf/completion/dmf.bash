@@ -3,7 +3,7 @@
 # The commands and options below a chain of commands such as "uri make".
 _dmf_words() {
     case $1 in
-    "") echo "uri info model modeldb resolve send plugins simulate log --version --log-file" ;;
+    "") echo "uri info model modeldb resolve send plugins simulate log device-id credentials lock doctor --version --log-file" ;;
     "uri") echo "parse make generate" ;;
     "uri make") echo "usb ip host bonjour" ;;
     "uri make usb") echo "--product --vendor --serial --scheme" ;;
@@ -17,6 +17,9 @@ _dmf_words() {
     "resolve") echo "--class --timeout" ;;
     "send") echo "--class --channel --timeout --answer" ;;
     "simulate") echo "--port --answer --drop-after --never-read --slow --vendor --product" ;;
+    "credentials") echo "store show" ;;
+    "credentials store" | "credentials show") echo "--class" ;;
+    "lock") echo "--timeout" ;;
     "log") echo "nolog info warnings errors debug debug2" ;;
     esac
 }

@@ -1,0 +1,139 @@
+#include <chrono>
+
+#include <signal.h>
+
+#include "ToolFixture.h"
+#include "support/KeyringFixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kUri = "socket://printer1/?vendor=QL&product=Aurora%20450n";
+
+class Machine : public ToolTest {
+protected:
+    static JsonResult jsonOn(const Process::Environment& environment, std::vector<std::string> arguments,
+                             const std::string& input = {})
+    {
+        arguments.insert(arguments.begin(), "--json");
+        const auto result = dmf(arguments, input, environment);
+        return {result.status, parseObject(result.out), result.err};
+    }
+    /// A name that no other test has; the lock's file goes with the test.
+    std::string lockName() const { return folder.filename(); }
+    std::filesystem::path lockFile() const { return "/tmp/" + lockName() + ".dmf"; }
+};
+
+TEST_F(Machine, TellsWhatADeviceIdSays)
+{
+    const auto known = json({"device-id", "MANUFACTURER:QL; MDL:Aurora 450n;DES:A\x1b[1m;SN: CN1;BD:2,7;"});
+    EXPECT_EQ(known.status, 0);
+    EXPECT_EQ(known.json["vendor"], "QL");
+    EXPECT_EQ(known.json["model"], "Aurora 450n");
+    EXPECT_EQ(known.json["serialNumber"], "CN1");
+    EXPECT_EQ(known.json["channels"], Json({2, 7}));
+    EXPECT_EQ(dmf({"device-id", "DES:A\x1b[1m"}).out.find('\x1b'), std::string::npos);
+
+    EXPECT_EQ(json({"device-id", "MDL:M9"}).json["vendor"], nullptr);
+    EXPECT_EQ(json({"device-id", "no field at all"}).status, 4);
+    EXPECT_EQ(json({"device-id", ""}).status, 4);
+}
+
+TEST_F(Machine, KeepsCredentialsInTheKeyringAndNeverShowsAPassword)
+{
+    KeyringFixture keyring;
+    const auto environment = keyring.bus.environment();
+    EXPECT_EQ(jsonOn(environment, {"credentials", "show", kUri}).status, 4);
+    EXPECT_EQ(jsonOn(environment, {"credentials", "store", kUri, "admin"}, "pass word\nsecond line\n").status, 0);
+    EXPECT_EQ(keyring.lookUp({"server", kUri, "user", "admin", "label", "Aurora 450n"}), "pass word");
+
+    const auto shown = dmf({"credentials", "show", kUri}, {}, environment);
+    EXPECT_EQ(shown.out, "username: admin\nfound: yes\n");
+    EXPECT_EQ(jsonOn(environment, {"credentials", "show", kUri}).json["username"], "admin");
+
+    const auto again = dmf({"credentials", "store", kUri, "admin"}, "other\n", environment);
+    EXPECT_EQ(again.status, 1);
+    EXPECT_NE(again.err.find("already"), std::string::npos) << again.err;
+    EXPECT_EQ(again.err.find("other"), std::string::npos) << again.err;
+    EXPECT_EQ(dmf({"credentials", "store", kUri, "eva"}, "", environment).status, 1) << "no password";
+    EXPECT_EQ(dmf({"credentials", "store", "no uri", "eva"}, "x", environment).status, 1);
+
+    keyring.lock();
+    const auto locked = jsonOn(environment, {"credentials", "show", kUri});
+    EXPECT_EQ(locked.status, 4);
+    EXPECT_EQ(locked.json["found"], false);
+    EXPECT_NE(locked.err.find("locked"), std::string::npos) << locked.err;
+}
+
+TEST_F(Machine, RunsACommandUnderALockAndPassesOnItsStatus)
+{
+    const auto result = dmf({"lock", lockName(), "--", "sh", "-c", "test -f \"$0\" && echo log; exit 7", lockFile()});
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.out, "log\n");
+    EXPECT_EQ(dmf({"lock", lockName(), "--", "sh", "-c", "kill -KILL $$"}).status, 137);
+    EXPECT_EQ(dmf({"lock", lockName(), "--", "/nonexistent"}).status, 1);
+    EXPECT_FALSE(std::filesystem::exists(lockFile()));
+    EXPECT_EQ(dmf({"lock", "a/b", "--", "true"}).status, 1);
+
+    EXPECT_EQ(dmf({"lock", lockName(), "--", "echo", "log", "--json"}).out, "log --json\n")
+        << "the command's own words";
+    const auto object = dmf({"--json", "lock", lockName(), "--", "sh", "-c", "echo words; exit 3"});
+    EXPECT_EQ(parseObject(object.out)["status"], 3);
+    EXPECT_EQ(parseObject(object.out)["acquired"], true);
+    EXPECT_EQ(object.err, "words\n");
+}
+
+TEST_F(Machine, LetsOneCommandOfALockRunAfterTheOther)
+{
+    const std::string log = folder / "log";
+    Process first(command({"lock", lockName(), "--", "sh", "-c", "echo in; read x; echo first >>\"$0\"", log}));
+    ASSERT_EQ(first.readLine(), "in");
+    Process second(command({"lock", lockName(), "--", "sh", "-c", "echo second >>\"$0\"", log}));
+    first.write("go on\n");
+    EXPECT_EQ(first.wait().status, 0);
+    EXPECT_EQ(second.wait().status, 0);
+    EXPECT_EQ(read(log), "first\nsecond\n");
+
+    Process interrupted(command({"lock", lockName(), "--", "sh", "-c", "trap '' TERM; echo in; read x"}));
+    ASSERT_EQ(interrupted.readLine(), "in");
+    interrupted.signal(SIGINT);
+    EXPECT_EQ(interrupted.wait().status, 130);
+    EXPECT_FALSE(std::filesystem::exists(lockFile())) << "a command that does not want to end keeps no lock";
+}
+
+TEST_F(Machine, IsExaminedWithinABoundWhateverIsWrong)
+{
+    const auto examined = [](const Process::Environment& environment) {
+        const auto begin = Clock::now();
+        const auto result = jsonOn(environment, {"doctor"});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_LT(Clock::now() - begin, 6s);
+        std::map<std::string, Json> checks;
+        for (const auto& each : result.json["checks"]) {
+            checks[each["name"]] = each;
+            EXPECT_NE(each["message"], "");
+            EXPECT_TRUE(each["good"] == true || each["advice"].is_string()) << each;
+        }
+        return checks;
+    };
+    KeyringFixture keyring;
+    auto environment = keyring.bus.environment();
+    environment["DBUS_SYSTEM_BUS_ADDRESS"] = keyring.bus.address(); // a bus without Avahi
+    auto checks = examined(environment);
+    EXPECT_EQ(checks.size(), 8U);
+    for (const auto* const name : {"models", "bundles", "session bus", "system bus", "keyring"})
+        EXPECT_EQ(checks[name]["good"], true) << checks[name];
+    EXPECT_EQ(checks["avahi"]["good"], false);
+
+    keyring.program().signal(SIGSTOP);
+    EXPECT_NE(examined(environment)["keyring"]["message"].get<std::string>().find("does not answer"),
+              std::string::npos);
+    environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent";
+    checks = examined(environment);
+    EXPECT_EQ(checks["keyring"]["good"], false);
+    EXPECT_EQ(checks["session bus"]["good"], false);
+}
+
+} // namespace
