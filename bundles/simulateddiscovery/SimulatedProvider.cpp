@@ -76,6 +76,9 @@ ADMDiscoveryProvider::Status SimulatedProvider::startDiscovery(std::string_view 
         Date::now(), simulation_.interval, RunLoopTimer::Repeat::yes,
         [weak = std::weak_ptr(parent()), announcements, burst = simulation_.burst,
          isImmediate = simulation_.interval == 0](RunLoopTimer& own) {
+            const auto threadLock = ADMServiceDiscoveryBase::lockObject();
+            if (threadLock)
+                threadLock->lock();
             const auto discovery = weak.lock();
             for (auto left = burst; discovery && left > 0 && own.isValid() && !announcements->isAtEnd(); --left) {
                 const auto [service, isRemoval] = announcements->next();
@@ -85,6 +88,8 @@ ADMDiscoveryProvider::Status SimulatedProvider::startDiscovery(std::string_view 
                 own.invalidate();
             else if (isImmediate)
                 own.setFireDate(Date::now());
+            if (threadLock)
+                threadLock->unlock();
         });
     std::lock_guard guard(lock_);
     timer_ = timer;

@@ -39,7 +39,7 @@ public:
     /// What the back ends are given.
     [[nodiscard]] virtual dmf::Dictionary discoveryParameters();
 
-    /// The discovery, made on first use.
+    /// The discovery, made on first use; not to be asked for in a constructor.
     [[nodiscard]] std::shared_ptr<ADMBaseDiscovery> discoveryModel();
     /// Replaces the discovery by one for these names, which takes over the filter, the run loop and its modes, and the
     /// parameters; a running discovery ends without a report and is not started again. Without names the next use makes
@@ -65,10 +65,12 @@ public:
     void scheduleInRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::optional<std::string_view> mode) override;
     void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::optional<std::string_view> mode) override;
 
-protected:
-    /// The factory's recursive lock, over the model and the delegate.
+    /// The factory's recursive lock, over the model and the delegate. Not to be held while a discovery is ended: a
+    /// report under way may want it.
     void lock() const { lock_.lock(); }
     void unlock() const { lock_.unlock(); }
+
+protected:
     [[nodiscard]] std::recursive_mutex& mutex() const noexcept { return lock_; }
 
 private:

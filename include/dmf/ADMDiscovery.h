@@ -69,13 +69,14 @@ public:
     virtual void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes) = 0;
     /// Looks until nothing has been found for `timeout` seconds, turning the calling thread's run loop in a mode of the
     /// discovery's own (kDMDiscoveryPerformMode); gives the services that are there then, in no particular order. A
-    /// call of `stop` ends it. Blocks for the time-out after the last find, and up to some seconds for starting and
-    /// stopping the back ends.
+    /// call of `stop` ends it. Blocks for the time-out after the last find, before that until the back ends have been
+    /// started, 30 seconds at most, and at the end as `stop` does.
     [[nodiscard]] virtual Services performDiscoveryWithTimeout(double timeout) = 0;
     [[nodiscard]] virtual Services performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
                                                                       double timeout) = 0;
     /// Ends the discovery; what was found before is still reported, then that it has stopped. Waits until the back ends
-    /// have been started, 5 seconds at most; those that start later are stopped then.
+    /// have been started and stopped, usually some milliseconds, 5 seconds at most for each; those that hang are left
+    /// behind and stopped when they come back.
     virtual void stop() = 0;
 
     /// A discovery has one run loop: another one replaces it and its modes, and a null one takes it away. A missing

@@ -14,8 +14,9 @@
 class ADMServiceDiscoveryBase;
 
 /// Does the work of one discovery protocol: its sockets, timers and callbacks live on the discovery thread's run loop
-/// (ADMServiceDiscoveryBase::runloop), which a provider keeps running for its whole life. Everything that the thread
-/// does for a provider runs under the thread's lock; other threads that touch a provider's state take that lock.
+/// (ADMServiceDiscoveryBase::runloop), which a provider keeps running for its whole life. What is handed over by
+/// `performAction` runs under the thread's lock; a provider's own timers and sources take it in their callbacks, and
+/// other threads take it when they touch the provider's state.
 ///
 /// A provider belongs to its service discovery, which it does not keep alive: a callback that finds it gone has nothing
 /// to report to.

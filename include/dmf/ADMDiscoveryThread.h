@@ -13,9 +13,9 @@
 /// thread-default one, so that what is asynchronous in GLib works on it as well. Thread-safe.
 class DMF_EXPORT ADMDiscoveryThread : public ADMWorkerThread {
 public:
-    /// A running thread whose run loop is ready; empty when it cannot be started. Releasing the last reference stops the
-    /// thread and waits for its end, so for the action or the callback that is under way on it; on the thread itself it
-    /// only asks for the end.
+    /// A running thread whose run loop is ready; empty when it cannot be started. Releasing the last reference stops
+    /// the thread and waits for its end, so for the action or the callback that is under way on it; on the thread
+    /// itself it only asks for the end.
     [[nodiscard]] static std::shared_ptr<ADMDiscoveryThread> init();
     ~ADMDiscoveryThread() override;
 

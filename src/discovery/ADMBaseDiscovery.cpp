@@ -16,9 +16,45 @@
 using dmf::Dictionary;
 using dmf::RunLoop;
 using dmf::RunLoopSource;
+using dmf::internal::DiscoveryRun;
+using dmf::internal::Gathering;
 
 namespace {
 using Modes = std::set<std::string>;
+
+constexpr std::string_view kIsRunning = "Discovery running allready";
+/// Seconds; after that a synchronous run looks whether it has been stopped, which does not wake its run loop.
+constexpr double kLongestTurn = 0.1;
+
+/// The calling thread's run loop in the mode of synchronous runs, which does not end for lack of sources.
+class SynchronousLoop final {
+public:
+    SynchronousLoop() { runLoop_->addSource(port_, kDMDiscoveryPerformMode); }
+    ~SynchronousLoop() { port_->invalidate(); }
+    SynchronousLoop(const SynchronousLoop&) = delete;
+    SynchronousLoop& operator=(const SynchronousLoop&) = delete;
+
+    [[nodiscard]] const std::shared_ptr<RunLoop>& runLoop() const noexcept { return runLoop_; }
+    [[nodiscard]] const std::shared_ptr<RunLoopSource>& port() const noexcept { return port_; }
+    /// Serves what comes within so many seconds, or the first that comes; tells whether something came. Keeps the first
+    /// exception that a report throws.
+    bool turn(double seconds, std::exception_ptr& thrown) const
+    {
+        try {
+            const auto limit = dmf::Date::now().addingTimeInterval(seconds);
+            const auto result = runLoop_->runMode(kDMDiscoveryPerformMode, limit, true);
+            return result == RunLoop::Result::handledSource || result == RunLoop::Result::stopped;
+        } catch (...) {
+            if (!thrown)
+                thrown = std::current_exception();
+            return true;
+        }
+    }
+
+private:
+    const std::shared_ptr<RunLoop> runLoop_ = RunLoop::current();
+    const std::shared_ptr<RunLoopSource> port_ = RunLoopSource::create(nullptr);
+};
 
 std::string describe(const ADMBaseDiscovery* discovery)
 {
@@ -103,15 +139,15 @@ std::shared_ptr<ADMDiscoveryFilter> ADMBaseDiscovery::filter() const
 
 void ADMBaseDiscovery::setFilter(std::shared_ptr<ADMDiscoveryFilter> filter)
 {
+    const void* const chosen = filter.get();
     {
         std::lock_guard guard(private_->reportLock);
         if (private_->filter == filter)
             return;
         private_->filter.swap(filter); // the earlier one goes after the lock
     }
-    if (DMIsLoggingEnabled())
-        DMFLog("debug", "Discovery: discovery %@ did change filter %@  to filter '%@'", describe(this),
-               dmf::formatted("%p", filter), dmf::formatted("%p", this->filter()));
+    DMFLog("debug", "Discovery: discovery %@ did change filter %@  to filter '%@'", describe(this),
+           dmf::formatted("%p", filter), dmf::formatted("%p", chosen));
     private_->notify(weak_from_this(), [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
         if (listener.discoveryFilterDidChange)
             listener.discoveryFilterDidChange(discovery);
@@ -230,52 +266,31 @@ void ADMBaseDiscovery::scheduleDiscovery()
 
 void ADMBaseDiscovery::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes)
 {
-    std::lock_guard guard(private_->startLock);
-    if (private_->isStarted) {
-        DMFLog("warnings", "Discovery: Attempt to schedule alredy runned discovery %@.", describe(this));
-        return private_->refuse(weak_from_this(), "Discovery running allready");
+    std::string_view refusal;
+    {
+        std::lock_guard guard(private_->lock);
+        if (private_->isStarted) {
+            DMFLog("warnings", "Discovery: Attempt to schedule alredy runned discovery %@.", describe(this));
+            refusal = kIsRunning;
+        } else if (!private_->runLoop || private_->runLoopModes.empty()) {
+            dmf::Array modes;
+            for (const auto& mode : private_->runLoopModes)
+                modes.append(mode);
+            DMFLog("warnings",
+                   "Discovery:  discovery %@ is not started because run loop or modes are nil (run loop %p, modes %@).",
+                   describe(this), private_->runLoop, dmf::Value(std::move(modes)));
+            refusal = "Discovery is not scheduled in any run loop or mode";
+        } else {
+            private_->begin(weak_from_this(), connectionTypes);
+            return;
+        }
     }
-    const auto loop = runLoop();
-    const auto modes = runLoopModes();
-    if (!loop || modes.empty()) {
-        dmf::Array names;
-        for (const auto& mode : modes)
-            names.append(mode);
-        DMFLog("warnings",
-               "Discovery:  discovery %@ is not started because run loop or modes are nil (run loop %p, modes %@).",
-               describe(this), loop, dmf::Value(std::move(names)));
-        return private_->refuse(weak_from_this(), "Discovery is not scheduled in any run loop or mode");
-    }
-    private_->isStarted = true;
-    DMFLog("debug", "Discovery: discovery %@ will start.", describe(this));
-    private_->notify(weak_from_this(), [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
-        if (listener.discoveryWillStart)
-            listener.discoveryWillStart(discovery);
-    });
-    private_->begin(weak_from_this(), connectionTypes.empty() ? availableConnectionTypes() : connectionTypes);
+    private_->refuse(weak_from_this(), refusal);
 }
 
 void ADMBaseDiscovery::stop()
 {
-    std::lock_guard guard(private_->startLock);
-    if (!private_->isStarted.exchange(false))
-        return;
-    const auto run = private_->currentRun();
-    {
-        // A find under way is handed over before, or not at all.
-        std::lock_guard reportGuard(private_->reportLock);
-        run->beginEnding();
-    }
-    run->end();
-    DMFLog("debug", "Discovery: discovery %@ did stop", describe(this));
-    // A synchronous run looks whether it goes on.
-    private_->stubPort->signal();
-    if (const auto loop = runLoop())
-        loop->wakeUp();
-    private_->notify(weak_from_this(), [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
-        if (listener.discoveryDidStop)
-            listener.discoveryDidStop(discovery);
-    });
+    private_->end(weak_from_this());
 }
 
 ADMDiscovery::Services ADMBaseDiscovery::performDiscoveryWithTimeout(double timeout)
@@ -286,55 +301,39 @@ ADMDiscovery::Services ADMBaseDiscovery::performDiscoveryWithTimeout(double time
 ADMDiscovery::Services
 ADMBaseDiscovery::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes, double timeout)
 {
-    const auto loop = RunLoop::current();
-    const auto port = RunLoopSource::create(nullptr);
+    const auto gathering = std::make_shared<Gathering>();
+    const SynchronousLoop loop;
     std::shared_ptr<RunLoop> oldLoop;
     Modes oldModes;
+    std::shared_ptr<DiscoveryRun> run;
     {
-        std::lock_guard guard(private_->startLock);
-        if (private_->isStarted) {
-            DMFLog("warnings", "Discovery: attempt to perform alredy runned discovery %@.", describe(this));
-            private_->refuse(weak_from_this(), "Discovery running allready");
-            return std::nullopt;
+        std::lock_guard guard(private_->lock);
+        if (!private_->isStarted) {
+            oldLoop = private_->runLoop;
+            oldModes = private_->runLoopModes;
+            if (oldLoop && !oldModes.empty())
+                oldLoop->addSource(loop.port(), *oldModes.begin());
+            private_->applyRunLoop(loop.runLoop(), {std::string(kDMDiscoveryPerformMode)});
+            run = private_->begin(weak_from_this(), connectionTypes, gathering);
         }
-        {
-            std::lock_guard serviceGuard(private_->serviceLock);
-            private_->services.emplace();
-        }
-        oldLoop = runLoop();
-        oldModes = runLoopModes();
-        if (oldLoop && !oldModes.empty())
-            oldLoop->addSource(port, *oldModes.begin());
-        setRunLoop(loop, {std::string(kDMDiscoveryPerformMode)});
-        scheduleDiscoveryForConnectionTypes(connectionTypes);
+    }
+    if (!run) {
+        DMFLog("warnings", "Discovery: attempt to perform alredy runned discovery %@.", describe(this));
+        private_->refuse(weak_from_this(), kIsRunning);
+        return std::nullopt;
     }
 
     // What a report throws reaches the caller, when everything is as it was.
     std::exception_ptr thrown;
-    try {
-        private_->currentRun()->waitUntilCreated();
-        private_->awaitIdleness(*loop, timeout);
-    } catch (...) {
-        thrown = std::current_exception();
-    }
-    stop();
+    run->waitUntilCreated();
+    gathering->begin();
+    for (double left = timeout; left > 0 && !run->isEnding() && !thrown; left = timeout - gathering->idleTime())
+        loop.turn(std::min(left, kLongestTurn), thrown);
+    private_->end(weak_from_this(), run.get());
     setRunLoop(oldLoop, oldModes);
-    try {
-        while (!thrown &&
-               loop->runMode(kDMDiscoveryPerformMode, dmf::Date::now(), true) == RunLoop::Result::handledSource) {
-        }
-    } catch (...) {
-        thrown = std::current_exception();
-    }
-    port->invalidate();
-
-    std::vector<std::shared_ptr<ADMServiceInfo>> found;
-    {
-        std::lock_guard guard(private_->serviceLock);
-        found = private_->services->all();
-        private_->services.reset();
+    while (loop.turn(0, thrown)) {
     }
     if (thrown)
         std::rethrow_exception(thrown);
-    return found;
+    return gathering->all();
 }

@@ -6,19 +6,26 @@
 #include <dmf/platform/Format.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
-
-#include "platform/Host.h"
 
 using dmf::RunLoop;
 using dmf::internal::DiscoveryRun;
+using dmf::internal::Gathering;
 using dmf::internal::RunLoopFeed;
 
 namespace {
-double steadyNow()
+/// One back end serves a connection type, however often the type is named.
+std::vector<std::string> eachOnce(const std::vector<std::string>& types)
 {
-    return dmf::internal::Host::current().steadyNow();
+    std::vector<std::string> once;
+    for (const auto& type : types) {
+        if (std::find(once.begin(), once.end(), type) == once.end())
+            once.push_back(type);
+    }
+    return once;
 }
+
 /// What a log line says, found out only when the line is written.
 struct DescribedDiscovery {
     const std::weak_ptr<ADMBaseDiscovery>& discovery;
@@ -41,15 +48,19 @@ void ADMBaseDiscovery::Private::applyRunLoop(std::shared_ptr<RunLoop> newRunLoop
     std::lock_guard guard(lock);
     if (runLoop == newRunLoop && runLoopModes == newModes)
         return;
-    for (const auto& mode : runLoopModes)
-        runLoop->removeSource(stubPort, mode);
+    if (runLoop) {
+        for (const auto& mode : runLoopModes)
+            runLoop->removeSource(stubPort, mode);
+    }
     runLoop = std::move(newRunLoop);
-    runLoopModes = runLoop ? std::move(newModes) : Modes();
+    runLoopModes = std::move(newModes);
 
     std::lock_guard reportGuard(reportLock);
     retired = std::exchange(feed, runLoop ? std::make_shared<RunLoopFeed>() : nullptr);
     if (retired)
         retired->retire();
+    if (!runLoop)
+        return;
     for (const auto& mode : runLoopModes) {
         runLoop->addSource(stubPort, mode);
         feed->schedule(runLoop, mode);
@@ -76,7 +87,16 @@ bool ADMBaseDiscovery::Private::notify(const std::weak_ptr<ADMBaseDiscovery>& we
             return true;
         }
     }
-    call();
+    if (!of) {
+        call();
+        return true;
+    }
+    // A back end knows nothing of what a client throws.
+    try {
+        call();
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Discovery: exception %@ from a delegate on the discovery thread.", exception);
+    }
     return true;
 }
 
@@ -89,14 +109,19 @@ void ADMBaseDiscovery::Private::refuse(const std::weak_ptr<ADMBaseDiscovery>& we
     });
 }
 
-bool ADMBaseDiscovery::Private::passesFilter(ADMServiceInfo& service) const
+bool ADMBaseDiscovery::Private::passesFilter(ADMServiceInfo& service) const noexcept
 {
     std::shared_ptr<ADMDiscoveryFilter> chosen;
     {
         std::lock_guard guard(reportLock);
         chosen = filter;
     }
-    return !chosen || chosen->isAcceptedService(service);
+    try {
+        return !chosen || chosen->isAcceptedService(service);
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Discovery: exception %@ from a filter.", exception);
+        return false;
+    }
 }
 
 bool ADMBaseDiscovery::Private::addService(const std::weak_ptr<ADMBaseDiscovery>& weak, const DiscoveryRun& of,
@@ -106,12 +131,8 @@ bool ADMBaseDiscovery::Private::addService(const std::weak_ptr<ADMBaseDiscovery>
     if (!passesFilter(*service))
         return false;
     service->setServiceState(found);
-    {
-        std::lock_guard guard(serviceLock);
-        if (services)
-            services->add(service);
-        lastServiceComeDate = steadyNow();
-    }
+    if (of.gathering())
+        of.gathering()->add(service);
     DMFLog("debug", "Discovery: discovery %@ did find service %@ for device '%@'", DescribedDiscovery{weak},
            DescribedService{service}, DescribedURI{service});
     return notify(
@@ -130,11 +151,8 @@ bool ADMBaseDiscovery::Private::removeService(const std::weak_ptr<ADMBaseDiscove
     if (!passesFilter(*service))
         return false;
     service->setServiceState(removed);
-    {
-        std::lock_guard guard(serviceLock);
-        if (services)
-            services->remove(*service);
-    }
+    if (of.gathering())
+        of.gathering()->remove(*service);
     DMFLog("debug", "Discovery: discovery %@ did remove service %@ for device '%@'", DescribedDiscovery{weak},
            DescribedService{service}, DescribedURI{service});
     return notify(
@@ -152,8 +170,9 @@ std::shared_ptr<DiscoveryRun> ADMBaseDiscovery::Private::currentRun() const
     return run;
 }
 
-void ADMBaseDiscovery::Private::begin(const std::weak_ptr<ADMBaseDiscovery>& weak,
-                                      std::vector<std::string> connectionTypes)
+std::shared_ptr<DiscoveryRun> ADMBaseDiscovery::Private::begin(const std::weak_ptr<ADMBaseDiscovery>& weak,
+                                                               const std::vector<std::string>& connectionTypes,
+                                                               std::shared_ptr<Gathering> gathering)
 {
     const auto handOn = [weak](auto handle) {
         return [weak, handle](const std::shared_ptr<DiscoveryRun>& of, const Service& service) {
@@ -161,32 +180,37 @@ void ADMBaseDiscovery::Private::begin(const std::weak_ptr<ADMBaseDiscovery>& wea
             return discovery && (discovery->private_.get()->*handle)(weak, *of, service);
         };
     };
-    std::shared_ptr<DiscoveryRun> started;
-    {
-        std::lock_guard guard(lock);
-        run = started = std::make_shared<DiscoveryRun>(
-            DiscoveryRun::Plan{std::move(connectionTypes), channelNames, connectionParameters, parameters},
-            handOn(&Private::addService), handOn(&Private::removeService));
-    }
-    started->begin();
+    isStarted = true;
+    DMFLog("debug", "Discovery: discovery %@ will start.", DescribedDiscovery{weak});
+    notify(weak, [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
+        if (listener.discoveryWillStart)
+            listener.discoveryWillStart(discovery);
+    });
+    run = std::make_shared<DiscoveryRun>(
+        DiscoveryRun::Plan{connectionTypes.empty() ? availableConnectionTypesToDiscover() : eachOnce(connectionTypes),
+                           channelNames, connectionParameters, parameters},
+        handOn(&Private::addService), handOn(&Private::removeService), std::move(gathering));
+    run->begin();
+    return run;
 }
 
-/// Turns the loop until no service has come for `timeout` seconds, or the discovery has been stopped.
-void ADMBaseDiscovery::Private::awaitIdleness(RunLoop& loop, double timeout)
+void ADMBaseDiscovery::Private::end(const std::weak_ptr<ADMBaseDiscovery>& weak, const DiscoveryRun* only)
 {
-    constexpr double longestTurn = 24 * 3600; // seconds
+    std::shared_ptr<DiscoveryRun> ended;
     {
-        std::lock_guard guard(serviceLock);
-        lastServiceComeDate = steadyNow();
-    }
-    while (isStarted) {
-        double left = timeout - steadyNow();
-        {
-            std::lock_guard guard(serviceLock);
-            left += lastServiceComeDate;
-        }
-        if (!(left > 0))
+        std::lock_guard guard(lock);
+        if (!isStarted || (only && run.get() != only))
             return;
-        loop.runMode(kDMDiscoveryPerformMode, dmf::Date::now().addingTimeInterval(std::min(left, longestTurn)), true);
+        isStarted = false;
+        ended = run;
+        // A find under way is handed over before, or not at all.
+        std::lock_guard reportGuard(reportLock);
+        ended->beginEnding();
     }
+    ended->end();
+    DMFLog("debug", "Discovery: discovery %@ did stop", DescribedDiscovery{weak});
+    notify(weak, [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
+        if (listener.discoveryDidStop)
+            listener.discoveryDidStop(discovery);
+    });
 }

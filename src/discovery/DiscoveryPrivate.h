@@ -17,9 +17,8 @@
 #include "platform/RunLoopFeed.h"
 #include "service/ResolveParameters.h"
 
-/// The state of a discovery, and the ways from its back ends to its client. Locks are taken in the order startLock,
-/// lock, reportLock; serviceLock stands alone. No lock is held while a delegate, a filter or a back end is called, but
-/// startLock while back ends are stopped.
+/// The state of a discovery, and the ways from its back ends to its client. Locks are taken in the order lock,
+/// reportLock. None is held while a delegate, a filter or a back end is called, or while anybody is waited for.
 struct ADMBaseDiscovery::Private {
     using Service = std::shared_ptr<ADMServiceInfo>;
     using Modes = std::set<std::string>;
@@ -29,12 +28,8 @@ struct ADMBaseDiscovery::Private {
 
     const std::vector<std::string> channelNames;
 
-    /// One start or stop at a time. It is held while the back ends are started and stopped, so nothing that they or the
-    /// discovery thread need may ask for it.
-    std::recursive_mutex startLock;
-    std::atomic<bool> isStarted{false}; // changed under startLock
-
     mutable std::recursive_mutex lock;
+    std::atomic<bool> isStarted{false};    // changed under lock
     std::shared_ptr<dmf::RunLoop> runLoop; // guarded by lock
     Modes runLoopModes;                    // guarded by lock
     const std::shared_ptr<dmf::RunLoopSource> stubPort =
@@ -49,21 +44,21 @@ struct ADMBaseDiscovery::Private {
     std::shared_ptr<ADMDiscoveryFilter> filter;       // guarded by reportLock
     std::shared_ptr<dmf::internal::RunLoopFeed> feed; // guarded by reportLock; there while there is a run loop
 
-    std::mutex serviceLock;
-    std::optional<dmf::internal::FoundServices> services; // guarded by serviceLock; there during a synchronous run
-    double lastServiceComeDate = 0;                       // guarded by serviceLock; on the steady clock
-
     void applyRunLoop(std::shared_ptr<dmf::RunLoop> newRunLoop, Modes newModes);
     bool notify(const std::weak_ptr<ADMBaseDiscovery>& weak, Report report,
                 const dmf::internal::DiscoveryRun* of = nullptr);
     /// Tells the delegate that the discovery does not begin.
     void refuse(const std::weak_ptr<ADMBaseDiscovery>& weak, std::string_view description);
-    [[nodiscard]] bool passesFilter(ADMServiceInfo& service) const;
+    [[nodiscard]] bool passesFilter(ADMServiceInfo& service) const noexcept;
     bool addService(const std::weak_ptr<ADMBaseDiscovery>& weak, const dmf::internal::DiscoveryRun& of,
                     const Service& service);
     bool removeService(const std::weak_ptr<ADMBaseDiscovery>& weak, const dmf::internal::DiscoveryRun& of,
                        const Service& service);
-    void begin(const std::weak_ptr<ADMBaseDiscovery>& weak, std::vector<std::string> connectionTypes);
-    void awaitIdleness(dmf::RunLoop& loop, double timeout);
+    /// Starts a run. Called with the lock held, not started, with a run loop and a mode.
+    std::shared_ptr<dmf::internal::DiscoveryRun> begin(const std::weak_ptr<ADMBaseDiscovery>& weak,
+                                                       const std::vector<std::string>& connectionTypes,
+                                                       std::shared_ptr<dmf::internal::Gathering> gathering = nullptr);
+    /// Ends the present run, if there is one; with `only`, if it is that one.
+    void end(const std::weak_ptr<ADMBaseDiscovery>& weak, const dmf::internal::DiscoveryRun* only = nullptr);
     [[nodiscard]] std::shared_ptr<dmf::internal::DiscoveryRun> currentRun() const;
 };

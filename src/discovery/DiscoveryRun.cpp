@@ -1,15 +1,18 @@
 #include "discovery/DiscoveryRun.h"
 
 #include <dmf/ADMPlugInManager.h>
+#include <dmf/ADMServiceDiscoveryBase.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
 #include <dmf/platform/Class.h>
 #include <dmf/platform/Format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
 
+#include "platform/Host.h"
 #include "platform/Thread.h"
 
 namespace dmf::internal {
@@ -17,8 +20,33 @@ namespace dmf::internal {
 using State = ADMDiscoverySource::State;
 
 namespace {
-/// Plug-ins are loaded and back ends started in well under a second; one that hangs must not take its client with it.
-constexpr std::chrono::seconds kCreationLimit{5};
+/// Plug-ins are loaded and back ends started and stopped in well under a second; one that hangs must not take its
+/// client with it. Somebody who waits for finds waits longer for what starts slowly.
+constexpr std::chrono::seconds kEndLimit{5};
+constexpr std::chrono::seconds kCreationLimit{30};
+
+/// A bundle that throws as it is loaded is one that is not there.
+std::shared_ptr<const Class> implementorFor(const std::string& connectionType)
+{
+    try {
+        return ADMPlugInManager::sharedManager()->implementorForProtocol(
+            IDMServiceDiscovery::protocol(), {{std::string(kDMServiceConnectionType), connectionType}});
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Discovery: exception %@ while the plug-in for '%@' connection was loaded.", exception,
+               connectionType);
+        return nullptr;
+    }
+}
+
+Dictionary troubleOf(const IDMServiceDiscovery& discovery)
+{
+    try {
+        return discovery.lastError();
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Discovery: exception %@ while a session was asked for its trouble.", exception);
+        return {};
+    }
+}
 
 Dictionary failure(std::string_view description)
 {
@@ -26,8 +54,39 @@ Dictionary failure(std::string_view description)
 }
 } // namespace
 
-DiscoveryRun::DiscoveryRun(Plan plan, Report found, Report lost)
-    : plan_(std::move(plan)), found_(std::move(found)), lost_(std::move(lost)),
+void Gathering::add(const std::shared_ptr<ADMServiceInfo>& service)
+{
+    std::lock_guard guard(lock_);
+    services_.add(service);
+    lastServiceComeDate_ = Host::current().steadyNow();
+}
+
+void Gathering::remove(ADMServiceInfo& service)
+{
+    std::lock_guard guard(lock_);
+    services_.remove(service);
+}
+
+void Gathering::begin()
+{
+    std::lock_guard guard(lock_);
+    lastServiceComeDate_ = Host::current().steadyNow();
+}
+
+double Gathering::idleTime() const
+{
+    std::lock_guard guard(lock_);
+    return Host::current().steadyNow() - lastServiceComeDate_;
+}
+
+std::vector<std::shared_ptr<ADMServiceInfo>> Gathering::all() const
+{
+    std::lock_guard guard(lock_);
+    return services_.all();
+}
+
+DiscoveryRun::DiscoveryRun(Plan plan, Report found, Report lost, std::shared_ptr<Gathering> gathering)
+    : plan_(std::move(plan)), found_(std::move(found)), lost_(std::move(lost)), gathering_(std::move(gathering)),
       sessionsState_(kDMDiscoverySessionsNotStarted)
 {
     for (const auto& type : plan_.connectionTypes) {
@@ -57,13 +116,11 @@ void DiscoveryRun::begin()
 
 void DiscoveryRun::create()
 {
-    auto* const manager = ADMPlugInManager::sharedManager().get();
     std::size_t index = 0;
     for (const auto& type : plan_.connectionTypes) {
         if (isEnding_)
             return;
-        const auto implementor = manager->implementorForProtocol(IDMServiceDiscovery::protocol(),
-                                                                 {{std::string(kDMServiceConnectionType), type}});
+        const auto implementor = implementorFor(type);
         for (std::size_t left = plan_.channelNames.size(); left > 0; --left, ++index) {
             if (isEnding_)
                 return;
@@ -148,61 +205,114 @@ void DiscoveryRun::finishCreation()
     {
         std::lock_guard guard(lock_);
         sessionsState_ = kDMDiscoverySessionsAreStarted;
-        created_.notify_all();
+        changed_.notify_all();
     }
-    // Nobody waits any more for what comes this late.
+    // Whoever asked for the end may wait no more for what comes this late.
     if (isEnding_)
         stopSources();
 }
 
-bool DiscoveryRun::isCreated() const
+/// Nobody can wait for himself: on the creating thread, and on the discovery thread, which back ends may need to stop.
+bool DiscoveryRun::mustNotWait() const
 {
-    std::lock_guard guard(lock_);
-    return sessionsState_ == kDMDiscoverySessionsAreStarted;
+    if (creator_.load() == std::this_thread::get_id())
+        return true;
+    const auto loop = ADMServiceDiscoveryBase::runloop();
+    return loop && loop->isCurrent();
 }
 
 void DiscoveryRun::waitUntilCreated()
 {
-    if (creator_.load() == std::this_thread::get_id())
-        return; // a client that hears of the very first find on the creating thread; nobody can wait for himself
+    if (mustNotWait())
+        return;
     std::unique_lock guard(lock_);
-    created_.wait_for(guard, kCreationLimit, [this] { return sessionsState_ == kDMDiscoverySessionsAreStarted; });
+    changed_.wait_for(guard, kCreationLimit,
+                      [this] { return isEnding_ || sessionsState_ == kDMDiscoverySessionsAreStarted; });
+}
+
+void DiscoveryRun::beginEnding()
+{
+    std::lock_guard guard(lock_);
+    isEnding_ = true;
+    changed_.notify_all();
 }
 
 void DiscoveryRun::end()
 {
-    isEnding_ = true;
-    waitUntilCreated();
-    if (isCreated())
-        stopSources();
+    beginEnding();
+    if (!mustNotWait()) {
+        std::unique_lock guard(lock_);
+        changed_.wait_for(guard, kEndLimit, [this] { return sessionsState_ == kDMDiscoverySessionsAreStarted; });
+    }
+    stopSourcesElsewhere();
 }
 
 void DiscoveryRun::abandon()
 {
-    isEnding_ = true;
-    if (isCreated())
-        stopSources();
+    beginEnding();
+    stopSourcesElsewhere();
 }
 
+void DiscoveryRun::stopSourcesElsewhere()
+{
+    bool isNothingLeft = false;
+    {
+        std::lock_guard guard(lock_);
+        const auto isOver = [](const Source& source) { return !source.discovery; };
+        if (sessionsState_ == kDMDiscoverySessionsAreStarted && std::all_of(sources_.begin(), sources_.end(), isOver))
+            isNothingLeft = true;
+    }
+    if (isNothingLeft)
+        return stopSources(); // marks what never started
+    if (mustNotWait())
+        return stopSources();
+    struct Done {
+        std::mutex lock;
+        std::condition_variable changed;
+        bool isDone = false; // guarded by lock
+    };
+    const auto done = std::make_shared<Done>();
+    const auto status = startThread("dmf-discover", ThreadForm::detached, [run = shared_from_this(), done] {
+        run->stopSources();
+        std::lock_guard guard(done->lock);
+        done->isDone = true;
+        done->changed.notify_all();
+    });
+    if (status != 0)
+        return stopSources();
+    std::unique_lock guard(done->lock);
+    done->changed.wait_for(guard, kEndLimit, [&] { return done->isDone; });
+}
+
+/// Stops those that run; those that are still starting come when they have started.
 void DiscoveryRun::stopSources()
 {
+    std::unique_lock stopGuard(stopLock_, std::defer_lock);
+    if (!mustNotWait())
+        stopGuard.lock();
+    else if (!stopGuard.try_lock())
+        return; // another thread is about it, and may be waiting for this one
     // What a back end suffered from last stays on record.
     auto told = sources();
     std::vector<std::pair<std::shared_ptr<IDMServiceDiscovery>, std::shared_ptr<IDMServiceDiscoveryDelegate>>> running;
     {
         std::lock_guard guard(lock_);
+        const bool isCreated = sessionsState_ == kDMDiscoverySessionsAreStarted;
         for (std::size_t index = 0; index < sources_.size(); ++index) {
             Source& source = sources_[index];
-            source.told.error = std::move(told[index].error);
-            if (source.told.state == State::running || source.told.state == State::starting)
+            if (source.told.state == State::starting && isCreated)
                 source.told.state = State::stopped;
-            if (source.discovery)
-                running.emplace_back(std::move(source.discovery), std::move(source.reports));
+            if (source.told.state != State::running)
+                continue;
+            source.told.state = State::stopped;
+            source.told.error = std::move(told[index].error);
+            running.emplace_back(std::move(source.discovery), std::move(source.reports));
         }
     }
-    for (const auto& [discovery, reports] : running) {
+    for (auto& [discovery, reports] : running) {
         try {
             discovery->stop();
+            discovery = nullptr;
         } catch (const std::exception& exception) {
             DMFLog("errors", "Discovery: exception %@ while a session was stopped.", exception);
         }
@@ -220,7 +330,7 @@ std::vector<ADMDiscoverySource> DiscoveryRun::sources() const
     std::vector<ADMDiscoverySource> told;
     for (auto& [source, discovery] : found) {
         if (discovery && source.state == State::running)
-            source.error = discovery->lastError();
+            source.error = troubleOf(*discovery);
         told.push_back(std::move(source));
     }
     return told;

@@ -43,14 +43,11 @@ ADMChannelFactoryImp::newDuplexDataChannelWithServiceInfo(const std::shared_ptr<
 {
     if (!serviceInfo)
         return nullptr;
-    const auto channelClass = channelClassFor(*serviceInfo);
-    if (!channelClass)
-        return nullptr;
     try {
-        return channelClass->make<ADMDuplexDataChannel>(serviceInfo, std::string(channelName));
+        const auto channelClass = channelClassFor(*serviceInfo);
+        return channelClass ? channelClass->make<ADMDuplexDataChannel>(serviceInfo, std::string(channelName)) : nullptr;
     } catch (const std::exception& exception) {
-        DMFLog("errors", "Factory: exception %@ while channel '%@' was made by '%@'", exception, channelName,
-               channelClass->name());
+        DMFLog("errors", "Factory: exception %@ while channel '%@' was made", exception, channelName);
         return nullptr;
     }
 }
@@ -79,11 +76,13 @@ std::vector<std::string> ADMChannelFactoryImp::channelNamesToDiscover()
 
 void ADMChannelFactoryImp::resetChannelNamesToDiscover(const std::vector<std::string>& names)
 {
-    std::lock_guard guard(mutex());
-    std::set<std::string> changed(names.begin(), names.end());
-    if (changed == channelNames())
-        return;
-    channelNames_ = std::move(changed);
+    {
+        std::lock_guard guard(mutex());
+        std::set<std::string> changed(names.begin(), names.end());
+        if (changed == channelNames())
+            return;
+        channelNames_ = std::move(changed);
+    }
     ADMDiscoveringFactory::resetChannelNamesToDiscover(channelNamesToDiscover());
 }
 

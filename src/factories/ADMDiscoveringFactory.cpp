@@ -67,8 +67,9 @@ std::shared_ptr<ADMBaseDiscovery> ADMDiscoveringFactory::discoveryModel()
 {
     std::lock_guard guard(lock_);
     if (!model_) {
-        model_ = ADMBaseDiscovery::initWithChannelNames(channelNamesToDiscover());
-        model_->setParameters(discoveryParameters());
+        const auto made = ADMBaseDiscovery::initWithChannelNames(channelNamesToDiscover());
+        made->setParameters(discoveryParameters());
+        model_ = made;
         listenToModel();
     }
     return model_;
@@ -129,22 +130,27 @@ void ADMDiscoveringFactory::listenToModel()
 
 void ADMDiscoveringFactory::resetChannelNamesToDiscover(const std::vector<std::string>& channelNames)
 {
-    std::lock_guard guard(lock_);
-    const auto old =
-        std::exchange(model_, channelNames.empty() ? nullptr : ADMBaseDiscovery::initWithChannelNames(channelNames));
-    const auto oldReports = std::exchange(modelReports_, nullptr);
-    if (model_) {
-        if (old) {
-            model_->setFilter(old->filter());
-            model_->setRunLoop(old->runLoop(), old->runLoopModes());
-            model_->setConnectionsParametersToResolve(old->connectionsParametersToResolve());
-            model_->setParameters(old->parameters());
+    std::shared_ptr<ADMBaseDiscovery> old;
+    std::shared_ptr<ADMDiscoveryDelegate> oldReports;
+    {
+        std::lock_guard guard(lock_);
+        old = std::exchange(model_,
+                            channelNames.empty() ? nullptr : ADMBaseDiscovery::initWithChannelNames(channelNames));
+        oldReports = std::exchange(modelReports_, nullptr);
+        if (model_) {
+            if (old) {
+                model_->setFilter(old->filter());
+                model_->setRunLoop(old->runLoop(), old->runLoopModes());
+                model_->setConnectionsParametersToResolve(old->connectionsParametersToResolve());
+                model_->setParameters(old->parameters());
+            }
+            listenToModel();
         }
-        listenToModel();
+        if (!old)
+            return;
+        old->setDelegate(nullptr);
     }
-    if (!old)
-        return;
-    old->setDelegate(nullptr);
+    // Outside the lock, which a report under way may want: the end of the old model may wait for it.
     old->invalidate();
 }
 

@@ -15,6 +15,7 @@ struct RunLoopFeed::State {
 
     void perform();
     [[nodiscard]] Call takeFirst();
+    [[nodiscard]] bool isRetiredNow();
 };
 
 RunLoopFeed::Call RunLoopFeed::State::takeFirst()
@@ -40,16 +41,23 @@ RunLoopFeed::Call RunLoopFeed::State::takeFirst()
     return first;
 }
 
-/// Makes the calls that are pending and those that come meanwhile, up to a limit: other sources must have their turn.
+/// Makes the calls that are pending and those that come meanwhile, up to a limit, so that other sources have their
+/// turn; of a retired feed all, since what follows them comes through another feed.
 void RunLoopFeed::State::perform()
 {
     constexpr int mostCallsATurn = 1000;
-    for (int left = mostCallsATurn; left > 0; --left) {
+    for (int made = 0; made < mostCallsATurn || isRetiredNow(); ++made) {
         const Call call = takeFirst();
         if (!call)
             return;
         call();
     }
+}
+
+bool RunLoopFeed::State::isRetiredNow()
+{
+    std::lock_guard guard(lock);
+    return isRetired;
 }
 
 RunLoopFeed::RunLoopFeed()

@@ -3,75 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
-#include "discovery/FakeBackEnd.h"
+#include "discovery/Session.h"
 #include "support/LogCapture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-namespace {
-using Names = std::vector<std::string>;
 using State = ADMDiscoverySource::State;
 using namespace std::chrono_literals;
 
-const Names kFake{"Fake"};
-
-/// A discovery with a delegate that keeps what it hears, scheduled in the default mode unless said otherwise.
-struct Session {
-    explicit Session(const Names& channels = {"Print"}, bool isScheduled = true)
-        : discovery(ADMBaseDiscovery::initWithChannelNames(channels)),
-          delegate(std::make_shared<ADMDiscoveryDelegate>())
-    {
-        delegate->discoveryWillStart = [this](auto&) { hear("will start"); };
-        delegate->discoveryDidFindService = [this](auto&, const auto& service) { hear("found " + hostOf(*service)); };
-        delegate->discoveryDidRemoveService = [this](auto&, const auto& service) { hear("lost " + hostOf(*service)); };
-        delegate->discoveryDidNotDiscover = [this](auto&, const dmf::Dictionary& error) {
-            hear(error[kDMErrorDescription].description());
-        };
-        delegate->discoveryDidStop = [this](auto&) { hear("did stop"); };
-        delegate->discoveryFilterDidChange = [this](auto&) { hear("filter"); };
-        discovery->setDelegate(delegate);
-        if (isScheduled)
-            discovery->scheduleInRunLoop(dmf::RunLoop::current(), dmf::kDefaultRunLoopMode);
-    }
-    static std::string hostOf(ADMServiceInfo& service)
-    {
-        return service.connectionParams()[kIPAddressParam].description();
-    }
-    void hear(const std::string& what)
-    {
-        EXPECT_EQ(std::this_thread::get_id(), thread);
-        heard.push_back(what);
-    }
-    /// Starts it, and waits until its back ends run.
-    void start(const DiscoveryHost& host, std::size_t backEnds = 1)
-    {
-        discovery->scheduleDiscoveryForConnectionTypes(kFake);
-        ASSERT_TRUE(turnUntil([&] {
-            const auto sources = discovery->sources();
-            return host.backEnds.alive().size() == backEnds &&
-                   std::all_of(sources.begin(), sources.end(), [](auto& it) { return it.state == State::running; });
-        }));
-    }
-    bool hears(std::size_t count)
-    {
-        return turnUntil([&] { return heard.size() >= count; });
-    }
-
-    const std::thread::id thread = std::this_thread::get_id();
-    Names heard;
-    std::shared_ptr<ADMBaseDiscovery> discovery;
-    std::shared_ptr<ADMDiscoveryDelegate> delegate;
-};
-
+namespace {
 class OnlyHost final : public ADMDiscoveryFilter {
 public:
     explicit OnlyHost(std::string address) : address_(std::move(address)) {}
@@ -79,28 +24,6 @@ public:
 
 private:
     const std::string address_;
-};
-
-/// Something that a back end blocks on until the test lets it go.
-class Gate {
-public:
-    ~Gate() { open(); }
-    void open()
-    {
-        std::lock_guard guard(lock_);
-        isOpen_ = true;
-        changed_.notify_all();
-    }
-    void pass()
-    {
-        std::unique_lock guard(lock_);
-        changed_.wait(guard, [this] { return isOpen_; });
-    }
-
-private:
-    std::mutex lock_;
-    std::condition_variable changed_;
-    bool isOpen_ = false; // guarded by lock_
 };
 } // namespace
 
@@ -314,81 +237,6 @@ TEST(Discovery, ASynchronousRunEndsWhenNothingMoreComes)
     EXPECT_TRUE(host.backEnds.alive().empty());
 }
 
-TEST(Discovery, ASynchronousRunEndsWhenItIsStoppedOrAReportThrows)
-{
-    DiscoveryHost host;
-    host.backEnds.onStart = [](FakeServiceDiscovery& it) {
-        it.report(serviceAt("10.0.0.1"));
-        return 0U;
-    };
-    Session session({"Print"}, false);
-    session.delegate->discoveryDidFindService = [](ADMDiscovery& it, const auto&) { it.stop(); };
-    const auto begin = std::chrono::steady_clock::now();
-    const auto found = session.discovery->performDiscoveryForConnectionTypes(kFake, 8);
-    EXPECT_EQ(found->size(), 1U);
-
-    session.delegate->discoveryDidFindService = [](auto&, const auto&) { throw std::runtime_error("client"); };
-    EXPECT_THROW((void)session.discovery->performDiscoveryForConnectionTypes(kFake, 8), std::runtime_error);
-    EXPECT_FALSE(session.discovery->isStarted());
-    EXPECT_FALSE(session.discovery->runLoop());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 7s);
-}
-
-TEST(Discovery, ADelegateMayStopRescheduleAndReleaseFromAReport)
-{
-    DiscoveryHost host;
-    host.backEnds.onStart = [](FakeServiceDiscovery& it) {
-        it.report(serviceAt("10.0.0.1"));
-        it.report(serviceAt("10.0.0.2"));
-        return 0U;
-    };
-    Session session;
-    int starts = 0;
-    session.delegate->discoveryDidFindService = [&](ADMDiscovery& it, const auto&) {
-        it.stop();
-        if (++starts < 3)
-            it.scheduleDiscoveryForConnectionTypes(kFake);
-        else
-            session.discovery.reset();
-    };
-    session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
-    EXPECT_TRUE(turnUntil([&] { return !session.discovery; }));
-    EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
-}
-
-TEST(Discovery, ABackEndThatHangsTakesNobodyWithIt)
-{
-    DiscoveryHost host;
-    Gate gate;
-    std::atomic<int> stopped{0};
-    host.backEnds.onStop = [&] { ++stopped; };
-    host.backEnds.onStart = [&](FakeServiceDiscovery&) {
-        gate.pass();
-        return 0U;
-    };
-    {
-        // Released while its back end starts: nothing is waited for.
-        Session released;
-        released.discovery->scheduleDiscoveryForConnectionTypes(kFake);
-        ASSERT_TRUE(turnUntil([&] { return host.backEnds.madeCount() == 1; }));
-        const auto begin = std::chrono::steady_clock::now();
-        released.discovery.reset();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
-    }
-    Session session;
-    session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
-    ASSERT_TRUE(turnUntil([&] { return host.backEnds.madeCount() == 2; }));
-    const auto begin = std::chrono::steady_clock::now();
-    session.discovery->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 8s);
-    ASSERT_TRUE(session.hears(2));
-    EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
-    EXPECT_EQ(stopped, 0);
-    gate.open();
-    // What started too late is stopped, and goes.
-    EXPECT_TRUE(turnUntil([&] { return stopped >= 2 && host.backEnds.alive().empty(); }));
-}
-
 TEST(Discovery, InvalidateTellsTheEndAtOnce)
 {
     DiscoveryHost host;
@@ -398,30 +246,4 @@ TEST(Discovery, InvalidateTellsTheEndAtOnce)
     session.discovery->invalidate();
     EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
     EXPECT_FALSE(session.discovery->runLoop());
-}
-
-TEST(Discovery, ThousandsOfReportsWhileStartingAndStopping)
-{
-    DiscoveryHost host;
-    host.backEnds.onStart = [](FakeServiceDiscovery& it) {
-        const auto found = serviceAt("10.0.0.1");
-        for (int count = 0; count < 1000; ++count)
-            it.report(found, count % 2 == 1);
-        return 0U;
-    };
-    Session session({"Print", "Scan"});
-    std::atomic<int> reports{0};
-    session.delegate->discoveryDidFindService = [&](auto&, const auto&) { ++reports; };
-    session.delegate->discoveryDidRemoveService = [&](auto&, const auto&) { ++reports; };
-    for (int round = 0; round < 5; ++round) {
-        session.discovery->scheduleDiscoveryForConnectionTypes({"Fake", "Other"});
-        turnUntil([&, limit = reports + 300] { return reports >= limit; });
-        std::thread other([&] { session.discovery->stop(); });
-        session.discovery->stop();
-        other.join();
-        session.heard.clear();
-    }
-    EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
-    session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
-    EXPECT_TRUE(turnUntil([&, before = reports.load()] { return reports >= before + 2000; }));
 }
