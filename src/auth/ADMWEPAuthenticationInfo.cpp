@@ -1,5 +1,6 @@
 #include <dmf/ADMWEPAuthenticationInfo.h>
 
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,9 +15,14 @@ dmf::Value deepCopy(const dmf::Value& value)
         return dmf::Data(data->bytes());
     if (const auto* const array = value.asArray()) {
         std::vector<dmf::Value> items;
-        items.reserve(array->size()); // growing would leave copies of short strings behind
-        for (const auto& item : *array)
-            items.push_back(deepCopy(item));
+        items.reserve(array->size());
+        // Texts are made where they stay: a short one that is moved leaves its characters behind.
+        for (const auto& item : *array) {
+            if (const auto* const text = item.asString())
+                items.emplace_back(std::string_view(*text));
+            else
+                items.push_back(deepCopy(item));
+        }
         return dmf::Array(std::move(items));
     }
     if (const auto* const dictionary = value.asDictionary()) {

@@ -60,7 +60,7 @@ bool BoundedWork::runToEnd(std::function<void(BoundedWork&)> work)
         self->hasEnded_ = true;
         self->changed_.notify_all();
     };
-    if (startThread("dmf keyring", ThreadForm::detached, std::move(body)) != 0)
+    if (startThread("dmf-keyring", ThreadForm::detached, std::move(body)) != 0)
         return false;
 
     std::unique_lock guard(lock_);

@@ -13,7 +13,7 @@ inline bool noKeyringThreadIsLeft()
         for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
             std::string name;
             std::getline(std::ifstream(task.path() / "comm"), name);
-            if (name == "dmf keyring")
+            if (name == "dmf-keyring")
                 return true;
         }
         return false;

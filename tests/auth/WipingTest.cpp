@@ -1,4 +1,5 @@
 #include <dmf/ADMUsernameAndPasswordAuthenticationInfo.h>
+#include <dmf/ADMWEPAuthenticationInfo.h>
 #include <dmf/ADMWPAAuthenticationInfo.h>
 
 #include <fcntl.h>
@@ -22,10 +23,12 @@
 namespace {
 
 /// Looks for a secret in all the memory that the process can write. The secret is kept in a disguise, and what is read
-/// for the search lies in memory that is left out, so that the search does not find itself.
+/// for the search lies in memory that is left out, so that the search does not find itself. Only the second half of the
+/// secret is looked for: the allocator itself overwrites the beginning of what it gets back.
 class MemorySearch {
 public:
-    static constexpr std::size_t kLength = 24;
+    static constexpr std::size_t kLength = 96;
+    static constexpr std::size_t kSought = kLength / 2;
 
     MemorySearch()
     {
@@ -84,26 +87,27 @@ private:
             if (at < window && window < at + size)
                 size = window - at;
             const ssize_t got = ::pread(memory, window_, size, static_cast<off_t>(at));
-            if (got < static_cast<ssize_t>(kLength))
+            if (got < static_cast<ssize_t>(kSought))
                 break;
             found += countInWindow(static_cast<std::size_t>(got));
-            at += size == end - at ? size : size - (kLength - 1); // what lies across two windows counts too
+            at += size == end - at ? size : size - (kSought - 1); // what lies across two windows counts too
         }
         return found;
     }
     std::size_t countInWindow(std::size_t size) const
     {
+        const unsigned char* const sought = disguised_.data() + (kLength - kSought);
         std::size_t found = 0;
         for (unsigned char* at = window_;
-             (at = static_cast<unsigned char*>(std::memchr(at, disguised_[0] ^ kDisguise,
-                                                           static_cast<std::size_t>(window_ + size - at)))) != nullptr;
+             (at = static_cast<unsigned char*>(
+                  std::memchr(at, sought[0] ^ kDisguise, static_cast<std::size_t>(window_ + size - at)))) != nullptr;
              ++at) {
-            if (at + kLength > window_ + size)
+            if (at + kSought > window_ + size)
                 break;
             std::size_t i = 0;
-            while (i < kLength && at[i] == (disguised_[i] ^ kDisguise))
+            while (i < kSought && at[i] == (sought[i] ^ kDisguise))
                 ++i;
-            found += i == kLength ? 1 : 0;
+            found += i == kSought ? 1 : 0;
         }
         return found;
     }
@@ -126,12 +130,16 @@ TEST(Wiping, LeavesNoCopyOfACredentialBehind)
     secret.reveal([&](std::string_view plain) {
         held[0] = ADMAuthenticationInfo::authenticationInfoWithUsername("eva", plain, 0);
         held[1] = ADMAuthenticationInfo::authenticationInfoWithWPAPassPhrase(plain);
+        dmf::Data key = dmf::Data::fromText(plain);
+        held[2] = ADMAuthenticationInfo::authenticationInfoWithWEPKeys(dmf::Array{"short", key});
+        key.wipe();
     });
-    EXPECT_EQ(secret.count(), 2U) << "one place each, which is found while it is there";
-    held[0].reset();
-    EXPECT_EQ(secret.count(), 1U);
-    held[1].reset();
-    EXPECT_EQ(secret.count(), 0U);
+    std::size_t left = std::size(held);
+    EXPECT_EQ(secret.count(), left) << "one place each, which is found while it is there";
+    for (auto& each : held) {
+        each.reset();
+        EXPECT_EQ(secret.count(), --left);
+    }
 }
 
 TEST(Wiping, LeavesNoCopyBehindOnTheWayToTheKeyringAndBack)
