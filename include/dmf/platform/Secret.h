@@ -29,7 +29,10 @@ public:
 
 private:
     struct Wiping {
-        std::size_t size = 0;
+        // No default value at the member: the class around it could not be made without one while it is incomplete.
+        std::size_t size;
+        Wiping() noexcept : size(0) {}
+        explicit Wiping(std::size_t count) noexcept : size(count) {}
         void operator()(char* bytes) const noexcept;
     };
     std::unique_ptr<char[], Wiping> bytes_;
