@@ -125,7 +125,7 @@ Json errorObject(ExitCode code, const std::string& reason)
 void Output::writeObject(const Json& object)
 {
     // Bytes that are not UTF-8 would otherwise make the library throw; they come from devices and files.
-    write(stdout, object.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    write(stdout, object.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace) + '\n');
     std::fflush(stdout);
     wroteObject_ = true;
     Interrupt::oweObject(false);

@@ -43,11 +43,14 @@ private:
 };
 
 /// Where a command's words go: results to standard output, everything else to standard error. With `json` a run writes
-/// exactly one object, errors included (`simulate` too: its object comes when it is ready). Not thread-safe.
+/// exactly one object, errors included (`simulate` too: its object comes when it is ready); with `oneLine`, any number.
+/// Not thread-safe.
 class Output {
 public:
     bool json = false;
     bool quiet = false;
+    /// With `json`: objects, as many as there are, on a line each.
+    bool oneLine = false;
 
     /// Writes the result: the object `fields`, or what `people` writes for people.
     void result(Json fields, const std::function<std::string(const Json&)>& people);

@@ -27,6 +27,7 @@ void addInfoCommand(CLI::App& root, Session& session);
 void addModelCommand(CLI::App& root, Session& session);
 void addModelDbCommand(CLI::App& root, Session& session);
 void addResolveCommand(CLI::App& root, Session& session);
+void addDiscoverCommand(CLI::App& root, Session& session);
 void addSendCommand(CLI::App& root, Session& session);
 void addPlugInsCommand(CLI::App& root, Session& session);
 void addSimulateCommand(CLI::App& root, Session& session);

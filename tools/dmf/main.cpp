@@ -36,6 +36,7 @@ void addCommands(CLI::App& app, Session& session)
     addModelCommand(app, session);
     addModelDbCommand(app, session);
     addResolveCommand(app, session);
+    addDiscoverCommand(app, session);
     addSendCommand(app, session);
     addPlugInsCommand(app, session);
     addSimulateCommand(app, session);
