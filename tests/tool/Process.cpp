@@ -153,10 +153,13 @@ bool Process::take(Clock::time_point deadline)
 std::optional<std::string> Process::readLine()
 {
     const auto deadline = Clock::now() + kBound;
-    while (texts_[0].find('\n') == std::string::npos)
+    while (texts_[0].find('\n', nextLine_) == std::string::npos)
         if (!take(deadline) || Clock::now() >= deadline)
             return std::nullopt;
-    return texts_[0].substr(0, texts_[0].find('\n'));
+    const auto begin = nextLine_;
+    const auto end = texts_[0].find('\n', begin);
+    nextLine_ = end + 1;
+    return texts_[0].substr(begin, end - begin);
 }
 
 bool Process::waitForError(const std::string& text)

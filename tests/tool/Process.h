@@ -28,7 +28,7 @@ public:
     bool write(const std::string& text);
     void closeInput();
     void signal(int number) const;
-    /// Waits until standard output holds a whole line, and gives that line; nothing when the child ends before.
+    /// Waits until standard output holds a further whole line, and gives that line; nothing when the child ends before.
     std::optional<std::string> readLine();
     /// Waits until standard error holds the text.
     bool waitForError(const std::string& text);
@@ -47,4 +47,5 @@ private:
     int input_ = -1;
     int streams_[2] = {-1, -1};
     std::string texts_[2];
+    std::size_t nextLine_ = 0; // where it begins on standard output
 };
