@@ -42,6 +42,7 @@ public:
     [[nodiscard]] double timeout() const;
     [[nodiscard]] bool isResolving() const;
 
+    /// Whoever calls it with the lock held sees to it that the device before does not go under the lock.
     void setResolvedInfo(dmf::Dictionary info, std::shared_ptr<IDMDevice> device);
     void setLastError(dmf::Dictionary error);
     void setParameters(dmf::Dictionary parameters);
@@ -50,8 +51,9 @@ public:
     void setTimeout(double timeout);
     void setResolving(bool resolving);
 
-    /// Arms the timer that calls `timeoutDidFire` on the run loop after the time-out; does nothing without a run loop
-    /// or a mode.
+    /// Arms the timer that calls `timeoutDidFire` on the run loop after the time-out, in place of an earlier one; does
+    /// not arm one without a run loop or a mode. A time-out that is negative or no number has passed at once; an
+    /// infinite one never passes.
     void setupTimer();
     void removeTimer();
     /// Ends the resolution with the error "Resolving timed out.".
@@ -68,6 +70,8 @@ protected:
     [[nodiscard]] static dmf::Dictionary errorWithDescription(std::string_view description);
 
 private:
+    [[nodiscard]] bool isCurrentTimer(const dmf::RunLoopTimer& timer) const;
+
     mutable std::recursive_mutex lock_; // guards everything below
     std::weak_ptr<ADMServiceResolverDelegate> delegate_;
     std::weak_ptr<dmf::RunLoop> runLoop_;

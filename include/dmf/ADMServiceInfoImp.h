@@ -119,8 +119,10 @@ private:
     void setProperties(const dmf::Dictionary& spec);
     [[nodiscard]] std::shared_ptr<ADMServiceResolverDelegate> resolverDelegate();
     [[nodiscard]] bool isCurrentResolver(const ADMServiceResolver& resolver) const;
-    void startResolver(const std::shared_ptr<ADMServiceResolver>& resolver, const dmf::Dictionary& parameters,
-                       double timeout);
+    void startResolver(const std::shared_ptr<ADMServiceResolver>& resolver, std::uint64_t start,
+                       const dmf::Dictionary& parameters, double timeout);
+    std::shared_ptr<ADMServiceResolver> giveUp(const ADMServiceResolver* only);
+    void takeOverOutcome(const ADMServiceResolver& resolver);
 
     mutable std::recursive_mutex lock_; // guards everything but device_
     std::shared_ptr<ADMCoreModelInfo> modelInfo_;
@@ -134,6 +136,8 @@ private:
     std::shared_ptr<ADMIOProvider> ioProvider_;
     std::shared_ptr<ADMServiceResolver> resolver_;
     std::shared_ptr<ADMServiceResolverDelegate> resolverDelegate_;
+    std::uint64_t starts_ = 0;
+    std::uint64_t startUnderWay_ = 0; // which of them tells the delegate just now; 0 for none
 
     std::recursive_mutex deviceLock_;
     std::shared_ptr<IDMDevice> device_; // guarded by deviceLock_

@@ -27,7 +27,8 @@ public:
     bool parseURI(std::string_view uri);
     /// Parses the kept URI, after forgetting the components of an earlier parse. False for a URI that is no URL, does
     /// not follow its scheme's form, holds an escaped zero byte, or names a vendor other than the accepted ones; the
-    /// components are then not to be used. Says in the log why, except for texts that are no URL at all.
+    /// components are then not to be used. Says in the log why, except for texts that are no URL at all, are too long
+    /// or hold an escaped zero byte.
     bool parse();
 
     /// Empty when there are none.

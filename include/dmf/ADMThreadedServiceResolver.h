@@ -16,7 +16,8 @@
 /// A failed attempt stays the resolution's error: a device that is found only later is kept, but the resolution still
 /// ends by its time-out. A worker that sleeps between attempts does not keep the resolver alive; once the resolver has
 /// been stopped or has timed out, the worker ends after its sleep. It ends as well when the time-out has passed
-/// although the run loop does not turn, and when the run loop's thread has ended; nobody can be told then.
+/// although the run loop does not turn, and when the run loop's thread has ended; nobody can be told then. The service
+/// is kept by the resolver while the worker runs, and from then on by the run loop, until it is stopped or used again.
 class DMF_EXPORT ADMThreadedServiceResolver : public ADMBaseServiceResolver {
 public:
     ADMThreadedServiceResolver();
@@ -44,11 +45,16 @@ private:
     static void serviceResolving(std::weak_ptr<ADMThreadedServiceResolver> weakResolver);
     [[nodiscard]] bool attempt();
     [[nodiscard]] bool isWorthAnotherAttempt() const;
+    void startWorker();
     void workerDidEnd();
+    void handServiceToRunLoop();
+    void releaseKeeper();
     [[nodiscard]] std::shared_ptr<ADMMessageQueue> messageQueue();
 
     // Guarded by lock().
     std::shared_ptr<ADMServiceInfo> serviceInfo_;
+    std::weak_ptr<ADMServiceInfo> handedOver_; // the service once the run loop keeps it, by this source
+    std::weak_ptr<dmf::RunLoopSource> keeper_;
     bool isResolvingThreadSpawned_ = false;
     double deadline_ = 0; // by the host's steady clock
     std::shared_ptr<ADMMessageQueue> messageQueue_;

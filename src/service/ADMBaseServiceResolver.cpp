@@ -23,6 +23,7 @@ void ADMBaseServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo>, dou
                                             const dmf::Dictionary& parameters, std::shared_ptr<dmf::RunLoop> runLoop,
                                             const std::vector<std::string>& modes)
 {
+    std::shared_ptr<IDMDevice> earlier; // goes after the lock: its end may wait for a thread that asks this resolver
     std::lock_guard guard(lock_);
     lastError_ = {};
     resolving_ = true;
@@ -31,7 +32,7 @@ void ADMBaseServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo>, dou
     timeout_ = timeout;
     parameters_ = parameters;
     resolvedInfo_ = {};
-    resolvedDevice_ = nullptr;
+    std::swap(resolvedDevice_, earlier);
 }
 
 void ADMBaseServiceResolver::stop()
@@ -42,18 +43,30 @@ void ADMBaseServiceResolver::stop()
 
 void ADMBaseServiceResolver::setupTimer()
 {
+    removeTimer(); // one of an earlier resolution would end this one early
     std::lock_guard guard(lock_);
     const auto runLoop = runLoop_.lock();
     if (!runLoop || modes_.empty())
         return;
-    const auto fireDate = std::isfinite(timeout_) ? dmf::Date::afterNow(timeout_) : dmf::Date::distantFuture();
+    // Every resolution ends with a word to the delegate: what is no length of time is none at all.
+    const double seconds = std::isnan(timeout_) ? 0 : timeout_;
+    const auto fireDate = std::isfinite(seconds) ? dmf::Date::afterNow(seconds)
+                          : seconds > 0          ? dmf::Date::distantFuture()
+                                                 : dmf::Date::now();
     timer_ = dmf::RunLoopTimer::create(fireDate, 0, dmf::RunLoopTimer::Repeat::no,
-                                       [weak = weak_from_this()](dmf::RunLoopTimer&) {
-                                           if (const auto self = weak.lock())
+                                       [weak = weak_from_this()](dmf::RunLoopTimer& fired) {
+                                           const auto self = weak.lock();
+                                           if (self && self->isCurrentTimer(fired))
                                                self->timeoutDidFire();
                                        });
     for (const auto& mode : modes_)
         runLoop->addTimer(timer_, mode);
+}
+
+bool ADMBaseServiceResolver::isCurrentTimer(const dmf::RunLoopTimer& timer) const
+{
+    std::lock_guard guard(lock_);
+    return timer_.get() == &timer;
 }
 
 void ADMBaseServiceResolver::removeTimer()

@@ -49,6 +49,8 @@ void ADMGenericServiceResolver::findService()
     if (device)
         info = device->retrieveParameters(parameters(), handler);
 
+    // A device that is replaced goes after the lock: its end may wait for a thread that asks this resolver something.
+    const auto replaced = resolvedDevice();
     std::lock_guard guard(*this);
     if (!isResolving()) // stopped or timed out meanwhile: what that left behind stands
         return;

@@ -9,7 +9,6 @@
 #include <dmf/ADMServiceURIParser.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
-#include <dmf/DMStringExtension.h>
 #include <dmf/IDMDevice.h>
 #include <dmf/platform/Error.h>
 #include <dmf/platform/Unicode.h>
@@ -17,10 +16,9 @@
 
 #include <algorithm>
 #include <array>
-#include <typeinfo>
 #include <utility>
 
-#include "platform/Archive.h"
+#include "plugins/GuardedMake.h"
 #include "service/UriForms.h"
 
 using dmf::Dictionary;
@@ -36,7 +34,7 @@ std::shared_ptr<ADMIOProvider> mockProviderForURI(std::string_view uri)
         return nullptr;
     const Dictionary matching{{std::string(kDMMockScheme), dmf::lowercased(url->scheme())}};
     const auto found = ADMPlugInManager::sharedManager()->implementorForProtocol(ADMIOProvider::protocol(), matching);
-    return found ? found->make<ADMIOProvider>() : nullptr;
+    return guardedMake<ADMIOProvider>(found);
 }
 
 /// A URI that a generator writes; nothing for the connection types that none writes.
@@ -54,11 +52,6 @@ Dictionary dictionaryIn(const Dictionary& container, std::string_view key)
 {
     const auto* const value = container[key].asDictionary();
     return value ? *value : Dictionary();
-}
-
-bool shareAnElement(const dmf::Array& left, const dmf::Array& right)
-{
-    return std::any_of(left.begin(), left.end(), [&](const dmf::Value& value) { return right.contains(value); });
 }
 
 } // namespace
@@ -294,8 +287,6 @@ void ADMServiceInfoImp::setDeviceName(std::optional<std::string> name)
 
 void ADMServiceInfoImp::setConnectionParams(const Dictionary& parameters)
 {
-    if (parameters.empty())
-        return;
     std::lock_guard guard(lock_);
     auto merged = dictionaryIn(container_, kParamsProp);
     merged.merge(parameters);
@@ -312,7 +303,8 @@ void ADMServiceInfoImp::setProperties(const Dictionary& spec)
 {
     setModelName(spec.string(kModelNameProp));
     setVendorName(spec.string(kVendorNameProp));
-    setConnectionParams(dictionaryIn(spec, kParamsProp));
+    if (const auto* const params = spec[kParamsProp].asDictionary())
+        setConnectionParams(*params);
     setDeviceName(spec.string(kDeviceNameProp));
 }
 
@@ -331,74 +323,4 @@ bool ADMServiceInfoImp::namesAcceptedVendor(const Dictionary& spec)
 {
     const auto* const vendor = spec[kVendorNameProp].asString();
     return vendor && isAcceptedVendor(*vendor);
-}
-
-void ADMServiceInfoImp::serializeToData(dmf::Data& data) const
-{
-    if (const auto archive = archived(container()))
-        data.append(*archive);
-}
-
-std::optional<dmf::Data> ADMServiceInfoImp::dataRepresentation() const
-{
-    dmf::Data data;
-    serializeToData(data);
-    return data.empty() ? std::nullopt : std::optional(std::move(data));
-}
-
-void ADMServiceInfoImp::deserializeFromData(const dmf::Data& data)
-{
-    auto read = unarchived(data.bytes());
-    if (!read)
-        return;
-    ADMServiceURIParser parser(read->string(kURIProp).value_or(std::string()));
-    const bool isReadable = parser.parse();
-
-    std::lock_guard guard(lock_);
-    container_ = *std::move(read);
-    modelInfo_ = nullptr;
-    if (isReadable)
-        setProperties(parser.components());
-}
-
-std::shared_ptr<ADMServiceInfo> ADMServiceInfoImp::copy() const
-{
-    return initWithData(dataRepresentation());
-}
-
-bool ADMServiceInfoImp::isEqual(ADMServiceInfo& other)
-{
-    const ADMServiceInfo& self = *this;
-    return typeid(self) == typeid(other) && isEqualToServiceInfo(other);
-}
-
-bool ADMServiceInfoImp::isEqualToServiceInfo(ADMServiceInfo& other)
-{
-    if (this == &other)
-        return true;
-    const auto mine = uri();
-    const auto theirs = other.uri();
-    return mine.has_value() == theirs.has_value() && (!mine || dmf::lowercased(*mine) == dmf::lowercased(*theirs)) &&
-           serviceName() == other.serviceName();
-}
-
-bool ADMServiceInfoImp::isEqualToDeviceInfo(ADMDeviceInfo& other)
-{
-    if (modelName() != other.modelName() || connectionType() != other.connectionType())
-        return false;
-    const auto mine = connectionParams();
-    const auto theirs = other.connectionParams();
-    const auto agree = [&](std::string_view key) {
-        return !mine.contains(key) || !theirs.contains(key) || mine[key] == theirs[key];
-    };
-    const auto* const myAddresses = mine[kAllIPAddressesParam].asArray();
-    const auto* const theirAddresses = theirs[kAllIPAddressesParam].asArray();
-    return agree(kSerialNumberParam) &&
-           (!myAddresses || !theirAddresses || shareAnElement(*myAddresses, *theirAddresses)) &&
-           agree(kMACAddressParam);
-}
-
-std::uint32_t ADMServiceInfoImp::hash()
-{
-    return com_ql_dmf_MD5Hash(uri().value_or(std::string()) + deviceClass().value_or(std::string()));
 }

@@ -2,6 +2,8 @@
 
 #include <dmf/ADMGenericServiceResolver.h>
 
+#include "plugins/GuardedMake.h"
+
 ADMServiceResolver::SharedFactory& ADMServiceResolver::sharedFactory()
 {
     static auto* const factory = new SharedFactory; // never destroyed: a library thread may still resolve
@@ -33,5 +35,5 @@ std::shared_ptr<ADMServiceResolver> ADMServiceResolver::SharedFactory::newServic
         if (const auto entry = classes_.find(*connectionType); entry != classes_.end())
             resolverClass = entry->second;
     }
-    return resolverClass->make<ADMServiceResolver>();
+    return dmf::internal::guardedMake<ADMServiceResolver>(resolverClass);
 }

@@ -22,6 +22,13 @@ std::nullopt_t refusal(std::string_view message, const dmf::Dictionary& params)
     return std::nullopt;
 }
 
+/// A parameter as it is written into a URI. Devices tell some, such as interface and serial numbers, as numbers.
+std::optional<std::string> textOf(const dmf::Dictionary& params, std::string_view key)
+{
+    const auto& value = params[key];
+    return value.asNumber() ? std::optional(value.description()) : value.string();
+}
+
 } // namespace
 
 ADMServiceURIGenerator::Operation
@@ -69,7 +76,7 @@ std::optional<std::string> ADMServiceURIGenerator::generateUSBURIforServiceInfo(
     const auto params = service.connectionParams();
     if (!vendor || !model)
         return refusal("ServiceInfo: cannot generate an USB URI with unknown vendor or model.", params);
-    const auto serial = params.string(kSerialNumberParam);
+    const auto serial = textOf(params, kSerialNumberParam);
     if (!serial)
         return refusal("ServiceInfo: cannot generate an USB URI with unknown serial number (connection parameters %@).",
                        params);
@@ -80,9 +87,9 @@ std::optional<std::string> ADMServiceURIGenerator::generateSocketURIforServiceIn
                                                                                    bool universal)
 {
     const auto params = service.connectionParams();
-    if (const auto host = params.string(kHostNameParam))
+    if (const auto host = textOf(params, kHostNameParam))
         return universal ? hostPairs(*host) : hostUri(*host);
-    const auto address = params.string(kIPAddressParam);
+    const auto address = textOf(params, kIPAddressParam);
     if (!address)
         return refusal("ServiceInfo: cannot generate an Socket URI with unknown IP address (connection parameters %@).",
                        params);
@@ -93,14 +100,14 @@ std::optional<std::string> ADMServiceURIGenerator::generateMDNSURIforServiceInfo
                                                                                  bool universal)
 {
     const auto params = service.connectionParams();
-    auto name = params.string(kBonjourServiceNameParam);
+    auto name = textOf(params, kBonjourServiceNameParam);
     if (!name)
         name = service.deviceName();
     if (!name)
         return refusal("ServiceInfo: cannot generate an MDNS URI with unknown Bonjour name", params);
 
-    auto domain = params.string(kBonjourServiceDomainParam);
-    auto type = params.string(kBonjourServiceTypeParam);
+    auto domain = textOf(params, kBonjourServiceDomainParam);
+    auto type = textOf(params, kBonjourServiceTypeParam);
     // Half a service type and domain is no better than none: a known one alone is dropped.
     if (!domain || !type) {
         domain = kDefaultBonjourDomain;
@@ -113,7 +120,7 @@ std::optional<std::string> ADMServiceURIGenerator::generateBluetoothURIforServic
                                                                                       bool universal)
 {
     const auto params = service.connectionParams();
-    const auto address = params.string(kMACAddressParam);
+    const auto address = textOf(params, kMACAddressParam);
     if (!address)
         return refusal(
             "ServiceInfo: cannot generate an Bluetooth URI with unknown MAC address (connection parameters %@).",
@@ -132,15 +139,15 @@ std::optional<std::string> ADMServiceURIGenerator::generateQLIPURIforServiceInfo
     const auto params = service.connectionParams();
     if (!model)
         return refusal("ServiceInfo: cannot generate an QLIP URI with unknown model", params);
-    const auto ipAddress = params.string(kIPAddressParam);
+    const auto ipAddress = textOf(params, kIPAddressParam);
     if (!ipAddress)
         return refusal("ServiceInfo: cannot generate an QLIP URI with unknown IP address (connection parameters %@).",
                        params);
-    const auto macAddress = params.string(kMACAddressParam);
+    const auto macAddress = textOf(params, kMACAddressParam);
     if (!macAddress)
         return refusal("ServiceInfo: cannot generate an QLIP URI with unknown MAC address (connection parameters %@).",
                        params);
-    const auto interfaceNumber = params.string(kInterfaceNumberParam);
+    const auto interfaceNumber = textOf(params, kInterfaceNumberParam);
     if (!interfaceNumber)
         return refusal(
             "ServiceInfo: cannot generate an QLIP URI with unknown interface number (connection parameters %@).",

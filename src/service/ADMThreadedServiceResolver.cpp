@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <exception>
 #include <thread>
 #include <utility>
@@ -56,21 +57,32 @@ void ADMThreadedServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo> 
     }
     ADMBaseServiceResolver::resolveService(service, timeout, parameters, runLoop, modes);
     const auto queue = messageQueue();
+    bool hasWorker = false;
+    {
+        std::lock_guard guard(*this);
+        queue->removeAllObjects(); // an end of an earlier resolution that was not delivered
+        deadline_ = dmf::internal::Host::current().steadyNow() + (std::isnan(timeout) ? 0 : timeout);
+        hasWorker = std::exchange(isResolvingThreadSpawned_, true);
+    }
     for (const auto& mode : modes)
         queue->scheduleInRunLoop(runLoop, mode);
     setupTimer();
     setServiceInfo(std::move(service));
 
-    std::lock_guard guard(*this);
-    deadline_ = dmf::internal::Host::current().steadyNow() + timeout;
-    if (isResolvingThreadSpawned_)
-        return;
+    if (!hasWorker)
+        startWorker();
+}
+
+void ADMThreadedServiceResolver::startWorker()
+{
     const auto weak = std::weak_ptr(std::static_pointer_cast<ADMThreadedServiceResolver>(shared_from_this()));
     const auto status = dmf::internal::startThread("dmf-resolver", dmf::internal::ThreadForm::detached,
                                                    [weak] { serviceResolving(weak); });
-    isResolvingThreadSpawned_ = status == 0;
-    if (status != 0) // the time-out reports it
-        DMFLog("errors", "ServiceInfo: cannot start a thread to resolve a service (error %d)", status);
+    if (status == 0)
+        return;
+    DMFLog("errors", "ServiceInfo: cannot start a thread to resolve a service (error %d)", status);
+    setLastError(errorWithDescription("Cannot resolve device under specified URI.")); // the time-out reports it
+    workerDidEnd();
 }
 
 void ADMThreadedServiceResolver::stop()
@@ -84,20 +96,17 @@ void ADMThreadedServiceResolver::stop()
     }
     if (queue)
         queue->invalidate();
+    releaseKeeper();
 }
 
 void ADMThreadedServiceResolver::timeoutDidFire()
 {
-    std::shared_ptr<ADMMessageQueue> queue;
-    {
-        std::lock_guard guard(*this);
-        if (!isResolving())
-            return;
-        ADMBaseServiceResolver::timeoutDidFire();
-        queue = messageQueue_;
-    }
-    if (queue)
-        queue->addObject(kCompletionMessage);
+    std::lock_guard guard(*this);
+    if (!isResolving())
+        return;
+    ADMBaseServiceResolver::timeoutDidFire();
+    if (messageQueue_)
+        messageQueue_->addObject(kCompletionMessage);
 }
 
 void ADMThreadedServiceResolver::findService()
@@ -161,19 +170,42 @@ bool ADMThreadedServiceResolver::isWorthAnotherAttempt() const
 
 void ADMThreadedServiceResolver::workerDidEnd()
 {
-    std::shared_ptr<ADMMessageQueue> queue;
-    std::shared_ptr<ADMServiceInfo> abandoned; // goes after the lock
+    handServiceToRunLoop();
+    std::lock_guard guard(*this);
+    if (messageQueue_ && lastError().empty()) // otherwise the time-out has posted the message
+        messageQueue_->addObject(kCompletionMessage);
+    isResolvingThreadSpawned_ = false; // only now: whoever restarts the resolver finds the message and drops it
+}
+
+/// The service, which may own this resolver, is kept until its delegate is told, and only the run loop can do that. So
+/// from now on it is the run loop that keeps it: when the loop's thread ends, nothing stays behind.
+void ADMThreadedServiceResolver::handServiceToRunLoop()
+{
+    std::shared_ptr<ADMServiceInfo> service; // goes after the lock where no run loop takes it
+    std::shared_ptr<dmf::RunLoopSource> keeper;
+    const auto loop = runLoop();
+    std::lock_guard guard(*this);
+    if (!messageQueue_ || !messageQueue_->isValid()) // stopped: nobody is told
+        return;
+    service = std::exchange(serviceInfo_, nullptr);
+    handedOver_ = service;
+    if (!service || !loop)
+        return;
+    keeper = dmf::RunLoopSource::create([service] {});
+    keeper_ = keeper;
+    for (const auto& mode : modes())
+        loop->addSource(keeper, mode);
+}
+
+void ADMThreadedServiceResolver::releaseKeeper()
+{
+    std::shared_ptr<dmf::RunLoopSource> keeper;
     {
         std::lock_guard guard(*this);
-        isResolvingThreadSpawned_ = false;
-        if (lastError().empty()) // otherwise the time-out has posted the message
-            queue = messageQueue_;
-        // Nobody is left to finish the resolution; the service, which may own this resolver, must not wait for it.
-        if (!isServed(runLoop()))
-            std::swap(abandoned, serviceInfo_);
+        keeper = std::exchange(keeper_, {}).lock();
     }
-    if (queue)
-        queue->addObject(kCompletionMessage);
+    if (keeper)
+        keeper->invalidate();
 }
 
 bool ADMThreadedServiceResolver::isValid() const
@@ -185,13 +217,15 @@ bool ADMThreadedServiceResolver::isValid() const
 std::shared_ptr<ADMServiceInfo> ADMThreadedServiceResolver::serviceInfo() const
 {
     std::lock_guard guard(*this);
-    return serviceInfo_;
+    return serviceInfo_ ? serviceInfo_ : handedOver_.lock();
 }
 
 void ADMThreadedServiceResolver::setServiceInfo(std::shared_ptr<ADMServiceInfo> service)
 {
+    releaseKeeper();
     std::lock_guard guard(*this);
-    std::swap(serviceInfo_, service);
+    handedOver_.reset();
+    std::swap(serviceInfo_, service); // what it was goes with the argument, after the lock
 }
 
 /// Made on first use, because a constructor cannot hand out references to its object; kept for good, so that what was

@@ -64,8 +64,10 @@ ADMServiceInfoImp::locateDeviceWithHandlerDeviceSpec(const std::shared_ptr<IDMDe
         if (const auto provider = ioProvider()) {
             deviceClass = provider->implementorClassForProtocolWithName(IDMDevice::protocol().name());
         } else {
-            dmf::Dictionary matching;
-            matching.set(kDMServiceConnectionType, deviceSpec[kConnectionTypeProp]);
+            const auto type = deviceSpec.string(kConnectionTypeProp);
+            if (!type) // asking without one would find a plug-in for whatever type
+                return nullptr;
+            const dmf::Dictionary matching{{std::string(kDMServiceConnectionType), *type}};
             deviceClass = ADMPlugInManager::sharedManager()->implementorForProtocol(IDMDevice::protocol(), matching);
         }
         return deviceClass ? deviceClass->make<IDMDevice>(deviceSpec, handler) : nullptr;

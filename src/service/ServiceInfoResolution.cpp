@@ -64,22 +64,35 @@ void ADMServiceInfoImp::resolveWithTimeout(double timeout)
 
 void ADMServiceInfoImp::resolveServiceWithParameters(const dmf::Dictionary& parameters, double timeout)
 {
-    const auto resolver = ADMServiceResolver::sharedFactory().newServiceResolverWithConnectionType(connectionType());
+    std::uint64_t start = 0;
     {
         std::lock_guard guard(lock_);
-        if (resolver_)
+        if (resolver_ || startUnderWay_ != 0)
             return;
-        resolver_ = resolver;
-        if (!runLoop_.lock())
+        start = startUnderWay_ = ++starts_;
+        const auto runLoop = runLoop_.lock();
+        if (!runLoop || runLoop->hasEnded()) // the thread of one that has ended cannot be told anything
             scheduleInRunLoop(nullptr, dmf::kDefaultRunLoopMode);
     }
+    // Whatever the delegate or a plug-in throws on the way, the next start is not refused.
+    const struct Attempt {
+        ADMServiceInfoImp& info;
+        const std::uint64_t start;
+        ~Attempt()
+        {
+            std::lock_guard guard(info.lock_);
+            if (info.startUnderWay_ == start)
+                info.startUnderWay_ = 0;
+        }
+    } attempt{*this, start};
     if (const auto told = delegate(); told && told->serviceInfoWillResolve)
         told->serviceInfoWillResolve(*this);
+    const auto resolver = ADMServiceResolver::sharedFactory().newServiceResolverWithConnectionType(connectionType());
     if (resolver)
-        startResolver(resolver, parameters, timeout);
+        startResolver(resolver, start, parameters, timeout);
 }
 
-void ADMServiceInfoImp::startResolver(const std::shared_ptr<ADMServiceResolver>& resolver,
+void ADMServiceInfoImp::startResolver(const std::shared_ptr<ADMServiceResolver>& resolver, std::uint64_t start,
                                       const dmf::Dictionary& parameters, double timeout)
 {
     std::shared_ptr<ADMServiceResolverDelegate> listener;
@@ -87,8 +100,10 @@ void ADMServiceInfoImp::startResolver(const std::shared_ptr<ADMServiceResolver>&
     std::vector<std::string> modes;
     {
         std::lock_guard guard(lock_);
-        if (resolver_ != resolver) // the delegate has stopped it
+        if (startUnderWay_ != start) // stopped meanwhile, by the delegate perhaps
             return;
+        startUnderWay_ = 0;
+        resolver_ = resolver;
         listener = resolverDelegate();
         runLoop = runLoop_.lock();
         modes.assign(runLoopModes_.begin(), runLoopModes_.end());
@@ -111,8 +126,8 @@ std::shared_ptr<ADMServiceResolverDelegate> ADMServiceInfoImp::resolverDelegate(
         resolverDelegate_ = std::make_shared<ADMServiceResolverDelegate>();
         resolverDelegate_->serviceResolverDidFinish = [weak = weak_from_this()](ADMServiceResolver& resolver) {
             const auto self = weak.lock();
-            if (self && self->isCurrentResolver(resolver))
-                self->serviceResolverDidFinish(resolver);
+            if (const auto finished = self ? self->giveUp(&resolver) : nullptr)
+                self->takeOverOutcome(*finished);
         };
     }
     return resolverDelegate_;
@@ -127,12 +142,12 @@ bool ADMServiceInfoImp::isCurrentResolver(const ADMServiceResolver& resolver) co
 void ADMServiceInfoImp::serviceResolverDidFinish(ADMServiceResolver& resolver)
 {
     const auto keptAlive = shared_from_this();
-    std::shared_ptr<ADMServiceResolver> keptResolver;
-    {
-        std::lock_guard guard(lock_);
-        keptResolver = resolver_;
-    }
-    stop();
+    const auto keptResolver = giveUp(&resolver);
+    takeOverOutcome(resolver);
+}
+
+void ADMServiceInfoImp::takeOverOutcome(const ADMServiceResolver& resolver)
+{
     const auto error = resolver.lastError();
     const auto info = resolver.resolvedInfo();
     const bool succeeded = error.empty() && namesAcceptedVendor(info);
@@ -160,13 +175,24 @@ void ADMServiceInfoImp::serviceResolverDidFinish(ADMServiceResolver& resolver)
 
 void ADMServiceInfoImp::stop()
 {
+    (void)giveUp(nullptr);
+}
+
+/// Stops the resolver and lets go of it; with `only`, if it is still that one. Gives it where that was done.
+std::shared_ptr<ADMServiceResolver> ADMServiceInfoImp::giveUp(const ADMServiceResolver* only)
+{
     std::shared_ptr<ADMServiceResolver> resolver;
     {
         std::lock_guard guard(lock_);
+        if (only && resolver_.get() != only)
+            return nullptr;
+        if (!only)
+            startUnderWay_ = 0;
         resolver = std::exchange(resolver_, nullptr);
     }
-    if (!resolver)
-        return;
-    resolver->setDelegate(nullptr);
-    resolver->stop();
+    if (resolver) {
+        resolver->setDelegate(nullptr);
+        resolver->stop();
+    }
+    return resolver;
 }

@@ -135,6 +135,17 @@ TEST(ServiceInfo, GeneratesItsURIOnceAndKeepsIt)
     info->setConnectionParams({{"IPAddress", "10.0.0.6"}});
     EXPECT_EQ(info->uri(), "socket://10.0.0.5/?bidi");
 
+    // Numbers are written like strings, and parameters that are known to be none are known.
+    EXPECT_EQ(fromSpec({{"connectionType", "USB"},
+                        {"vendorName", "QL"},
+                        {"modelName", "M"},
+                        {"params", Dictionary{{"SerialNumber", 1234}}}})
+                  ->uri(),
+              "usb://QL/M?serial=1234");
+    const auto bare = fromSpec({{"connectionType", "IP"}, {"URI", "socket://printer1"}});
+    bare->setConnectionParams({});
+    EXPECT_EQ(bare->universalURIWithScheme("app"), std::nullopt);
+
     // Of a URI alone, the universal form is made by reading it first.
     EXPECT_EQ(fromSpec({{"URI", "socket://printer1"}})->universalURIWithScheme("app"),
               "app://QLDMF/v=1&connectionType=IP&HostName=printer1");

@@ -3,7 +3,9 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Error.h>
 
+#include <cmath>
 #include <future>
+#include <limits>
 #include <stdexcept>
 #include <thread>
 
@@ -355,6 +357,130 @@ TEST_F(ServiceResolver, NothingOutlivesTheRunLoopsThread)
     EXPECT_TRUE(turnUntil([&] { return weak.expired() && workers() == 0; }));
 }
 
+// Likewise when the device was found, but the thread ends before it could tell.
+TEST_F(ServiceResolver, NothingOutlivesTheRunLoopsThreadAfterTheWorkersEnd)
+{
+    std::weak_ptr<ADMServiceInfoImp> weak;
+    std::weak_ptr<FakeDevice> weakDevice;
+    std::thread([&] {
+        const auto device = deviceOfQL();
+        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass,
+                                                            std::make_shared<FakeTransport>(device));
+        service->resolveWithTimeout(60);
+        weak = service;
+        weakDevice = device;
+        while (workers() > 0)
+            std::this_thread::yield();
+    }).join();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_TRUE(weakDevice.expired());
+}
+
+TEST_F(ServiceResolver, AClientMayLetGoOfAServiceThatIsToBeTold)
+{
+    Client client(std::make_shared<FakeTransport>(deviceOfQL()));
+    client.service->resolveWithTimeout(60);
+    const auto weak = std::weak_ptr(std::exchange(client.service, nullptr));
+    while (workers() > 0)
+        std::this_thread::yield();
+    EXPECT_FALSE(weak.expired());
+    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
+    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
+}
+
+TEST_F(ServiceResolver, ARunLoopThatHasEndedCountsAsNone)
+{
+    Client client(std::make_shared<FakeTransport>(deviceOfQL()));
+    std::shared_ptr<RunLoop> ended;
+    std::thread([&] { ended = RunLoop::current(); }).join();
+    client.service->scheduleInRunLoop(ended, kMode);
+    client.service->resolveWithTimeout(60);
+    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }, dmf::kDefaultRunLoopMode));
+    client.service->removeFromRunLoop(RunLoop::current(), dmf::kDefaultRunLoopMode);
+}
+
+TEST_F(ServiceResolver, ARestartHasATimeOutOfItsOwn)
+{
+    const auto device = deviceOfQL();
+    std::atomic<bool> isThere{true};
+    const auto transport =
+        std::make_shared<FakeTransport>([&](const auto&, const auto&, int) { return isThere ? device : nullptr; });
+    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+    int told = 0;
+    const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
+    delegate->serviceResolverDidFinish = [&](ADMServiceResolver&) { ++told; };
+    const auto resolver = std::make_shared<ADMGenericServiceResolver>();
+    resolver->setDelegate(delegate);
+    resolver->resolveService(service, 30, {}, RunLoop::current(), kModes);
+    // It ends, but the word of it is not delivered before the next one starts: that one must not take it for its own.
+    while (resolver->isValid())
+        std::this_thread::yield();
+    isThere = false;
+    resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
+    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 2; }));
+    host.advance(31s); // the first one's time is over
+    for (int i = 0; i < 3; ++i)
+        (void)RunLoop::current()->runMode(kMode, dmf::Date::afterNow(0.002));
+    EXPECT_EQ(told, 0);
+    EXPECT_TRUE(resolver->isResolving());
+    host.advance(30s);
+    EXPECT_TRUE(turnUntil([&] { return told == 1; }));
+    EXPECT_EQ(resolver->lastError(), kTimedOut);
+}
+
+TEST_F(ServiceResolver, ATimeOutThatIsNoTimeIsTold)
+{
+    for (const double timeout : {std::nan(""), -std::numeric_limits<double>::infinity(), -1.0}) {
+        Client client(std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>()));
+        client.service->resolveServiceWithParameters({}, timeout);
+        ASSERT_TRUE(turnUntil([&] { return client.isTold(); })) << timeout;
+        EXPECT_EQ(client.error, kTimedOut);
+    }
+}
+
+TEST_F(ServiceResolver, AReplacedDeviceGoesOutsideTheLock)
+{
+    /// Its end waits for a thread that asks the handler, as the end of a search does.
+    struct AskingDevice final : IDMDevice {
+        std::shared_ptr<IDMDeviceHandler> handler;
+        bool isReachable() override { return true; }
+        Dictionary retrieveParameters(const Dictionary&, std::shared_ptr<IDMDeviceHandler> given) override
+        {
+            handler = std::move(given);
+            return {{"vendorName", "QL"}};
+        }
+        ~AskingDevice() override
+        {
+            auto answer = std::async(std::launch::async, [&] { return handler->isCanceledForDevice(this); });
+            EXPECT_EQ(answer.wait_for(10s), std::future_status::ready);
+        }
+    };
+    const auto transport =
+        std::make_shared<FakeTransport>([](const auto&, const auto&, int) { return std::make_shared<AskingDevice>(); });
+    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+    const auto resolver = std::make_shared<ADMGenericServiceResolver>();
+    for (int i = 0; i < 2; ++i) {
+        resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
+        ASSERT_TRUE(turnUntil([&] { return !resolver->isValid(); }));
+        EXPECT_TRUE(resolver->resolvedDevice());
+    }
+}
+
+TEST_F(ServiceResolver, WhatADelegateThrowsDoesNotBlockTheNextStart)
+{
+    const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
+    Client client(transport);
+    const auto will = std::exchange(client.delegate->serviceInfoWillResolve, [](ADMServiceInfo& service) {
+        service.resolveWithTimeout(60); // one at a time
+        throw std::runtime_error("not now");
+    });
+    EXPECT_THROW(client.service->resolveWithTimeout(60), std::runtime_error);
+    EXPECT_EQ(transport->attempts(), 0);
+    client.delegate->serviceInfoWillResolve = will;
+    client.service->resolveWithTimeout(60);
+    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
+}
+
 TEST_F(ServiceResolver, AWorkerGivesUpWhenTheTimeOutPassesUnserved)
 {
     const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
@@ -420,6 +546,10 @@ TEST_F(ServiceResolver, TheFactoryGoesByConnectionType)
     factory.addResolverClass(nullptr, "Pigeon");
     EXPECT_TRUE(isGeneric(factory.newServiceResolverWithConnectionType("Pigeon")));
     factory.addResolverClass(std::make_shared<dmf::Class>("MakesNone", &anchor), "Pigeon");
+    EXPECT_EQ(factory.newServiceResolverWithConnectionType("Pigeon"), nullptr);
+    auto throwing = std::make_shared<dmf::Class>("Throwing", &anchor);
+    throwing->implements<ADMServiceResolver>([]() -> std::shared_ptr<ADMServiceResolver> { throw 7; });
+    factory.addResolverClass(throwing, "Pigeon");
     EXPECT_EQ(factory.newServiceResolverWithConnectionType("Pigeon"), nullptr);
     factory.addResolverClass(threaded, "Pigeon");
     EXPECT_NE(std::dynamic_pointer_cast<Threaded>(factory.newServiceResolverWithConnectionType("Pigeon")), nullptr);

@@ -11,6 +11,8 @@
 #include <dmf/DMLog.h>
 #include <dmf/platform/Class.h>
 
+#include "plugins/GuardedMake.h"
+
 namespace {
 
 /// The factory as a class, by which the plug-in manager knows in whose plug-in folder to look.
@@ -60,7 +62,7 @@ ADMXMLParserFactory& ADMXMLParserFactory::defaultFactory()
 std::shared_ptr<ADMXMLParser> ADMXMLParserFactory::parserNamed(std::string_view className) const
 {
     const auto found = loadedClass(className);
-    const std::shared_ptr<ADMXMLParser> parser = found ? found->make<ADMXMLParser>() : nullptr;
+    const std::shared_ptr<ADMXMLParser> parser = dmf::internal::guardedMake<ADMXMLParser>(found);
     if (!parser)
         DMFLog("debug", "XMLParser: not found plug-in with '%@' implementation.", className);
     return parser;
