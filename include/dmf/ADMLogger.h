@@ -39,8 +39,9 @@ public:
     [[nodiscard]] static std::int32_t levelValueFromString(std::string_view level);
     /// What a line of that level begins with; nothing for "nolog" and unknown words.
     [[nodiscard]] static std::optional<std::string> infoPrefixFromString(std::string_view level);
-    /// The configured level word, or nothing. A word is kept for five seconds before its file is read again; a file
-    /// that is missing or empty is read again each time.
+    /// The configured level word, or nothing. A word is kept for five seconds before its file is read again. A file
+    /// that is missing, cannot be read, is no regular file, holds more than 65,536 bytes, is not UTF-8 or holds nothing
+    /// but white space gives nothing, and is read again each time. Any other content counts as one word, known or not.
     [[nodiscard]] static std::optional<std::string> environmentLogLevel();
     /// The file at `path`, made when it is missing and opened for reading and for appending; empty when that fails,
     /// or when anything but a regular file with this one name is there: a directory, a link.
@@ -50,7 +51,9 @@ public:
     void startLogging();
     void endLogging();
 
-    /// Writes one message where the level lets it through. Left to subclasses: throws dmf::UnrecognizedOperation.
+    /// Writes one message where the level lets it through, as one line: control characters in its text are escaped, so
+    /// that what a device or a URI says cannot pass for a line of its own. Left to subclasses: throws
+    /// dmf::UnrecognizedOperation.
     virtual void printWithLevel(std::string_view level, std::string_view format,
                                 std::span<const dmf::FormatArgument> arguments);
 

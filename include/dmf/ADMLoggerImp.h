@@ -45,6 +45,7 @@ public:
 private:
     [[nodiscard]] bool letsThrough(std::int32_t rank) const;
     void writeMessage(std::string_view prefix, std::string_view text);
+    void writePlainMessage(std::string_view prefix, std::string_view text);
     void writeLine(std::string_view line);
 
     const std::optional<std::string> level_;

@@ -5,6 +5,7 @@
 
 #include <dmf/platform/Data.h>
 #include <dmf/platform/Export.h>
+#include <dmf/platform/Protocol.h>
 
 /// Enciphers and deciphers bytes with the fixed keys of the model database, and makes digests. Ciphers by number:
 ///
@@ -17,6 +18,8 @@
 /// be made freely. Thread-safe.
 class DMF_EXPORT ADMSecureData {
 public:
+    [[nodiscard]] static const dmf::Protocol& protocol();
+
     /// Nothing for empty data and for an unknown cipher.
     [[nodiscard]] std::optional<dmf::Data> encryptData(const dmf::Data& data, std::int32_t cipher) const;
     /// Nothing for empty data, for an unknown cipher and when nothing could be deciphered. Damage at the end costs the

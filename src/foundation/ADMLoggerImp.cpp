@@ -8,6 +8,7 @@
 
 #include "foundation/LogLevel.h"
 #include "foundation/LogLevelWords.h"
+#include "foundation/LogText.h"
 #include "foundation/LogTime.h"
 #include "foundation/LoggerRegistry.h"
 #include "platform/Host.h"
@@ -173,6 +174,19 @@ void ADMLoggerImp::writeMessage(std::string_view prefix, std::string_view text)
 {
     if (!isAscii(text) && !dmf::isValidUtf8(text))
         return;
+    if (dmf::internal::holdsControls(text)) {
+        try {
+            return writePlainMessage(prefix, dmf::internal::withoutControls(text));
+        } catch (const std::bad_alloc&) {
+            return; // without memory the line is lost, not the program
+        }
+    }
+    writePlainMessage(prefix, text);
+}
+
+/// One whose text is good for a line.
+void ADMLoggerImp::writePlainMessage(std::string_view prefix, std::string_view text)
+{
     const std::size_t length = lineLength(prefix, text);
     if (length <= kOrdinaryLineLength) {
         char line[kOrdinaryLineLength];

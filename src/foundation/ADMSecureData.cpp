@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 using dmf::Data;
@@ -32,6 +33,18 @@ std::unique_ptr<CipherStream> makeStream(std::int32_t cipher, CipherDirection di
 }
 
 } // namespace
+
+const dmf::Protocol& ADMSecureData::protocol()
+{
+    static constexpr std::string_view operations[] = {
+        "encryptData:withCipher:",
+        "decryptData:withCipher:",
+        "MD5DataForData:",
+        "MD5HashForData:",
+    };
+    static constexpr dmf::Protocol described("ADMSecureData", {}, operations);
+    return described;
+}
 
 bool ADMSecureData::loadCSP()
 {

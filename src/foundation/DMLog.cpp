@@ -9,6 +9,7 @@
 #include <exception>
 
 #include "foundation/LogLevel.h"
+#include "foundation/LogText.h"
 #include "foundation/LoggerRegistry.h"
 #include "platform/Host.h"
 
@@ -26,7 +27,8 @@ void copyToSystemLog(std::string_view level, std::string_view format, std::span<
     if (!host.environment("DMFConsoleLog") || !host.systemLog)
         return;
     try {
-        host.systemLog(isError ? LOG_ERR : LOG_WARNING, dmf::formatArguments(format, arguments));
+        host.systemLog(isError ? LOG_ERR : LOG_WARNING,
+                       dmf::internal::withoutControls(dmf::formatArguments(format, arguments)));
     } catch (const std::exception&) {
         // An argument that cannot be described costs the line.
     }

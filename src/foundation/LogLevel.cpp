@@ -3,6 +3,7 @@
 #include <dmf/ADMLogger.h>
 #include <dmf/ADMObjectCache.h>
 #include <dmf/DMKeys.h>
+#include <dmf/DMStringExtension.h>
 #include <dmf/platform/Unicode.h>
 
 #include <atomic>
@@ -71,28 +72,14 @@ void forgetOtherHosts(LevelState& level)
     level.generation.store(generation, std::memory_order_release);
 }
 
-std::string_view trimmed(std::string_view text)
-{
-    static const CharacterSet* const blanks = new CharacterSet(CharacterSet::whitespaceAndNewlines());
-    std::size_t first = text.size();
-    std::size_t last = 0;
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t position = text.size() - rest.size();
-        if (blanks->contains(takeCharacter(rest)))
-            continue;
-        first = std::min(first, position);
-        last = text.size() - rest.size();
-    }
-    return first < last ? text.substr(first, last - first) : std::string_view();
-}
-
 std::string readConfiguredLevel()
 {
     const auto content = readRegularFile(Host::current().path(kDMLogConfigPath), kMaximumFileSize, Links::follow);
     if (!content)
         return {};
     const std::string_view text(reinterpret_cast<const char*>(content->data()), content->size());
-    return isValidUtf8(text) ? std::string(trimmed(text)) : std::string();
+    return isValidUtf8(text) ? com_ql_dmf_trimCharactersInSet(text, CharacterSet::whitespaceAndNewlines())
+                             : std::string();
 }
 
 } // namespace

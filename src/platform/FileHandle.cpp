@@ -1,5 +1,6 @@
 #include <dmf/platform/FileHandle.h>
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -40,12 +41,24 @@ private:
     sigset_t before_;
 };
 
+/// How long a reader may keep a descriptor full that its owner has made non-blocking.
+constexpr int kPatienceInMilliseconds = 1000;
+
+/// Whether the descriptor takes more within the time.
+bool becomesWritable(int descriptor)
+{
+    pollfd watched{descriptor, POLLOUT, 0};
+    return ::poll(&watched, 1, kPatienceInMilliseconds) > 0 && (watched.revents & POLLOUT) != 0;
+}
+
 void writeAll(int descriptor, std::string_view bytes)
 {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
         if (written > 0)
             bytes.remove_prefix(static_cast<std::size_t>(written));
+        else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && becomesWritable(descriptor))
+            continue; // a half written line would run into the next one
         else if (written == 0 || errno != EINTR)
             throw std::system_error(written == 0 ? ENOSPC : errno, std::generic_category(), "write");
     }

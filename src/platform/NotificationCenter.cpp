@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <iterator>
 #include <mutex>
 #include <utility>
@@ -77,10 +78,18 @@ NotificationCenter::Observation NotificationCenter::addObserver(std::string_view
 void NotificationCenter::post(std::string_view name, const void* sender, Dictionary userInfo)
 {
     const Notification notification{std::string(name), sender, std::move(userInfo)};
+    std::exception_ptr thrown;
     for (const auto& entry : state_->observersOf(notification)) {
-        if (entry->isActive && entry->observer)
-            entry->observer(notification);
+        try {
+            if (entry->isActive && entry->observer)
+                entry->observer(notification);
+        } catch (...) {
+            if (!thrown)
+                thrown = std::current_exception();
+        }
     }
+    if (thrown)
+        std::rethrow_exception(thrown);
 }
 
 } // namespace dmf

@@ -20,7 +20,8 @@ std::string reasonNotToTrust(const std::string& path)
         return path + " belongs to another user (" + std::to_string(status.st_uid) + ")";
     if (status.st_mode & S_IWOTH)
         return path + " can be written by everybody";
-    if (status.st_mode & S_IWGRP && status.st_gid != 0 && (raised || status.st_gid != ::getgid()))
+    // The group that is a user's alone has the user's own number; any other one may have more members.
+    if (status.st_mode & S_IWGRP && status.st_gid != 0 && (raised || status.st_gid != ::geteuid()))
         return path + " can be written by another group (" + std::to_string(status.st_gid) + ")";
     return {};
 }

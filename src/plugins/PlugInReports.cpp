@@ -39,6 +39,7 @@ PlugInReports::ByPath& PlugInReports::ofPresentHost() const
 {
     if (generation_ != Host::generation()) {
         byPath_.clear();
+        refusedAtLoad_.clear();
         generation_ = Host::generation();
     }
     return byPath_;
@@ -52,6 +53,7 @@ void PlugInReports::noteUnusable(const std::string& path, std::string reason)
     report.reason = std::move(reason);
     std::lock_guard guard(lock_);
     ofPresentHost()[path] = std::move(report);
+    refusedAtLoad_.erase(path);
 }
 
 void PlugInReports::noteDescribed(const Bundle& bundle, bool kept)
@@ -63,7 +65,13 @@ void PlugInReports::noteDescribed(const Bundle& bundle, bool kept)
     report.mockScheme = bundle.infoDictionary().string(kDMMockScheme).value_or("");
     report.implementors = implementorsOf(bundle);
     std::lock_guard guard(lock_);
-    ofPresentHost()[bundle.path()] = std::move(report);
+    ADMPlugInReport& known = ofPresentHost()[bundle.path()];
+    // Only another attempt to load it can take back what the last one said.
+    if (!bundle.isLoaded() && refusedAtLoad_.contains(bundle.path())) {
+        report.state = known.state;
+        report.reason = std::move(known.reason);
+    }
+    known = std::move(report);
 }
 
 void PlugInReports::noteLoaded(const Bundle& bundle)
@@ -75,6 +83,7 @@ void PlugInReports::noteLoaded(const Bundle& bundle)
     report.state = ADMPlugInReport::State::loaded;
     report.reason.clear();
     report.implementors = std::move(implementors);
+    refusedAtLoad_.erase(bundle.path());
 }
 
 void PlugInReports::noteNotLoaded(const Bundle& bundle, std::string reason)
@@ -84,6 +93,7 @@ void PlugInReports::noteNotLoaded(const Bundle& bundle, std::string reason)
     report.path = bundle.path();
     report.state = ADMPlugInReport::State::refused;
     report.reason = std::move(reason);
+    refusedAtLoad_.insert(bundle.path());
 }
 
 void PlugInReports::forgetFolder(std::string_view folder)
@@ -91,6 +101,7 @@ void PlugInReports::forgetFolder(std::string_view folder)
     const std::string prefix = std::string(folder) + "/";
     std::lock_guard guard(lock_);
     std::erase_if(ofPresentHost(), [&](const auto& entry) { return entry.first.starts_with(prefix); });
+    std::erase_if(refusedAtLoad_, [&](const auto& path) { return path.starts_with(prefix); });
 }
 
 std::vector<ADMPlugInReport> PlugInReports::all() const

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,8 +29,9 @@ private:
     [[nodiscard]] ByPath& ofPresentHost() const;
 
     mutable std::mutex lock_;
-    mutable ByPath byPath_;                // guarded by lock_
-    mutable std::uint64_t generation_ = 0; // of the host that they belong to; guarded by lock_
+    mutable ByPath byPath_;                                    // guarded by lock_
+    mutable std::set<std::string, std::less<>> refusedAtLoad_; // guarded by lock_; paths
+    mutable std::uint64_t generation_ = 0;                     // of the host that they belong to; guarded by lock_
 };
 
 } // namespace dmf::internal

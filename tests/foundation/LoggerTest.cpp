@@ -1,9 +1,11 @@
 #include <dmf/DMLog.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <dmf/ADMLoggerImp.h>
 #include <dmf/ADMLoggerPool.h>
@@ -297,6 +299,38 @@ TEST(Logger, ALineIsOneWriteAndForeignThrowsPassOnWithoutTheLock)
     logger->printWithLevel("info", "kept", {});
     ASSERT_EQ(handle->writes.size(), 1u);
     EXPECT_THAT(handle->writes.front(), testing::EndsWith("] kept\n"));
+}
+
+TEST(Logger, AMessageIsOneLineWhateverItSays)
+{
+    const auto handle = std::make_shared<KeptWrites>();
+    const auto logger = ADMLogger::initWithLogLevelFileHandle("debug", handle);
+    const std::string uri = "usb://a\nE  [20260101T00:00:00.000] forged\r\x1b[2J\x7f\ttab \xc2\x85 \xc3\xa9";
+    logger->printWithLevel("info", "uri '%@'", std::vector<dmf::FormatArgument>{uri});
+    ASSERT_EQ(handle->writes.size(), 1u);
+    EXPECT_THAT(handle->writes.front(),
+                testing::EndsWith("] uri 'usb://a\\nE  [20260101T00:00:00.000] forged\\r\\x1b[2J\\x7f\ttab \\u0085 "
+                                  "\xc3\xa9'\n"));
+}
+
+TEST(Logger, AFullPipeThatIsReadLaterLosesNothing)
+{
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    dmf::FileHandle reading(ends[0]);
+    const std::string text(1024 * 1024, 'x'); // more than a pipe holds
+    std::size_t got = 0;
+    std::thread reader([&] {
+        char buffer[4096];
+        pollfd watched{ends[0], POLLIN, 0};
+        while (got < text.size() && ::poll(&watched, 1, 10'000) > 0)
+            if (const auto count = ::read(ends[0], buffer, sizeof buffer); count > 0)
+                got += static_cast<std::size_t>(count);
+    });
+    dmf::FileHandle writing(ends[1]);
+    EXPECT_NO_THROW(writing.writeData(text));
+    reader.join();
+    EXPECT_EQ(got, text.size());
 }
 
 TEST(Logger, LinesOfTwoThreadsNeverInterleave)

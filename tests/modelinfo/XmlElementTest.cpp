@@ -167,6 +167,8 @@ TEST(XmlElement, PathsAreXPath)
         EXPECT_EQ(texts(root->elementsForXPath(path)), expected) << path;
     }
     EXPECT_EQ(root->infoForPath(".").at(0), root);
+    // The declaration of a namespace is no attribute.
+    EXPECT_TRUE(element("r", {}, {element("a", {{"xmlns", "d"}}, {})})->infoForPath("a[@xmlns='d']").empty());
     // Changes below show at once.
     std::dynamic_pointer_cast<ADMXMLElementImp>(root->infoNamed("b"))->addElement(leaf("y", "new"));
     EXPECT_EQ(texts(root->infoForPath("//b/y")), "<y>new</y>");

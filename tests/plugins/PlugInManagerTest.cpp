@@ -143,6 +143,9 @@ TEST(PlugInManager, FirstWorkingCandidateByNameWinsAndTheOthersAreSkipped)
     EXPECT_EQ(reportOf(reports, "i-good.bundle").state, State::loaded);
     EXPECT_EQ(reportOf(reports, "i-good.bundle").implementors.at(0).reason, "");
     EXPECT_EQ(reportOf(reports, "j-not-reached.bundle").state, State::described);
+    // Another look at the folder does not take back what loading said.
+    (void)manager().pluginsFromBaseDir(host.regular().string(), {});
+    EXPECT_THAT(reportOf(manager().reports(), "d-open.bundle").reason, HasSubstr("by everybody"));
     EXPECT_TRUE(reportOf(reports, "j-not-reached.bundle").kept);
     EXPECT_EQ(reports.size(), 10u);
 }

@@ -36,8 +36,8 @@ public:
 
     /// Calls `observer` for every notification of that name, from `sender` only unless it is null.
     [[nodiscard]] Observation addObserver(std::string_view name, Observer observer, const void* sender = nullptr);
-    /// Calls the observers in the order in which they were added; those added meanwhile are left out. What an observer
-    /// throws ends the posting and reaches the caller.
+    /// Calls the observers in the order in which they were added; those added meanwhile are left out. An observer that
+    /// throws does not keep the others from hearing; what the first one threw reaches the caller after the last call.
     void post(std::string_view name, const void* sender = nullptr, Dictionary userInfo = {});
 
 private:

@@ -49,7 +49,8 @@ std::optional<ADMXMLElementImp::Step> ADMXMLElementImp::Step::take(std::string_v
         return step;
     step.hasAttribute = true;
     step.attribute = takeName(path);
-    if (step.attribute.empty() || !takePrefix(path, "=") || path.empty())
+    // A declaration of a namespace is no attribute to a path; whoever asks for one nevertheless is left to the engine.
+    if (step.attribute.empty() || step.attribute == "xmlns" || !takePrefix(path, "=") || path.empty())
         return std::nullopt;
     const char quote = path.front();
     const auto end = path.find(quote, 1);

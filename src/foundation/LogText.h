@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace dmf::internal {
+
+/// Whether the text, which is UTF-8, holds control characters other than the tabulator.
+[[nodiscard]] bool holdsControls(std::string_view text) noexcept;
+
+/// The text as it stands in one line of a log: its control characters as "\n", "\r", "\x1b", those beyond ASCII as
+/// "\u0085". What devices and URIs say is logged; nobody may forge lines or steer a terminal with it.
+[[nodiscard]] std::string withoutControls(std::string_view text);
+
+} // namespace dmf::internal
