@@ -364,24 +364,24 @@ TEST_F(ServiceResolver, NothingOutlivesTheRunLoopsThreadAfterTheWorkersEnd)
     std::weak_ptr<FakeDevice> weakDevice;
     std::thread([&] {
         const auto device = deviceOfQL();
-        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass,
-                                                            std::make_shared<FakeTransport>(device));
+        const auto transport = std::make_shared<FakeTransport>(device);
+        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
         service->resolveWithTimeout(60);
         weak = service;
         weakDevice = device;
-        while (workers() > 0)
+        while (transport->attempts() == 0 || workers() > 0)
             std::this_thread::yield();
     }).join();
-    EXPECT_TRUE(weak.expired());
-    EXPECT_TRUE(weakDevice.expired());
+    EXPECT_TRUE(turnUntil([&] { return weak.expired() && weakDevice.expired(); }));
 }
 
 TEST_F(ServiceResolver, AClientMayLetGoOfAServiceThatIsToBeTold)
 {
-    Client client(std::make_shared<FakeTransport>(deviceOfQL()));
+    const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
+    Client client(transport);
     client.service->resolveWithTimeout(60);
     const auto weak = std::weak_ptr(std::exchange(client.service, nullptr));
-    while (workers() > 0)
+    while (transport->attempts() == 0 || workers() > 0)
         std::this_thread::yield();
     EXPECT_FALSE(weak.expired());
     EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
