@@ -1,2 +1,2 @@
-#The factory finds the socket transport where the build put it.
+# The factory finds the socket transport where the build put it.
 add_dependencies(test_factories socket)
