@@ -3,95 +3,23 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Error.h>
 
-#include <cmath>
 #include <future>
-#include <limits>
 #include <stdexcept>
 #include <thread>
 
 #include <gmock/gmock.h>
 
-#include "FakeTransport.h"
-#include "support/HostFixture.h"
+#include "ResolverSupport.h"
 #include "support/LogCapture.h"
 
 using dmf::Dictionary;
 using dmf::RunLoop;
 using testing::ElementsAre;
+using namespace resolvertest;
 using namespace std::chrono_literals;
 
 namespace {
-
-constexpr std::string_view kMode = "TestMode";
-const std::vector<std::string> kModes{std::string(kMode)};
-const Dictionary kTimedOut{{"DMErrorCode", -1}, {"DMErrorDescription", "Resolving timed out."}};
-
-/// How many threads of the process resolve something.
-int workers()
-{
-    int count = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::ifstream(task.path() / "comm") >> name;
-        count += name == "dmf-resolver";
-    }
-    return count;
-}
-
-/// Serves the mode on the calling thread until the condition holds; false when it does not within ten seconds.
-bool turnUntil(const std::function<bool()>& condition, std::string_view mode = kMode)
-{
-    const auto end = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        if (RunLoop::current()->runMode(mode, dmf::Date::afterNow(0.002)) == RunLoop::Result::finished)
-            std::this_thread::yield();
-    }
-    return true;
-}
-
-std::shared_ptr<FakeDevice> deviceOfQL()
-{
-    return std::make_shared<FakeDevice>(
-        Dictionary{{"vendorName", "QL"}, {"modelName", "N"}, {"params", Dictionary{{"SerialNumber", "7"}}}});
-}
-
-/// A service in TestMode whose events are written down.
-struct Client {
-    explicit Client(std::shared_ptr<ADMIOProvider> transport)
-        : service(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, std::move(transport)))
-    {
-        delegate->serviceInfoWillResolve = [this](ADMServiceInfo&) { events.emplace_back("will"); };
-        delegate->serviceInfoDidResolve = [this](ADMServiceInfo&) { events.emplace_back("did"); };
-        delegate->serviceInfoDidNotResolve = [this](ADMServiceInfo&, const Dictionary& why) {
-            events.emplace_back("did not");
-            error = why;
-        };
-        service->setDelegate(delegate);
-        service->scheduleInRunLoop(nullptr, kMode);
-    }
-    bool isTold() const { return events.size() > 1; }
-
-    std::vector<std::string> events;
-    Dictionary error;
-    const std::shared_ptr<ADMServiceInfoDelegate> delegate = std::make_shared<ADMServiceInfoDelegate>();
-    std::shared_ptr<ADMServiceInfoImp> service;
-};
-
-class ServiceResolver : public testing::Test {
-protected:
-    /// No worker may see the host go; and none may be left over.
-    ~ServiceResolver() override
-    {
-        EXPECT_TRUE(turnUntil([this] {
-            host.advance(1s);
-            return workers() == 0;
-        }));
-    }
-    HostFixture host;
-};
-
+class ServiceResolver : public ResolverFixture {};
 } // namespace
 
 TEST_F(ServiceResolver, ADeviceFoundAtOnceResolvesTheService)
@@ -287,210 +215,6 @@ TEST_F(ServiceResolver, WhatAnAttemptThrowsIsAFailedAttempt)
         host.advance(100ms);
         return client.isTold();
     }));
-    EXPECT_EQ(client.error, kTimedOut);
-}
-
-TEST_F(ServiceResolver, TheLastReferenceMayGoInTheDelegateCall)
-{
-    Client client(std::make_shared<FakeTransport>(deviceOfQL()));
-    const auto weak = std::weak_ptr(client.service);
-    bool told = false;
-    client.delegate->serviceInfoDidResolve = [&](ADMServiceInfo& service) {
-        client.service.reset();
-        EXPECT_EQ(service.serviceState(), 1u);
-        told = true;
-    };
-    client.service->resolveWithTimeout(60);
-    ASSERT_TRUE(turnUntil([&] { return told; }));
-    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
-}
-
-TEST_F(ServiceResolver, TheLastReferenceMayGoOnTheWorker)
-{
-    std::promise<void> release;
-    std::atomic<bool> asked{false};
-    auto device = deviceOfQL();
-    device->onRetrieve = [&](const auto&, const auto&) {
-        asked = true;
-        release.get_future().wait();
-    };
-    const auto weakDevice = std::weak_ptr(device);
-    auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->resolveService(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass,
-                                                            std::make_shared<FakeTransport>(device)),
-                             60, {}, RunLoop::current(), kModes);
-    device.reset();
-    ASSERT_TRUE(turnUntil([&] { return asked.load(); }));
-    const auto weak = std::weak_ptr(resolver);
-    resolver.reset();
-    EXPECT_FALSE(weak.expired()); // the worker works for it
-    release.set_value();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && weakDevice.expired() && workers() == 0; }));
-}
-
-TEST_F(ServiceResolver, ASleepingWorkerKeepsNothingAlive)
-{
-    const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
-    auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->resolveService(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport), 60,
-                             {}, RunLoop::current(), kModes);
-    ASSERT_TRUE(turnUntil([&] { return !resolver->lastError().empty(); }));
-    const auto weak = std::weak_ptr(resolver);
-    resolver.reset();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && workers() == 0; })); // without the clock's moving
-    EXPECT_EQ(transport->attempts(), 1);
-}
-
-// A service and its resolver own each other while a resolution runs. When the run loop's thread ends there is nobody
-// left to end it, yet neither thread nor objects may stay behind.
-TEST_F(ServiceResolver, NothingOutlivesTheRunLoopsThread)
-{
-    std::weak_ptr<ADMServiceInfoImp> weak;
-    const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
-    std::thread([&] {
-        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
-        service->resolveWithTimeout(1'000'000);
-        weak = service;
-    }).join();
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 1; }));
-    host.advance(1s);
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && workers() == 0; }));
-}
-
-// Likewise when the device was found, but the thread ends before it could tell.
-TEST_F(ServiceResolver, NothingOutlivesTheRunLoopsThreadAfterTheWorkersEnd)
-{
-    std::weak_ptr<ADMServiceInfoImp> weak;
-    std::weak_ptr<FakeDevice> weakDevice;
-    std::thread([&] {
-        const auto device = deviceOfQL();
-        const auto transport = std::make_shared<FakeTransport>(device);
-        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
-        service->resolveWithTimeout(60);
-        weak = service;
-        weakDevice = device;
-        while (transport->attempts() == 0 || workers() > 0)
-            std::this_thread::yield();
-    }).join();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && weakDevice.expired(); }));
-}
-
-TEST_F(ServiceResolver, AClientMayLetGoOfAServiceThatIsToBeTold)
-{
-    const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
-    Client client(transport);
-    client.service->resolveWithTimeout(60);
-    const auto weak = std::weak_ptr(std::exchange(client.service, nullptr));
-    while (transport->attempts() == 0 || workers() > 0)
-        std::this_thread::yield();
-    EXPECT_FALSE(weak.expired());
-    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
-    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
-}
-
-TEST_F(ServiceResolver, ARunLoopThatHasEndedCountsAsNone)
-{
-    Client client(std::make_shared<FakeTransport>(deviceOfQL()));
-    std::shared_ptr<RunLoop> ended;
-    std::thread([&] { ended = RunLoop::current(); }).join();
-    client.service->scheduleInRunLoop(ended, kMode);
-    client.service->resolveWithTimeout(60);
-    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }, dmf::kDefaultRunLoopMode));
-    client.service->removeFromRunLoop(RunLoop::current(), dmf::kDefaultRunLoopMode);
-}
-
-TEST_F(ServiceResolver, ARestartHasATimeOutOfItsOwn)
-{
-    const auto device = deviceOfQL();
-    std::atomic<bool> isThere{true};
-    const auto transport =
-        std::make_shared<FakeTransport>([&](const auto&, const auto&, int) { return isThere ? device : nullptr; });
-    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
-    int told = 0;
-    const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
-    delegate->serviceResolverDidFinish = [&](ADMServiceResolver&) { ++told; };
-    const auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->setDelegate(delegate);
-    resolver->resolveService(service, 30, {}, RunLoop::current(), kModes);
-    // It ends, but the word of it is not delivered before the next one starts: that one must not take it for its own.
-    while (resolver->isValid())
-        std::this_thread::yield();
-    isThere = false;
-    resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 2; }));
-    host.advance(31s); // the first one's time is over
-    for (int i = 0; i < 3; ++i)
-        (void)RunLoop::current()->runMode(kMode, dmf::Date::afterNow(0.002));
-    EXPECT_EQ(told, 0);
-    EXPECT_TRUE(resolver->isResolving());
-    host.advance(30s);
-    EXPECT_TRUE(turnUntil([&] { return told == 1; }));
-    EXPECT_EQ(resolver->lastError(), kTimedOut);
-}
-
-TEST_F(ServiceResolver, ATimeOutThatIsNoTimeIsTold)
-{
-    for (const double timeout : {std::nan(""), -std::numeric_limits<double>::infinity(), -1.0}) {
-        Client client(std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>()));
-        client.service->resolveServiceWithParameters({}, timeout);
-        ASSERT_TRUE(turnUntil([&] { return client.isTold(); })) << timeout;
-        EXPECT_EQ(client.error, kTimedOut);
-    }
-}
-
-TEST_F(ServiceResolver, AReplacedDeviceGoesOutsideTheLock)
-{
-    /// Its end waits for a thread that asks the handler, as the end of a search does.
-    struct AskingDevice final : IDMDevice {
-        std::shared_ptr<IDMDeviceHandler> handler;
-        bool isReachable() override { return true; }
-        Dictionary retrieveParameters(const Dictionary&, std::shared_ptr<IDMDeviceHandler> given) override
-        {
-            handler = std::move(given);
-            return {{"vendorName", "QL"}};
-        }
-        ~AskingDevice() override
-        {
-            auto answer = std::async(std::launch::async, [&] { return handler->isCanceledForDevice(this); });
-            EXPECT_EQ(answer.wait_for(10s), std::future_status::ready);
-        }
-    };
-    const auto transport =
-        std::make_shared<FakeTransport>([](const auto&, const auto&, int) { return std::make_shared<AskingDevice>(); });
-    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
-    const auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    for (int i = 0; i < 2; ++i) {
-        resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
-        ASSERT_TRUE(turnUntil([&] { return !resolver->isValid(); }));
-        EXPECT_TRUE(resolver->resolvedDevice());
-    }
-}
-
-TEST_F(ServiceResolver, WhatADelegateThrowsDoesNotBlockTheNextStart)
-{
-    const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
-    Client client(transport);
-    const auto will = std::exchange(client.delegate->serviceInfoWillResolve, [](ADMServiceInfo& service) {
-        service.resolveWithTimeout(60); // one at a time
-        throw std::runtime_error("not now");
-    });
-    EXPECT_THROW(client.service->resolveWithTimeout(60), std::runtime_error);
-    EXPECT_EQ(transport->attempts(), 0);
-    client.delegate->serviceInfoWillResolve = will;
-    client.service->resolveWithTimeout(60);
-    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
-}
-
-TEST_F(ServiceResolver, AWorkerGivesUpWhenTheTimeOutPassesUnserved)
-{
-    const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
-    Client client(transport);
-    client.service->resolveWithTimeout(2);
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 1; }, "AnotherMode"));
-    host.advance(2s);
-    ASSERT_TRUE(turnUntil([] { return workers() == 0; }, "AnotherMode"));
-    EXPECT_THAT(client.events, ElementsAre("will")); // the client is told in its own mode only
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
     EXPECT_EQ(client.error, kTimedOut);
 }
 
