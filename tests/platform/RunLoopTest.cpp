@@ -1,12 +1,16 @@
 #include <dmf/platform/RunLoop.h>
 
+#include <glib.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "RunLoopSupport.h"
 #include "support/HostFixture.h"
 
 using dmf::Date;
@@ -16,71 +20,119 @@ using dmf::RunLoopSource;
 using dmf::RunLoopTimer;
 using namespace std::chrono_literals;
 using Result = RunLoop::Result;
-using runlooptest::kMode;
-using runlooptest::soon;
-using runlooptest::turn;
 
-TEST(RunLoop, AModeWithoutSourcesEndsAtOnce)
+namespace {
+
+constexpr const char* kMode = "test mode";
+
+/// A bound for everything that ought to end by itself.
+Date soon()
 {
-    EXPECT_EQ(RunLoop::current()->runMode("never used", Date::distantFuture()), Result::finished);
-    const auto source = RunLoopSource::create({});
-    RunLoop::current()->addSource(source, kMode);
-    EXPECT_EQ(turn(), Result::timedOut);
-    RunLoop::current()->removeSource(source, kMode);
-    EXPECT_EQ(RunLoop::current()->runMode(kMode, Date::distantFuture()), Result::finished);
+    return Date::afterNow(10);
 }
 
-TEST(RunLoop, SignalsAreServedOnceAndOnlyInTheModeThatRuns)
+/// Runs what is due, without waiting.
+Result turn(std::string_view mode = kMode)
+{
+    return RunLoop::current()->runMode(mode, Date::distantPast());
+}
+
+/// A run loop on a thread of its own that turns until it goes.
+class LoopThread {
+public:
+    LoopThread()
+    {
+        std::promise<std::shared_ptr<RunLoop>> started;
+        auto loop = started.get_future();
+        thread_ = std::thread([this, &started] {
+            const auto keepAlive = RunLoopSource::create({});
+            RunLoop::current()->addSource(keepAlive, kMode);
+            started.set_value(RunLoop::current());
+            result_ = RunLoop::current()->runMode(kMode, soon());
+        });
+        loop_ = loop.get();
+    }
+    ~LoopThread() { end(); }
+    Result end()
+    {
+        if (thread_.joinable()) {
+            loop_->stop();
+            thread_.join();
+        }
+        return result_;
+    }
+    const std::shared_ptr<RunLoop>& loop() const { return loop_; }
+
+private:
+    std::shared_ptr<RunLoop> loop_;
+    Result result_ = Result::finished;
+    std::thread thread_;
+};
+
+/// The run loop of the thread, with sources that end with the test.
+class RunLoopTest : public testing::Test {
+protected:
+    ~RunLoopTest() override
+    {
+        for (const auto& source : sources_)
+            source->invalidate();
+    }
+    std::shared_ptr<RunLoopSource> add(std::function<void()> perform, std::string_view mode = kMode)
+    {
+        sources_.push_back(RunLoopSource::create(std::move(perform)));
+        loop->addSource(sources_.back(), mode);
+        return sources_.back();
+    }
+    std::shared_ptr<RunLoopSource> signalled(std::function<void()> perform, std::string_view mode = kMode)
+    {
+        add(std::move(perform), mode)->signal();
+        return sources_.back();
+    }
+
+    const std::shared_ptr<RunLoop> loop = RunLoop::current();
+
+private:
+    std::vector<std::shared_ptr<RunLoopSource>> sources_;
+};
+
+} // namespace
+
+TEST_F(RunLoopTest, SignalsAreServedOnceAndOnlyInTheModeThatRuns)
 {
     int performed = 0;
-    const auto source = RunLoopSource::create([&] { ++performed; });
-    const auto other = RunLoopSource::create([] { FAIL() << "served in a mode that it was not added to"; });
-    const auto loop = RunLoop::current();
+    const auto source = signalled([&] { ++performed; });
+    signalled([] { FAIL() << "served in a mode that it was not added to"; }, "another mode");
     loop->addSource(source, kMode);
-    loop->addSource(source, kMode);
-    loop->addSource(other, "another mode");
-    other->signal();
-    source->signal();
     source->signal();
     EXPECT_EQ(turn(), Result::timedOut);
     EXPECT_EQ(performed, 1);
-
     source->signal();
     EXPECT_EQ(loop->runMode(kMode, soon(), true), Result::handledSource);
-    EXPECT_EQ(performed, 2);
     source->invalidate();
-    other->invalidate();
     source->signal();
-    EXPECT_EQ(turn(), Result::finished);
+    EXPECT_EQ(loop->runMode(kMode, Date::distantFuture()), Result::finished);
     EXPECT_EQ(performed, 2);
-    loop->addSource(source, kMode);
-    EXPECT_EQ(turn(), Result::finished) << "an invalid source must not be added";
 }
 
-TEST(RunLoop, RunsNestAndStopEndsTheInnermost)
+TEST_F(RunLoopTest, RunsNestAndStopEndsTheInnermost)
 {
-    const auto loop = RunLoop::current();
     std::vector<std::string> story;
     const auto note = [&](const char* what) {
         story.push_back(std::string(what) + " in " + loop->currentMode().value_or("none"));
     };
-    const auto inner = RunLoopSource::create([&] {
-        note("inner");
-        loop->stop();
-    });
-    const auto outer = RunLoopSource::create([&] {
+    signalled([&] {
         note("outer");
-        loop->addSource(inner, "inner mode");
-        inner->signal();
+        signalled(
+            [&] {
+                note("inner");
+                loop->stop();
+            },
+            "inner mode");
         EXPECT_EQ(loop->runMode("inner mode", soon()), Result::stopped);
         note("back");
         loop->stop();
     });
-    const auto unreached = RunLoopSource::create([&] { note("later"); });
-    loop->addSource(outer, kMode);
-    loop->addSource(unreached, kMode);
-    outer->signal();
-    unreached->signal();
+    signalled([&] { note("later"); });
     EXPECT_EQ(loop->runMode(kMode, soon()), Result::stopped);
     EXPECT_EQ(story, (std::vector<std::string>{"outer in test mode", "inner in inner mode", "back in test mode"}));
     EXPECT_EQ(loop->currentMode(), std::nullopt);
@@ -89,51 +141,20 @@ TEST(RunLoop, RunsNestAndStopEndsTheInnermost)
     EXPECT_EQ(story.back(), "later in test mode") << "what a stop left behind stays signalled";
     loop->stop();
     EXPECT_EQ(loop->runMode(kMode, soon()), Result::stopped) << "a stop between runs ends the next one";
-    for (const auto& source : {inner, outer, unreached})
-        source->invalidate();
 }
 
-TEST(RunLoop, ARunOfTheSameModeInsideACallbackServesTheOthers)
+TEST_F(RunLoopTest, WhatACallbackThrowsReachesTheCallerAndTheLoopGoesOn)
 {
-    const auto loop = RunLoop::current();
-    std::vector<int> order;
-    const auto second = RunLoopSource::create([&] { order.push_back(2); });
-    const auto first = RunLoopSource::create([&] {
-        order.push_back(1);
-        EXPECT_EQ(turn(), Result::timedOut);
-        order.push_back(3);
-    });
-    loop->addSource(first, kMode);
-    loop->addSource(second, kMode);
-    first->signal();
-    second->signal();
-    turn();
-    EXPECT_EQ(order, (std::vector{1, 2, 3}));
-    first->invalidate();
-    second->invalidate();
-}
-
-TEST(RunLoop, WhatACallbackThrowsReachesTheCallerAndTheLoopGoesOn)
-{
-    const auto loop = RunLoop::current();
     int performed = 0;
-    const auto bad = RunLoopSource::create([] { throw std::runtime_error("from a callback"); });
-    const auto good = RunLoopSource::create([&] { ++performed; });
-    loop->addSource(bad, kMode);
-    loop->addSource(good, kMode);
-    bad->signal();
-    good->signal();
+    signalled([] { throw std::runtime_error("from a callback"); });
+    signalled([&] { ++performed; });
     EXPECT_THROW(loop->runMode(kMode, soon()), std::runtime_error);
-    EXPECT_EQ(loop->currentMode(), std::nullopt);
     EXPECT_EQ(turn(), Result::timedOut);
     EXPECT_EQ(performed, 1);
-    bad->invalidate();
-    good->invalidate();
 }
 
-TEST(RunLoop, CallbacksMayTakeEverythingAway)
+TEST_F(RunLoopTest, CallbacksMayTakeEverythingAway)
 {
-    const auto loop = RunLoop::current();
     std::weak_ptr<RunLoopSource> self;
     std::shared_ptr<RunLoopSource> sibling = RunLoopSource::create([] { FAIL() << "it was taken away before"; });
     {
@@ -149,37 +170,34 @@ TEST(RunLoop, CallbacksMayTakeEverythingAway)
         source->signal();
         sibling->signal();
     }
-    EXPECT_FALSE(self.expired()) << "a run loop keeps its sources";
-    EXPECT_EQ(loop->runMode(kMode, soon()), Result::finished);
+    EXPECT_EQ(loop->runMode(kMode, soon()), Result::finished) << "a run loop keeps its sources";
+    EXPECT_EQ(sibling, nullptr);
     EXPECT_TRUE(self.expired());
 }
 
-TEST(RunLoop, TimersFireInTheOrderOfTheirDatesWhenTheClockSaysSo)
+TEST_F(RunLoopTest, TimersFireInTheOrderOfTheirDatesWhenTheClockSaysSo)
 {
+    using Repeat = RunLoopTimer::Repeat;
     HostFixture host;
-    const auto loop = RunLoop::current();
     std::vector<std::string> fired;
-    const auto timer = [&](const char* name, double delay, double interval, RunLoopTimer::Repeat repeat) {
-        return RunLoopTimer::create(Date::afterNow(delay), interval, repeat,
-                                    [&fired, name](RunLoopTimer&) { fired.emplace_back(name); });
+    const auto timer = [&](const char* name, double delay, double interval, Repeat repeat) {
+        const auto made = RunLoopTimer::create(Date::afterNow(delay), interval, repeat,
+                                               [&fired, name](RunLoopTimer&) { fired.emplace_back(name); });
+        loop->addTimer(made, kMode);
+        return made;
     };
-    const auto late = timer("late", 20, 0, RunLoopTimer::Repeat::no);
-    const auto early = timer("early", 10, 0, RunLoopTimer::Repeat::no);
-    const auto often = timer("often", 15, 10, RunLoopTimer::Repeat::yes);
-    const auto waiting = timer("waiting", 12, 0, RunLoopTimer::Repeat::yes);
+    timer("late", 20, 0, Repeat::no);
+    timer("early", 10, 0, Repeat::no);
+    const auto often = timer("often", 15, 10, Repeat::yes);
+    const auto waiting = timer("waiting", 12, 0, Repeat::yes);
     const Date firstDate = often->fireDate();
-    for (const auto& it : {late, early, often, waiting})
-        loop->addTimer(it, kMode);
     turn();
     EXPECT_TRUE(fired.empty());
 
     host.advance(21s);
     turn();
     EXPECT_EQ(fired, (std::vector<std::string>{"early", "waiting", "often", "late"}));
-    EXPECT_FALSE(early->isValid());
-    EXPECT_TRUE(waiting->isValid());
     EXPECT_EQ(waiting->fireDate(), Date::distantFuture());
-    EXPECT_EQ(often->fireDate(), firstDate.addingTimeInterval(10));
 
     fired.clear();
     host.advance(32s); // at 53: the dates 25, 35 and 45 have passed, and count as one
@@ -187,46 +205,193 @@ TEST(RunLoop, TimersFireInTheOrderOfTheirDatesWhenTheClockSaysSo)
     EXPECT_EQ(fired, std::vector<std::string>{"often"});
     EXPECT_EQ(often->fireDate(), firstDate.addingTimeInterval(40));
 
-    waiting->setFireDate(Date::distantPast());
-    turn();
-    turn();
-    EXPECT_EQ(fired, (std::vector<std::string>{"often", "waiting"}));
     often->invalidate();
     waiting->invalidate();
     EXPECT_EQ(turn(), Result::finished);
 }
 
-TEST(RunLoop, ATimerDoesNotFireInsideItsOwnCallback)
+TEST_F(RunLoopTest, ATimerDoesNotFireInsideItsOwnCallbackWhileOthersAreServed)
 {
     int fired = 0;
+    int served = 0;
+    const auto other = add([&] { ++served; });
     const auto timer = RunLoopTimer::create(Date::distantPast(), 0, RunLoopTimer::Repeat::yes, [&](RunLoopTimer& it) {
-        ++fired;
+        EXPECT_EQ(served, fired++);
         it.setFireDate(Date::distantPast());
+        other->signal();
         EXPECT_EQ(turn(), Result::timedOut);
+        EXPECT_EQ(served, fired);
     });
-    RunLoop::current()->addTimer(timer, kMode);
-    RunLoop::current()->addTimer(timer, "another mode");
+    loop->addTimer(timer, kMode);
+    loop->addTimer(timer, "another mode");
     turn();
-    EXPECT_EQ(fired, 1);
     turn("another mode");
     EXPECT_EQ(fired, 2);
     timer->invalidate();
-    EXPECT_EQ(turn(), Result::finished);
     EXPECT_EQ(turn("another mode"), Result::finished);
 }
 
-TEST(RunLoop, WaitsNoLongerThanTheLimitAndUntilATimerIsDue)
+TEST_F(RunLoopTest, WaitsNoLongerThanTheLimitAndUntilATimerIsDue)
 {
-    const auto keepAlive = RunLoopSource::create({});
-    const auto loop = RunLoop::current();
-    loop->addSource(keepAlive, kMode);
+    add({});
     const Date start = Date::now();
     EXPECT_EQ(loop->runMode(kMode, Date::afterNow(0.03)), Result::timedOut);
     EXPECT_GE(Date::now().timeIntervalSince(start), 0.029);
-    const auto timer = RunLoopTimer::create(Date::afterNow(0.03), 0, RunLoopTimer::Repeat::no,
-                                            [](RunLoopTimer&) { RunLoop::current()->stop(); });
+    const auto timer =
+        RunLoopTimer::create(Date::afterNow(0.03), 0, RunLoopTimer::Repeat::no, [&](RunLoopTimer&) { loop->stop(); });
     loop->addTimer(timer, kMode);
     EXPECT_EQ(loop->runMode(kMode, soon()), Result::stopped);
     EXPECT_GE(Date::now().timeIntervalSince(start), 0.059);
-    keepAlive->invalidate();
+}
+
+TEST_F(RunLoopTest, OtherThreadsAddSignalRemoveAndStop)
+{
+    LoopThread other;
+    std::promise<bool> performed;
+    const auto source = RunLoopSource::create([&] { performed.set_value(other.loop()->isCurrent()); });
+    source->signal();
+    other.loop()->addSource(source, kMode);
+    EXPECT_TRUE(performed.get_future().get());
+
+    std::promise<void> fired;
+    const auto timer = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::no,
+                                            [&](RunLoopTimer&) { fired.set_value(); });
+    other.loop()->addTimer(timer, kMode);
+    timer->setFireDate(Date::now()); // the loop waits: it must be woken
+    EXPECT_EQ(fired.get_future().wait_for(10s), std::future_status::ready);
+
+    EXPECT_THROW(other.loop()->runMode(kMode, soon()), std::logic_error);
+    EXPECT_EQ(other.end(), Result::stopped);
+}
+
+TEST_F(RunLoopTest, ALoopThatWaitsEndsWhenItsLastSourceGoes)
+{
+    for (const bool byInvalidating : {true, false}) {
+        std::promise<std::shared_ptr<RunLoop>> started;
+        const auto source = RunLoopSource::create([] {});
+        auto result = std::async(std::launch::async, [&] {
+            RunLoop::current()->addSource(source, kMode);
+            started.set_value(RunLoop::current());
+            return RunLoop::current()->runMode(kMode, soon());
+        });
+        const auto other = started.get_future().get();
+        byInvalidating ? source->invalidate() : other->removeSource(source, kMode);
+        EXPECT_EQ(result.get(), Result::finished);
+    }
+}
+
+TEST_F(RunLoopTest, NoSignalIsLostHoweverManyThreadsSend)
+{
+    constexpr int kRounds = 2000;
+    LoopThread other;
+    std::atomic<int> sent{0};
+    std::promise<void> all;
+    const auto source = RunLoopSource::create([&, isTold = false]() mutable {
+        if (sent == 2 * kRounds && !std::exchange(isTold, true))
+            all.set_value();
+    });
+    other.loop()->addSource(source, kMode);
+    const auto send = [&] {
+        for (int i = 0; i < kRounds; ++i) {
+            ++sent;
+            source->signal();
+            other.loop()->wakeUp();
+        }
+    };
+    std::thread second(send);
+    send();
+    second.join();
+    EXPECT_EQ(all.get_future().wait_for(10s), std::future_status::ready);
+    other.end();
+}
+
+TEST_F(RunLoopTest, AddingAndInvalidatingRace)
+{
+    LoopThread other;
+    std::vector<std::weak_ptr<RunLoopSource>> made;
+    for (int i = 0; i < 200; ++i) {
+        const auto source = RunLoopSource::create([kept = std::make_shared<int>(i)] { EXPECT_GE(*kept, 0); });
+        made.push_back(source);
+        source->signal();
+        std::thread adder([&] {
+            for (const char* mode : {kMode, "another mode"})
+                other.loop()->addSource(source, mode);
+        });
+        source->invalidate();
+        adder.join();
+    }
+    std::promise<void> turned;
+    const auto last = RunLoopSource::create([&] { turned.set_value(); });
+    last->signal();
+    other.loop()->addSource(last, kMode);
+    turned.get_future().get();
+    for (const auto& source : made)
+        EXPECT_TRUE(source.expired()) << "an invalid source must not stay in a loop";
+}
+
+TEST_F(RunLoopTest, AThreadsEndLetsGoOfItsLoopsSources)
+{
+    std::shared_ptr<RunLoop> ended;
+    std::weak_ptr<RunLoopSource> source;
+    std::thread([&] {
+        ended = RunLoop::current();
+        const auto made = RunLoopSource::create([] {});
+        source = made;
+        ended->addSource(made, kMode);
+        ended->addSource(made, kDefaultRunLoopMode);
+    }).join();
+    EXPECT_TRUE(source.expired());
+    const auto late = RunLoopSource::create([] {});
+    ended->addSource(late, kMode);
+    EXPECT_EQ(late.use_count(), 1);
+}
+
+TEST_F(RunLoopTest, TheHostsLoopTurnsTheDefaultModeAndNoOther)
+{
+    int defaultMode = 0;
+    const auto hidden = signalled([] { FAIL() << "a private mode was turned from outside"; });
+    const auto source = signalled([&] { ++defaultMode; }, kDefaultRunLoopMode);
+    loop->wakeUp();
+    while (defaultMode == 0)
+        g_main_context_iteration(nullptr, TRUE);
+    hidden->invalidate();
+
+    // What the host has in its context is served by our default mode, and by no private one.
+    int hosts = 0;
+    const auto count = [](gpointer number) -> gboolean {
+        ++*static_cast<int*>(number);
+        return G_SOURCE_REMOVE;
+    };
+    g_idle_add_full(G_PRIORITY_HIGH, count, &hosts, nullptr);
+    turn(kMode);
+    EXPECT_EQ(hosts, 0);
+    source->signal();
+    turn(kDefaultRunLoopMode);
+    EXPECT_EQ(hosts, 1);
+    EXPECT_EQ(defaultMode, 2) << "a source of higher priority must not take the last turn from ours";
+}
+
+TEST_F(RunLoopTest, AThreadsOwnDefaultContextIsItsDefaultMode)
+{
+    std::thread([] {
+        GMainContext* const context = g_main_context_new();
+        g_main_context_push_thread_default(context);
+        int performed = 0;
+        const auto source = RunLoopSource::create([&] { ++performed; });
+        RunLoop::current()->addSource(source, kDefaultRunLoopMode);
+        source->signal();
+        g_main_context_iteration(context, FALSE);
+        EXPECT_EQ(performed, 1);
+        source->invalidate();
+        g_main_context_pop_thread_default(context);
+        g_main_context_unref(context);
+    }).join();
+    std::thread([] {
+        const auto source = RunLoopSource::create([] { FAIL() << "it was served by the process's default context"; });
+        RunLoop::current()->addSource(source, kDefaultRunLoopMode);
+        source->signal();
+        while (g_main_context_iteration(nullptr, FALSE)) {
+        }
+        EXPECT_EQ(g_main_context_get_thread_default(), nullptr) << "a host's thread is left as it is";
+    }).join();
 }

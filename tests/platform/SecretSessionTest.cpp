@@ -39,8 +39,7 @@ TEST(SecretSession, RefusesKeysThatGiveTheSecretAwayAndMessagesThatAreNone)
     ASSERT_TRUE(right.agree(left.publicKey()));
 
     const auto sent = left.encipher(Secret("password"));
-    EXPECT_FALSE(right.decipher({}, sent.value));
-    EXPECT_FALSE(right.decipher(sent.parameters, {}));
+    EXPECT_FALSE(right.decipher({}, sent.value) || right.decipher(sent.parameters, {}));
     EXPECT_FALSE(right.decipher(sent.parameters, Bytes(sent.value.begin(), sent.value.end() - 1)));
     // The padding is chosen by whoever sends: 0 and more than a block are none.
     for (const std::uint8_t change : {std::uint8_t{8}, std::uint8_t{0x18 ^ 0x08}}) {

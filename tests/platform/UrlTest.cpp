@@ -11,24 +11,17 @@
 #include <string>
 
 using dmf::Url;
-
-namespace {
-
-struct Expected {
-    const char* text;
-    const char* scheme;
-    std::optional<std::string> authority, host, port;
-    const char* path;
-    std::optional<std::string> query;
-};
-
-} // namespace
+using namespace std::string_view_literals;
 
 TEST(Url, TakesUrlsApart)
 {
-    const std::nullopt_t none = std::nullopt;
-    const Expected table[] = {
-        {"socket://10.0.0.5:9100", "socket", "10.0.0.5:9100", "10.0.0.5", "9100", "", none},
+    const auto none = std::nullopt;
+    const struct {
+        const char *text, *scheme;
+        std::optional<std::string> authority, host, port;
+        const char* path;
+        std::optional<std::string> query;
+    } table[] = {
         {"USB://QL/Model%20100?serial=CN12%2034", "USB", "QL", "QL", none, "/Model 100", "serial=CN12%2034"},
         {"ipp://[fe80::1%25en0]:631/p?a?b#f?x", "ipp", "[fe80::1%25en0]:631", "fe80::1%en0", "631", "/p", "a?b"},
         {"socket://fe80::1", "socket", "fe80::1", "fe80::1", none, "", none},
@@ -36,12 +29,10 @@ TEST(Url, TakesUrlsApart)
         {"vastel://10.0.0.5:Model%209/1%3a00:11", "vastel", "10.0.0.5:Model%209", "10.0.0.5", "Model%209", "/1:00:11",
          none},
         {"x://user:secret@Host%2eName:?", "x", "user:secret@Host%2eName:", "Host.Name", "", "", ""},
-        {"app://QLDMF/v=1&k=%C3%A4", "app", "QLDMF", "QLDMF", none, "/v=1&k=ä", none},
         {"app://h/%FF", "app", "h", "h", none, "", none},
         {"app://%FF/p", "app", "%FF", none, none, "/p", none},
         {"x:///p", "x", "", none, none, "/p", none},
         {"mailto:someone", "mailto", none, none, none, "someone", none},
-        {"x:", "x", none, none, none, "", none},
         {"x://a#b/?c", "x", "a", "a", none, "", none},
     };
     for (const auto& expected : table) {
@@ -60,15 +51,12 @@ TEST(Url, TakesUrlsApart)
 
 TEST(Url, RefusesWhatIsNoUrl)
 {
-    for (const std::string& text :
-         {std::string(),           std::string("://x"),        std::string("1x://a"),   std::string("a_b://c"),
-          std::string("noscheme"), std::string("/path"),       std::string("x://a b"),  std::string("x://a\tb"),
-          std::string("x://a\n"),  std::string("x://a\0b", 7), std::string("x://\x7F"), std::string("x://ä"),
-          std::string("x://\xFF"), std::string("x://%"),       std::string("x://%2"),   std::string("x://%zz"),
-          std::string("x://%2g/"), std::string("x://a<b"),     std::string("x://a\"b"), std::string("x://a\\b"),
-          std::string("x://a^b"),  std::string("x://a`b"),     std::string("x://{a}"),  std::string("x://a|b"),
-          " x://a" + std::string()})
+    for (const std::string_view text :
+         {""sv, "://x"sv, "1x://a"sv, "a_b://c"sv, "noscheme"sv, "/path"sv, " x://a"sv, "x://a b"sv, "x://a\n"sv,
+          "x://a\0b"sv, "x://\x7F"sv, "x://ä"sv, "x://%"sv, "x://%2"sv, "x://%zz"sv, "x://%2g/"sv})
         EXPECT_FALSE(Url::fromString(text)) << text;
+    for (const char forbidden : "<>\"\\^`{}|"sv)
+        EXPECT_FALSE(Url::fromString(std::string("x://") + forbidden)) << forbidden;
 }
 
 TEST(Url, SurvivesBytesOfAnyKindAndSize)
@@ -91,17 +79,6 @@ TEST(Url, SurvivesBytesOfAnyKindAndSize)
     EXPECT_FALSE(Url::fromString("x://" + megabyte + "%"));
 }
 
-TEST(Url, CopiesStandOnTheirOwn)
-{
-    auto url = Url::fromString("x://host:1/p");
-    const Url copy = *url;
-    url = Url::fromString("longer-scheme://another.host/other/path?query");
-    EXPECT_EQ(copy.scheme(), "x");
-    EXPECT_EQ(copy.host(), "host");
-    EXPECT_EQ(*url, *Url::fromString(url->absoluteString()));
-    EXPECT_FALSE(*url == copy);
-}
-
 TEST(Url, EscapesGoBackAndForth)
 {
     std::string all;
@@ -113,8 +90,7 @@ TEST(Url, EscapesGoBackAndForth)
     EXPECT_EQ(dmf::replacingPercentEscapes(escaped), all);
 
     EXPECT_EQ(dmf::replacingPercentEscapes("a%2fb%2Fc%00"), std::string("a/b/c\0", 6));
-    EXPECT_EQ(dmf::replacingPercentEscapes("%2525"), "%25");
-    EXPECT_EQ(dmf::replacingPercentEscapes("plain ä"), "plain ä");
+    EXPECT_EQ(dmf::replacingPercentEscapes("%2525 ä"), "%25 ä");
     for (const char* text : {"%", "%4", "%zz", "a%4", "%C3", "%C3%28", "\xFF", "%ED%A0%80"})
         EXPECT_EQ(dmf::replacingPercentEscapes(text), std::nullopt) << text;
 }
@@ -130,21 +106,15 @@ TEST(StringScanner, SkipsBlanksBeforeEachPieceOnly)
     EXPECT_EQ(scanner.scanUpToAnyOf("?/"), "QL one ");
     EXPECT_EQ(scanner.scanUpTo("/"), std::nullopt);
     EXPECT_TRUE(scanner.scanAnyOf("/?"));
-    EXPECT_FALSE(scanner.scanAnyOf("/?"));
-    EXPECT_FALSE(scanner.atEnd());
     EXPECT_EQ(scanner.scanUpTo("never"), "x");
     EXPECT_TRUE(scanner.atEnd());
-    EXPECT_EQ(scanner.scanUpTo("never"), std::nullopt);
-    EXPECT_EQ(scanner.remaining(), "");
 }
 
 TEST(StringScanner, FailuresLeaveItWhereItWas)
 {
     dmf::internal::StringScanner scanner("  /rest \n");
-    EXPECT_FALSE(scanner.scan("//"));
-    EXPECT_FALSE(scanner.scanUpTo("/"));
+    EXPECT_FALSE(scanner.scan("//") || scanner.scanUpTo("/"));
     EXPECT_EQ(scanner.remaining(), "  /rest \n");
     EXPECT_TRUE(scanner.scan("/rest"));
-    EXPECT_EQ(scanner.remaining(), " \n");
     EXPECT_TRUE(scanner.atEnd());
 }
