@@ -1,0 +1,3 @@
+# The tests' fixture runs the daemon; the back end is found at run time.
+target_include_directories(${program} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+add_dependencies(${program} dnssd)
