@@ -9,13 +9,12 @@
 
 #include <dmf/ADMInfo.h>
 #include <dmf/ADMInfoFileManager.h>
-#include <dmf/ADMLogger.h>
 #include <dmf/ADMModelInfoHandler.h>
 #include <dmf/ADMModelInfoManager.h>
 #include <dmf/ADMSecureData.h>
 #include <dmf/DMKeys.h>
 
-#include "support/HostFixture.h"
+#include "support/LogCapture.h"
 
 /// A machine with an empty model database beside its library, the built plug-ins, and a log that takes everything.
 /// Handlers are kept by the shared manager for good, so every test has tables of its own; what is in the library's own
@@ -30,12 +29,7 @@ public:
         fs::create_directory_symlink(fs::path(DMF_BUILD_FOLDER) / "lib/dmf/PlugIns",
                                      machine.path("/library/dmf/PlugIns"));
         machine.writeFile(kDMLogConfigPath, "debug");
-        logger_ = ADMLogger::initWithLogLevel("debug", machine.path("/messages.log").string());
-        logger_->startLogging();
     }
-    ~Database() { logger_->endLogging(); }
-    Database(const Database&) = delete;
-    Database& operator=(const Database&) = delete;
 
     /// Where the library's own table lies.
     std::filesystem::path resources() const { return machine.path("/library/dmf/Resources"); }
@@ -82,16 +76,12 @@ public:
         return handler ? handler->info() : nullptr;
     }
 
-    /// The messages since the last call, each with the letter of its level: "W text".
+    /// The messages since the last call, each with the letter of its level: "W  text".
     std::vector<std::string> takeLog()
     {
-        std::ifstream file(machine.path("/messages.log"));
-        file.seekg(logRead_);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(file, line);) {
-            logRead_ += static_cast<std::streamoff>(line.size()) + 1;
-            lines.push_back(line.substr(0, 2) + line.substr(line.find("] ") + 2));
-        }
+        auto lines = log_.lines();
+        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(logRead_));
+        logRead_ += lines.size();
         return lines;
     }
 
@@ -100,8 +90,8 @@ public:
 private:
     std::filesystem::path placeOf(std::string_view table) const { return table == kDMFKey ? resources() : location(); }
 
-    std::shared_ptr<ADMLogger> logger_;
-    std::streamoff logRead_ = 0;
+    LogCapture log_{machine};
+    std::size_t logRead_ = 0;
 };
 
 /// A property list whose root is a dictionary of this content.

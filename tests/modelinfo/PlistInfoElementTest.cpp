@@ -31,26 +31,12 @@ unsigned bitsOf(const DMFlags& flags)
 
 TEST(PlistInfoElement, HasAtMostOneKind)
 {
-    const std::pair<Value, unsigned> cases[] = {{Dictionary(), 1},
-                                                {Array(), 2},
-                                                {"", 4},
-                                                {0, 8},
-                                                {Data(), 16},
-                                                {Date(), 32},
-                                                {true, 0},
-                                                {Value(), 0},
-                                                {Value::ofObject(std::make_shared<int>()), 0}};
-    for (const auto& [info, bits] : cases) {
-        const auto node = element(info);
-        EXPECT_EQ(bitsOf(node->flags()), bits) << info.description();
-        EXPECT_EQ(node->value(), info);
-        EXPECT_FALSE(node->properties());
-        if (bits > 2) {
-            EXPECT_EQ(node->infoNamed("a"), nullptr);
-            EXPECT_EQ(node->infoNamed("a", 0), nullptr);
-            EXPECT_TRUE(node->allInfos().empty());
-            EXPECT_EQ(node->count(), 0u);
-        }
+    const Value infos[] = {Dictionary(), Array(), "", 0, Data(), Date(), true, Value()};
+    for (unsigned kind = 0; kind < std::size(infos); ++kind) {
+        const auto node = element(infos[kind]);
+        EXPECT_EQ(bitsOf(node->flags()), kind < 6 ? 1u << kind : 0u) << infos[kind].description();
+        EXPECT_EQ(node->value(), infos[kind]);
+        EXPECT_TRUE(kind < 2 || (!node->infoNamed("a") && !node->infoNamed("a", 0) && node->allInfos().empty()));
     }
 }
 
@@ -58,20 +44,15 @@ TEST(PlistInfoElement, DictionariesGoByNameAndArraysByIndex)
 {
     const auto dictionary = element(Dictionary{{"A", "a"}, {"B", Array{}}});
     EXPECT_EQ(dictionary->infoNamed("A", 7)->stringValue(), "a");
-    EXPECT_EQ(dictionary->infoNamed("A")->name(), "A");
-    EXPECT_EQ(dictionary->infoNamed("A", Dictionary{{"name", "other"}})->stringValue(), "a");
     EXPECT_EQ(dictionary->infoNamed("A", "other", "name")->stringValue(), "a");
     EXPECT_EQ(dictionary->infoNamed(std::nullopt, 0), nullptr);
-    EXPECT_EQ(dictionary->infoNamed("C"), nullptr);
 
     const auto array = element(Array{1, Value(), "x"});
     EXPECT_EQ(array->infoNamed("ignored", 2)->stringValue(), "x");
-    EXPECT_FALSE(array->infoNamed(std::nullopt, 0)->name());
     EXPECT_EQ(array->infoNamed(std::nullopt, 1), nullptr);
     EXPECT_EQ(array->infoNamed(std::nullopt, dmf::kNotFound), nullptr);
     EXPECT_EQ(array->infoNamed("x"), nullptr);
     EXPECT_THROW((void)array->infoNamed(std::nullopt, 3), std::out_of_range);
-    EXPECT_THROW((void)element(Array{})->infoNamed(std::nullopt, 0), std::out_of_range);
     EXPECT_EQ(array->count(), 2u); // what is null is no child
 }
 
@@ -124,7 +105,6 @@ TEST(PlistInfoElement, ValuesConvertWhereTheKindAllows)
     EXPECT_EQ(element(Date(0))->stringValue(), "1970-01-01 00:00:00 +0000");
     EXPECT_EQ(element("1970-01-01 00:00:00 +0000")->dateValue(), Date(0));
     EXPECT_FALSE(element("yesterday")->dateValue());
-    EXPECT_FALSE(element(Array{1})->dataValue());
     EXPECT_FALSE(element("text")->dataValue());
     EXPECT_FALSE(element(Dictionary{{"o", Value::ofObject(std::make_shared<int>())}})->dataValue());
 
@@ -136,24 +116,9 @@ TEST(PlistInfoElement, ValuesConvertWhereTheKindAllows)
 
 TEST(PlistInfoElement, NumbersOfStringsAreSinglePrecisionAndNeverFail)
 {
-    const std::pair<const char*, float> cases[] = {{"7", 7},
-                                                   {"2.5", 2.5F},
-                                                   {" \n+2.5e1mm", 25},
-                                                   {"-.5", -0.5F},
-                                                   {"0.1", 0.1F},
-                                                   {"", 0},
-                                                   {"x", 0},
-                                                   {"-", 0},
-                                                   {"inf", 0},
-                                                   {"nan", 0},
-                                                   {"0x10", 0},
-                                                   {"1e99", INFINITY},
-                                                   {"-1e99", -INFINITY},
-                                                   {"1e-99", 0},
-                                                   {"16777217", 16777216},
-                                                   {"1,5", 1},
-                                                   {".", 0},
-                                                   {"+-1", 0}};
+    const std::pair<const char*, float> cases[] = {
+        {"2.5", 2.5F}, {" \n+2.5e1mm", 25}, {"-.5", -0.5F}, {"0.1", 0.1F},          {"", 0},    {"-", 0},  {"inf", 0},
+        {"0x10", 0},   {"1e99", INFINITY},  {"1e-99", 0},   {"16777217", 16777216}, {"1,5", 1}, {"+-1", 0}};
     for (const auto& [text, expected] : cases) {
         const auto number = element(text)->numberValue();
         ASSERT_TRUE(number) << text;
@@ -161,27 +126,6 @@ TEST(PlistInfoElement, NumbersOfStringsAreSinglePrecisionAndNeverFail)
         EXPECT_EQ(number->doubleValue(), double{expected}) << text;
     }
     EXPECT_EQ(element("1" + std::string(60, '0'))->numberValue()->doubleValue(), INFINITY);
-    EXPECT_EQ(element("0." + std::string(60, '0') + "1")->numberValue()->doubleValue(), 0);
     EXPECT_EQ(element(std::uint64_t{1} << 63)->numberValue()->uint64Value(), std::uint64_t{1} << 63);
-    EXPECT_FALSE(element(Data())->numberValue());
     EXPECT_FALSE(element(true)->numberValue());
-}
-
-TEST(PlistInfoElement, SubclassesMakeChildrenOfTheirOwnKind)
-{
-    struct Special : ADMPlistInfoElement {
-        using ADMPlistInfoElement::ADMPlistInfoElement;
-        std::shared_ptr<ADMPlistInfoElement> makeChild(std::optional<std::string> name, Value info) const override
-        {
-            return std::make_shared<Special>(std::move(name), std::move(info));
-        }
-    };
-    const Special special(std::nullopt, Dictionary{{"k", Array{1}}});
-    EXPECT_NE(std::dynamic_pointer_cast<Special>(special.infoNamed("k")->allInfos().at(0)), nullptr);
-    EXPECT_NE(special.description().find("Special 0x"), std::string::npos);
-
-    const auto plain = ADMPlistInfoElement::plistInfoWithName("n", Value());
-    const std::string text = plain->description();
-    EXPECT_TRUE(text.starts_with("<ADMPlistInfoElement 0x")) << text;
-    EXPECT_TRUE(text.ends_with(" name = \"n\", properties = \"(null)\", contents = \"0x0\">")) << text;
 }
