@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
@@ -38,28 +37,6 @@ std::optional<std::string> decodedHex(std::string_view text)
     const auto data = com_ql_dmf_dataFromHexadecimalRepresentation(text);
     return data ? std::optional(std::string(data->text())) : std::nullopt;
 }
-
-/// Puts the process into a time zone for the length of a test.
-class TimeZone {
-public:
-    explicit TimeZone(const char* name)
-    {
-        if (const char* before = std::getenv("TZ"))
-            before_ = before;
-        set(name);
-    }
-    ~TimeZone() { set(before_ ? before_->c_str() : nullptr); }
-    TimeZone(const TimeZone&) = delete;
-    TimeZone& operator=(const TimeZone&) = delete;
-
-private:
-    static void set(const char* name)
-    {
-        name ? ::setenv("TZ", name, 1) : ::unsetenv("TZ");
-        ::tzset();
-    }
-    std::optional<std::string> before_;
-};
 
 } // namespace
 
@@ -119,9 +96,8 @@ TEST(Encodings, Base64OfBytesOfAnyKindAndSizeGoesBackAndForth)
 TEST(Encodings, TrimsBothEnds)
 {
     const auto blanks = CharacterSet::whitespace();
-    EXPECT_EQ(com_ql_dmf_trimCharactersInSet("  a b  ", blanks), "a b");
     EXPECT_EQ(com_ql_dmf_trimCharactersInSet("   ", blanks), "");
-    EXPECT_EQ(com_ql_dmf_trimCharactersInSet("\u00A0\u3000ä\u00A0", blanks), "ä");
+    EXPECT_EQ(com_ql_dmf_trimCharactersInSet("\u00A0\u3000ä b\u00A0", blanks), "ä b");
     EXPECT_EQ(com_ql_dmf_trimCharactersInSet("\xFF a \xE2\x82", blanks), "\xFF a \xE2\x82");
 }
 
@@ -152,7 +128,7 @@ TEST(Encodings, KeysAndFileNamesMapBothWays)
 
 TEST(Encodings, DatesAreReadByTheirFormat)
 {
-    const TimeZone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     struct Row {
         const char *text, *format, *utc;
         int milliseconds = 0;
@@ -174,6 +150,7 @@ TEST(Encodings, DatesAreReadByTheirFormat)
         EXPECT_EQ(date->description(), utc) << text;
         EXPECT_NEAR(date->timeIntervalSince(*Date::fromString(utc)), milliseconds / 1000.0, 1e-6) << text;
     }
+    ::unsetenv("TZ");
 }
 
 TEST(Encodings, TextsThatDoNotFitTheirFormatAreNoDates)

@@ -164,10 +164,15 @@ TEST(Logger, EachThreadHasAStackOfItsOwn)
     second->startLogging();
     first->startLogging();
     DMFLog("info", "1");
-    std::thread([] {
+    std::weak_ptr<ADMLogger> ofThread;
+    std::thread([&] {
         EXPECT_EQ(ADMLoggerPool::lastLogger(), nullptr);
         DMFLog("info", "elsewhere");
+        const auto own = ADMLogger::initWithLogLevel("debug", host.path("/own.log").string());
+        ofThread = own;
+        own->startLogging();
     }).join();
+    EXPECT_TRUE(ofThread.expired()) << "a thread's end lets go of its loggers";
     first->endLogging(); // its lowest entry goes, not its highest
     EXPECT_EQ(ADMLoggerPool::lastLogger(), first);
     first->endLogging();
@@ -176,18 +181,6 @@ TEST(Logger, EachThreadHasAStackOfItsOwn)
     EXPECT_EQ(ADMLoggerPool::lastLogger(), nullptr);
     EXPECT_THAT(host.messages("/first.log"), ElementsAre("1"));
     EXPECT_THAT(host.messages("/second.log"), ElementsAre("2"));
-}
-
-TEST(Logger, AThreadsEndLetsGoOfItsLoggers)
-{
-    LogHost host;
-    std::weak_ptr<ADMLogger> reference;
-    std::thread([&] {
-        const auto logger = ADMLogger::initWithLogLevel("debug", host.path("/thread.log").string());
-        reference = logger;
-        logger->startLogging();
-    }).join();
-    EXPECT_TRUE(reference.expired());
 }
 
 TEST(Logger, OneLoggerPerPathUntilItIsReleased)

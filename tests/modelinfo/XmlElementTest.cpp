@@ -203,19 +203,6 @@ TEST(XmlExtension, RepairedDocumentsComeWithTheFirstError)
     EXPECT_EQ(error.code(), static_cast<int>(dmf::XmlErrorCode::tooDeep));
 }
 
-TEST(XmlExtension, ChildrenAreFoundByLocalNameAndNamespace)
-{
-    const auto document =
-        com_ql_dmf_DocumentWithXMLString("<r xmlns:p='u' xmlns:q='v'>t<p:x/><!--x--><q:x/><x/><y/></r>", nullptr);
-    ASSERT_TRUE(document);
-    const auto root = document->rootElement();
-    EXPECT_EQ(com_ql_dmf_elementsForLocalName(root, "x").size(), 3u);
-    EXPECT_EQ(com_ql_dmf_elementForLocalName(root, "x", "v").name(), "q:x");
-    EXPECT_EQ(com_ql_dmf_elementForName(root, "x").name(), "x");
-    EXPECT_FALSE(com_ql_dmf_elementForLocalName(root, "z") || com_ql_dmf_elementForLocalName(root, "y", "u") ||
-                 com_ql_dmf_elementForName(root, "r:x"));
-}
-
 TEST(XmlExtension, SettingAValueLeavesOneChild)
 {
     const auto document = dmf::XmlDocument::withRootElement("r");

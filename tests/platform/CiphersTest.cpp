@@ -115,14 +115,7 @@ TEST(Ciphers, TripleDesRefusesWrongLengthsAndPaddings)
     }
 }
 
-TEST(Ciphers, Md5GivesPublishedVectors)
+TEST(Ciphers, KnownAnswersAreGivenHere)
 {
-    const auto digest = [](std::string_view text) {
-        const auto made = md5(bytes(text));
-        return Buffer(made.begin(), made.end());
-    };
-    EXPECT_EQ(digest(""), fromHex("d41d8cd98f00b204e9800998ecf8427e"));
-    EXPECT_EQ(digest("12345678901234567890123456789012345678901234567890123456789012345678901234567890"),
-              fromHex("57edf4a22be3c955ac49da2e2107b67a"));
     EXPECT_TRUE(ciphersGiveKnownAnswers());
 }

@@ -131,15 +131,6 @@ TEST(PropertyList, MalformedOnesAreRefusedWithAReason)
     EXPECT_EQ(reason, "line 4: unknown element");
 }
 
-TEST(PropertyList, EveryTruncationIsRefused)
-{
-    const std::string whole = R"(<?xml version="1.0"?><plist version="1.0"><dict><key>a&amp;</key><array>)"
-                              R"(<integer>1</integer><data>TQ==</data></array></dict></plist>)";
-    ASSERT_TRUE(parse(whole));
-    for (std::size_t length = 0; length < whole.size(); ++length)
-        EXPECT_FALSE(parse(whole.substr(0, length))) << length;
-}
-
 TEST(PropertyList, HostileOnesCostLittle)
 {
     const CpuTime used;

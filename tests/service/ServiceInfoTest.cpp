@@ -320,17 +320,6 @@ TEST(ServiceInfo, LocatesItsDeviceThroughItsProviderAndKeepsIt)
     EXPECT_EQ(transport->attempts(), 4);
 }
 
-TEST(ServiceInfo, WithoutAProviderOrPlugInThereIsNoDevice)
-{
-    HostFixture host;
-    const auto info = fromURI("usb://QL/M?serial=1");
-    EXPECT_EQ(info->device(), nullptr);
-    EXPECT_FALSE(info->isReachable());
-    EXPECT_EQ(fromSpec({})->modelInfo(), nullptr);
-    EXPECT_EQ(fromSpec({})->deviceName(), std::nullopt);
-    EXPECT_TRUE(fromSpec({})->supportedDeviceClasses().empty());
-}
-
 TEST(ServiceInfo, AsksTheDeviceForAnUnknownModel)
 {
     HostFixture host;

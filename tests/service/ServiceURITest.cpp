@@ -33,15 +33,8 @@ TEST(ServiceURI, IsWrittenInTheFormOfItsTransportOrOfTheCallersScheme)
         {URI::bonjourServiceURIWithServiceName("Office Printer", {}, {}),
          "dnssd://Office%20Printer._pdl-datastream._tcp.local./?bidi"},
         {URI::bonjourServiceURIWithServiceName("A", "_ipp._tcp", {}), "dnssd://A._ipp._tcplocal./?bidi"},
-        {URI::USBServiceURIWithProductName("Model 100", "QL", "CN12 34", "myapp"),
-         "myapp://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Model%20100&SerialNumber=CN12%2034"},
         {URI::networkServiceURIWithIPAddress("fe80::1%en0", "myapp"),
          "myapp://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0"},
-        {URI::networkServiceURIWithHostName("printer1", "myapp"),
-         "myapp://QLDMF/v=1&connectionType=IP&HostName=printer1"},
-        {URI::bonjourServiceURIWithServiceName("Office Printer", {}, {}, "myapp"),
-         "myapp://QLDMF/v=1&connectionType=Rendezvous&BonjourServiceName=Office%20Printer"
-         "&BonjourServiceType=_pdl-datastream._tcp.&BonjourServiceDomain=local."},
     };
     for (const auto& [uri, expected] : cases)
         EXPECT_EQ(textOf(uri), expected);
