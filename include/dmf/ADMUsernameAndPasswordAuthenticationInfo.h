@@ -39,7 +39,9 @@ public:
 
     /// The credential that the user's keyring holds for the service, found by its URI and its model name (failing that
     /// by the URI once more); persistence is 0. Empty when the service has no URI and when nothing could be read: there
-    /// is none, the keyring is locked, or nobody answers. Never asks the user; blocks for up to 2 seconds.
+    /// is none, the keyring is locked, or nobody answers. Never asks the user; blocks for up to 2 seconds. A service
+    /// that does not know its model yet asks its device, on a thread of the library: that counts, and goes on behind
+    /// this call when it takes longer.
     [[nodiscard]] static std::shared_ptr<ADMUsernameAndPasswordAuthenticationInfo>
     initFromKeychainForServiceInfo(const std::shared_ptr<ADMServiceInfo>& serviceInfo);
 
@@ -56,7 +58,8 @@ public:
 
     /// Puts the credential into the user's default keyring. False when the service has no URI, when the keyring holds
     /// an item for the same service and user already, and when the keyring is missing, stays locked or does not answer.
-    /// Blocks for up to 2 seconds, or for up to 30 where the user is asked to unlock the keyring.
+    /// Blocks for up to 2 seconds, or for up to 30 where the user is asked to unlock the keyring; the device is asked
+    /// for its model within them, as above.
     [[nodiscard]] bool storeInKeychainForServiceInfo(const std::shared_ptr<ADMServiceInfo>& serviceInfo) const override;
 
 private:

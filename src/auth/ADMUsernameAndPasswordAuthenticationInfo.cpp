@@ -9,13 +9,16 @@ using namespace dmf::internal;
 namespace {
 
 /// Where the keyring keeps what belongs to the service; nothing for a service without a URI. A service is called by its
-/// model, which people know, or else by its URI.
-std::optional<KeyringPlace> placeOf(const std::shared_ptr<ADMServiceInfo>& serviceInfo)
+/// model, which people know, or else by its URI. A service that does not know its model asks its device, for as long as
+/// that takes, so this is for the keyring's thread.
+KeyringPlaceOf placeOf(const std::shared_ptr<ADMServiceInfo>& serviceInfo)
 {
-    const auto uri = serviceInfo ? serviceInfo->uri() : std::nullopt;
-    if (!uri)
-        return std::nullopt;
-    return KeyringPlace{*uri, serviceInfo->modelName().value_or(*uri)};
+    return [serviceInfo]() -> std::optional<KeyringPlace> {
+        const auto uri = serviceInfo->uri();
+        if (!uri)
+            return std::nullopt;
+        return KeyringPlace{*uri, serviceInfo->modelName().value_or(*uri)};
+    };
 }
 
 } // namespace
@@ -33,8 +36,7 @@ ADMUsernameAndPasswordAuthenticationInfo::initFromKeychainForServiceInfo(
     const std::shared_ptr<ADMServiceInfo>& serviceInfo)
 {
     constexpr std::int32_t persistence = 0; // what it was stored with is nobody else's affair
-    const auto place = placeOf(serviceInfo);
-    const auto item = place ? findInKeyring(*place) : std::nullopt;
+    const auto item = serviceInfo ? findInKeyring(placeOf(serviceInfo)) : std::nullopt;
     return item ? initWithUsername(item->account, item->password.view(), persistence) : nullptr;
 }
 
@@ -50,6 +52,5 @@ ADMUsernameAndPasswordAuthenticationInfo::~ADMUsernameAndPasswordAuthenticationI
 bool ADMUsernameAndPasswordAuthenticationInfo::storeInKeychainForServiceInfo(
     const std::shared_ptr<ADMServiceInfo>& serviceInfo) const
 {
-    const auto place = placeOf(serviceInfo);
-    return place && storeInKeyring(*place, username_, dmf::Secret(password_.view()));
+    return serviceInfo && storeInKeyring(placeOf(serviceInfo), username_, dmf::Secret(password_.view()));
 }

@@ -1,6 +1,5 @@
 #include <dmf/ADMWEPAuthenticationInfo.h>
 
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -8,28 +7,31 @@
 
 namespace {
 
+dmf::Value deepCopy(const dmf::Value& value);
+
+/// Gives a value that was copied where it stays storage of its own. A text has it already, and must not be moved any
+/// more: a short one leaves its characters behind.
+void unshare(dmf::Value& value)
+{
+    if (!value.asString())
+        value = deepCopy(value);
+}
+
 /// Values share their storage, and shared storage cannot be wiped: the same value in storage of its own.
 dmf::Value deepCopy(const dmf::Value& value)
 {
     if (const auto* const data = value.asData())
         return dmf::Data(data->bytes());
     if (const auto* const array = value.asArray()) {
-        std::vector<dmf::Value> items;
-        items.reserve(array->size());
-        // Texts are made where they stay: a short one that is moved leaves its characters behind.
-        for (const auto& item : *array) {
-            if (const auto* const text = item.asString())
-                items.emplace_back(std::string_view(*text));
-            else
-                items.push_back(deepCopy(item));
-        }
+        std::vector<dmf::Value> items(array->begin(), array->end());
+        for (auto& item : items)
+            unshare(item);
         return dmf::Array(std::move(items));
     }
     if (const auto* const dictionary = value.asDictionary()) {
-        std::vector<dmf::Dictionary::Entry> entries;
-        entries.reserve(dictionary->size());
-        for (const auto& entry : *dictionary)
-            entries.push_back({entry.key, deepCopy(entry.value)});
+        std::vector<dmf::Dictionary::Entry> entries(dictionary->begin(), dictionary->end());
+        for (auto& entry : entries)
+            unshare(entry.value);
         return dmf::Dictionary(std::move(entries));
     }
     return value;

@@ -10,22 +10,6 @@ BoundedWork::Clock::duration seconds(double count)
     return std::chrono::duration_cast<BoundedWork::Clock::duration>(std::chrono::duration<double>(count));
 }
 
-/// A main context that is the thread's default for as long as this object lives.
-class OwnContext {
-public:
-    OwnContext() : context_(g_main_context_new()) { g_main_context_push_thread_default(context_); }
-    ~OwnContext()
-    {
-        g_main_context_pop_thread_default(context_);
-        g_main_context_unref(context_);
-    }
-    OwnContext(const OwnContext&) = delete;
-    OwnContext& operator=(const OwnContext&) = delete;
-
-private:
-    GMainContext* const context_;
-};
-
 } // namespace
 
 BoundedWork::BoundedWork(Bounds bounds)
@@ -50,7 +34,6 @@ bool BoundedWork::runToEnd(std::function<void(BoundedWork&)> work)
     const auto self = shared_from_this();
     auto body = [self, work = std::move(work)]() mutable {
         try {
-            const OwnContext context;
             work(*self);
         } catch (const std::exception&) {
             // No memory, or no random numbers: to the caller it is an answer that never came.

@@ -14,9 +14,8 @@
 
 namespace dmf::internal {
 
-/// Work whose caller waits for a bounded time only. The work runs on a thread and in a main context of its own, so that
-/// nothing of it reaches the caller's context; work that is late is cancelled, and ends by itself what it has begun.
-/// Thread-safe.
+/// Work whose caller waits for a bounded time only. The work runs on a thread of its own; work that is late is
+/// cancelled, and ends by itself what it has begun. Thread-safe.
 class BoundedWork : public std::enable_shared_from_this<BoundedWork> {
 public:
     using Clock = std::chrono::steady_clock;

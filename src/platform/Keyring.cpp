@@ -84,6 +84,13 @@ std::vector<std::uint8_t> bytesOf(GVariant* variant)
     return {bytes, bytes + size};
 }
 
+/// The place, if it can be searched for and stored under.
+std::optional<KeyringPlace> usablePlace(const KeyringPlaceOf& placeOf)
+{
+    auto place = placeOf();
+    return place && isSendable(place->server) && isSendable(place->label) ? std::move(place) : std::nullopt;
+}
+
 /// The attributes of a place: all that is searched for, with the account where one item is meant.
 GVariant* attributesOf(const KeyringPlace& place, const std::string* account, bool withSchema = false)
 {
@@ -290,26 +297,31 @@ bool Keyring::store(const KeyringPlace& place, const std::string& account, const
 
 } // namespace
 
-std::optional<KeyringItem> findInKeyring(const KeyringPlace& place, Bounds bounds)
+std::optional<KeyringItem> findInKeyring(KeyringPlaceOf placeOf, Bounds bounds)
 {
     const auto address = busAddress(Bus::session);
-    if (!address || !isSendable(place.server) || !isSendable(place.label))
+    if (!address)
         return std::nullopt;
     auto found = BoundedWork::run<std::optional<KeyringItem>>(
-        bounds, [address, place](BoundedWork& work) { return Keyring(*address, work).find(place); });
+        bounds, [address, placeOf = std::move(placeOf)](BoundedWork& work) {
+            const auto place = usablePlace(placeOf);
+            return place ? Keyring(*address, work).find(*place) : std::nullopt;
+        });
     return found ? *std::move(found) : std::nullopt;
 }
 
-bool storeInKeyring(const KeyringPlace& place, const std::string& account, Secret password, Bounds bounds)
+bool storeInKeyring(KeyringPlaceOf placeOf, const std::string& account, Secret password, Bounds bounds)
 {
     const auto address = busAddress(Bus::session);
     // A password that is no text could be stored, but never be handed back.
-    if (!address || !isSendable(place.server) || !isSendable(place.label) || !isSendable(account) ||
-        !isValidUtf8(password.view()))
+    if (!address || !isSendable(account) || !isValidUtf8(password.view()))
         return false;
     const auto kept = std::make_shared<const Secret>(std::move(password));
-    const auto isStored = BoundedWork::run<bool>(
-        bounds, [=](BoundedWork& work) { return Keyring(*address, work).store(place, account, *kept); });
+    const auto isStored =
+        BoundedWork::run<bool>(bounds, [address, placeOf = std::move(placeOf), account, kept](BoundedWork& work) {
+            const auto place = usablePlace(placeOf);
+            return place && Keyring(*address, work).store(*place, account, *kept);
+        });
     return isStored.value_or(false);
 }
 

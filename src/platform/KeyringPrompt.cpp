@@ -7,22 +7,26 @@ namespace {
 
 constexpr const char* kPrompt = "org.freedesktop.Secret.Prompt";
 
-/// The end of a prompt, listened for from before it begins. The main context is that of the work.
+/// The end of a prompt, listened for from before it begins.
 class PromptEnd {
 public:
-    PromptEnd(GDBusConnection* connection, const std::string& prompt) : connection_(connection)
+    PromptEnd(MessageBus& bus, const std::string& prompt) : connection_(bus.connection()), context_(bus.context())
     {
+        GDBusConnection* const connection = connection_;
         completed_ = g_dbus_connection_signal_subscribe(connection, kKeyringName, kPrompt, "Completed", prompt.c_str(),
                                                         nullptr, G_DBUS_SIGNAL_FLAGS_NONE, &onCompleted, this, nullptr);
         // A program that ends cannot say so in any other way.
         left_ = g_dbus_connection_signal_subscribe(connection, "org.freedesktop.DBus", "org.freedesktop.DBus",
                                                    "NameOwnerChanged", "/org/freedesktop/DBus", kKeyringName,
                                                    G_DBUS_SIGNAL_FLAGS_NONE, &onOwnerChanged, this, nullptr);
+        // Nor can a bus.
+        closed_ = g_signal_connect(connection, "closed", G_CALLBACK(&onClosed), this);
     }
     ~PromptEnd()
     {
         g_dbus_connection_signal_unsubscribe(connection_, completed_);
         g_dbus_connection_signal_unsubscribe(connection_, left_);
+        g_signal_handler_disconnect(connection_, closed_);
     }
     PromptEnd(const PromptEnd&) = delete;
     PromptEnd& operator=(const PromptEnd&) = delete;
@@ -30,14 +34,13 @@ public:
     /// Whether the person agreed; nothing when the work was late.
     [[nodiscard]] std::optional<bool> wait(BoundedWork& work)
     {
-        GMainContext* const context = g_main_context_get_thread_default();
         GSource* const cancelled = g_cancellable_source_new(work.cancellable());
         g_source_set_callback(cancelled,
                               G_SOURCE_FUNC(+[](GCancellable*, gpointer) -> gboolean { return G_SOURCE_REMOVE; }),
                               nullptr, nullptr);
-        g_source_attach(cancelled, context);
+        g_source_attach(cancelled, context_);
         while (!agreed_ && !work.isLate())
-            g_main_context_iteration(context, TRUE);
+            g_main_context_iteration(context_, TRUE);
         g_source_destroy(cancelled);
         g_source_unref(cancelled);
         return agreed_;
@@ -58,9 +61,16 @@ private:
         static_cast<PromptEnd*>(self)->agreed_ = false;
     }
 
+    static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
+    {
+        static_cast<PromptEnd*>(self)->agreed_ = false;
+    }
+
     GDBusConnection* const connection_;
+    GMainContext* const context_;
     guint completed_ = 0;
     guint left_ = 0;
+    gulong closed_ = 0;
     std::optional<bool> agreed_;
 };
 
@@ -68,7 +78,7 @@ private:
 
 bool performKeyringPrompt(MessageBus& bus, BoundedWork& work, const std::string& prompt)
 {
-    PromptEnd end(bus.connection(), prompt);
+    PromptEnd end(bus, prompt);
     if (!bus.call(kKeyringName, prompt, kPrompt, "Prompt", g_variant_new("(s)", ""), "()"))
         return false;
     const auto agreed = end.wait(work);

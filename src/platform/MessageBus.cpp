@@ -1,5 +1,8 @@
 #include "platform/MessageBus.h"
 
+#include <chrono>
+#include <thread>
+
 #include "platform/Host.h"
 
 namespace dmf::internal {
@@ -39,6 +42,13 @@ std::string unixAddress(const std::string& path)
     return address;
 }
 
+GDBusConnection* newConnection(const std::string& address)
+{
+    constexpr auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    return G_DBUS_CONNECTION(g_object_new(G_TYPE_DBUS_CONNECTION, "address", address.c_str(), "flags", flags, nullptr));
+}
+
 } // namespace
 
 std::optional<std::string> busAddress(Bus bus)
@@ -54,17 +64,38 @@ std::optional<std::string> busAddress(Bus bus)
     return folder && folder->starts_with('/') ? std::optional(unixAddress(*folder + "/bus")) : std::nullopt;
 }
 
-MessageBus::MessageBus(const std::string& address, BoundedWork& work) : work_(work)
+/// Made and connected in two steps, so that one that could not be connected is let go like the others.
+MessageBus::MessageBus(const std::string& address, BoundedWork& work)
+    : work_(work), connection_(newConnection(address)),
+      isConnected_(g_initable_init(G_INITABLE(connection_), work.cancellable(), nullptr) != FALSE)
 {
-    constexpr auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    connection_ = g_dbus_connection_new_for_address_sync(address.c_str(), flags, nullptr, work.cancellable(), nullptr);
 }
 
+/// What GDBus still has to say, that the bus is gone or a signal came, it leaves in the context; that holds the
+/// connection, and the connection holds the context: undispatched, they would keep each other for ever, with the
+/// descriptors. Its thread may add to it until the connection is gone.
 MessageBus::~MessageBus()
 {
-    if (connection_)
-        g_object_unref(connection_);
+    constexpr auto patience = std::chrono::seconds(1);
+    constexpr auto pause = std::chrono::milliseconds(1); // GDBus tells nobody when it has done with a connection
+    GWeakRef watched;
+    g_weak_ref_init(&watched, connection_);
+    g_object_unref(connection_);
+    const auto isLeft = [&] {
+        auto* const left = static_cast<GObject*>(g_weak_ref_get(&watched));
+        if (left)
+            g_object_unref(left);
+        return left != nullptr;
+    };
+    const auto limit = BoundedWork::Clock::now() + patience;
+    do {
+        while (g_main_context_iteration(context_.get(), FALSE) && BoundedWork::Clock::now() < limit)
+            ;
+        if (!isLeft())
+            break;
+        std::this_thread::sleep_for(pause);
+    } while (BoundedWork::Clock::now() < limit);
+    g_weak_ref_clear(&watched);
 }
 
 Variant MessageBus::call(const std::string& name, const std::string& path, const char* interface, const char* operation,

@@ -22,8 +22,27 @@ using Variant = std::unique_ptr<GVariant, UnreferenceVariant>;
 /// up before the work begins: the work may outlive what the environment is read through.
 [[nodiscard]] std::optional<std::string> busAddress(Bus bus);
 
-/// A connection of one piece of work of its own. The process's shared connection would be kept for ever to the bus that
-/// was there first, and cannot be had within a bound. Reentrant; used by the thread of its work.
+/// A main context that is the thread's default for as long as this object lives.
+class OwnContext {
+public:
+    OwnContext() : context_(g_main_context_new()) { g_main_context_push_thread_default(context_); }
+    ~OwnContext()
+    {
+        g_main_context_pop_thread_default(context_);
+        g_main_context_unref(context_);
+    }
+    OwnContext(const OwnContext&) = delete;
+    OwnContext& operator=(const OwnContext&) = delete;
+
+    [[nodiscard]] GMainContext* get() const noexcept { return context_; }
+
+private:
+    GMainContext* const context_;
+};
+
+/// A connection of one piece of work of its own, in a main context of its own, so that nothing of it reaches the
+/// caller's. The process's shared connection would be kept for ever to the bus that was there first, and cannot be had
+/// within a bound. Reentrant; used by the thread of its work.
 class MessageBus {
 public:
     enum class Problem : std::uint8_t { none, noSuchName, other };
@@ -34,8 +53,10 @@ public:
     MessageBus(const MessageBus&) = delete;
     MessageBus& operator=(const MessageBus&) = delete;
 
-    [[nodiscard]] bool isConnected() const noexcept { return connection_ != nullptr; }
+    [[nodiscard]] bool isConnected() const noexcept { return isConnected_; }
     [[nodiscard]] GDBusConnection* connection() const noexcept { return connection_; }
+    /// Where what the bus tells by itself is dispatched.
+    [[nodiscard]] GMainContext* context() const noexcept { return context_.get(); }
 
     /// Calls and waits for the answer: a tuple of the kind `answer`, or empty, with `problem` telling why. A floating
     /// `arguments` is taken over.
@@ -45,7 +66,9 @@ public:
 
 private:
     BoundedWork& work_;
-    GDBusConnection* connection_ = nullptr;
+    const OwnContext context_;
+    GDBusConnection* const connection_;
+    const bool isConnected_;
 };
 
 } // namespace dmf::internal

@@ -1,8 +1,10 @@
+#include <dmf/ADMServiceInfoImp.h>
 #include <dmf/ADMUsernameAndPasswordAuthenticationInfo.h>
 #include <dmf/platform/DesktopServices.h>
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -158,11 +160,77 @@ TEST(Keyring, GivesAPersonMoreTimeButNotForEver)
 
     const dmf::internal::Bounds bounds{2.0, 3.0};
     const auto begin = Clock::now();
-    EXPECT_FALSE(dmf::internal::storeInKeyring({kUri, kUri}, "eva", dmf::Secret("password"), bounds));
+    const auto place = [] { return dmf::internal::KeyringPlace{kUri, kUri}; };
+    EXPECT_FALSE(dmf::internal::storeInKeyring(place, "eva", dmf::Secret("password"), bounds));
     const auto took = Clock::now() - begin;
     EXPECT_GE(took, 3s) << "nobody was asked, or not for long enough";
     EXPECT_LT(took, 5s);
     EXPECT_TRUE(noKeyringThreadIsLeft()) << "the question was not taken back";
+}
+
+TEST(Keyring, WaitsForNoPersonOnceTheBusIsGone)
+{
+    KeyringFixture keyring(true);
+    MachineOn machine(keyring.bus.address());
+    keyring.lock();
+    auto storing = std::async(std::launch::async, [] { return keep("eva", "password", service(kUri)); });
+    ASSERT_TRUE(keyring.bus.waitUntilCalled());
+    keyring.bus.daemon().signal(SIGKILL);
+    ASSERT_EQ(storing.wait_for(5s), std::future_status::ready);
+    EXPECT_FALSE(storing.get());
+}
+
+TEST(Keyring, LeavesNoDescriptorBehindWhenTheBusDiesUnderACall)
+{
+    const auto round = [] {
+        SessionBus bus("org.freedesktop.secrets");
+        MachineOn machine(bus.address());
+        auto finding = std::async(std::launch::async, [] { return find(service(kUri)); });
+        ASSERT_TRUE(bus.waitUntilCalled());
+        bus.daemon().signal(SIGKILL);
+        EXPECT_EQ(finding.get(), nullptr);
+    };
+    round(); // GDBus opens some for the life of the process
+    ASSERT_TRUE(noKeyringThreadIsLeft());
+    const auto before = openDescriptors();
+    for (int i = 0; i < 4; ++i)
+        round();
+    ASSERT_TRUE(noKeyringThreadIsLeft());
+    const auto deadline = Clock::now() + 5s;
+    while (openDescriptors() > before && Clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_LE(openDescriptors(), before);
+}
+
+TEST(Keyring, DoesNotWaitForAServiceThatAsksItsDeviceForTheModel)
+{
+    /// Says what it is once it may.
+    struct SlowDevice : FakeDevice {
+        std::promise<void> mayAnswer;
+        std::shared_future<void> answer = mayAnswer.get_future().share();
+        dmf::Dictionary retrieveParameters(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>) override
+        {
+            answer.wait();
+            return {{"vendorName", "QL"}, {"modelName", "Model 9"}};
+        }
+    };
+    KeyringFixture keyring;
+    MachineOn machine(keyring.bus.address());
+    const auto device = std::make_shared<SlowDevice>();
+    const auto info = ADMServiceInfoImp::serviceInfoWithURI(kUri, "com.ql.printer");
+    info->setDevice(device);
+    const auto credential = Named::initWithUsername("eva", "password", 0);
+    const auto begin = Clock::now();
+    auto storing = std::async(std::launch::async, [&] { return credential->storeInKeychainForServiceInfo(info); });
+    EXPECT_EQ(Named::initFromKeychainForServiceInfo(info), nullptr);
+    EXPECT_FALSE(storing.get());
+    EXPECT_LT(Clock::now() - begin, 4s);
+
+    device->mayAnswer.set_value();
+    EXPECT_TRUE(noKeyringThreadIsLeft());
+    EXPECT_EQ(find(service(kUri, "Model 9")), nullptr) << "what is late stores nothing";
+    EXPECT_TRUE(credential->storeInKeychainForServiceInfo(info));
+    EXPECT_TRUE(find(service(kUri, "Model 9"))) << "under the model's name";
 }
 
 TEST(Keyring, ThatIsNotThereCostsLittleTime)

@@ -3,8 +3,15 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
+
+/// How many descriptors the process has. GDBus closes those of its connections on its own thread.
+inline std::ptrdiff_t openDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
 
 /// Waits until what the keyring was asked has ended on the library's side as well.
 inline bool noKeyringThreadIsLeft()

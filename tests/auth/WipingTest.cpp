@@ -11,7 +11,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -23,17 +26,19 @@
 namespace {
 
 /// Looks for a secret in all the memory that the process can write. The secret is kept in a disguise, and what is read
-/// for the search lies in memory that is left out, so that the search does not find itself. Only the second half of the
-/// secret is looked for: the allocator itself overwrites the beginning of what it gets back.
+/// for the search lies in memory that is left out, so that the search does not find itself. Only the second half of a
+/// long secret is looked for: the allocator itself overwrites the beginning of what it gets back. Of a short one only
+/// the first character is left out: a string that was moved from has lost that one.
 class MemorySearch {
 public:
-    static constexpr std::size_t kLength = 96;
-    static constexpr std::size_t kSought = kLength / 2;
+    static constexpr std::size_t kLong = 96;
+    static constexpr std::size_t kShort = 13; // lies in the string itself, behind what the allocator overwrites
 
-    MemorySearch()
+    explicit MemorySearch(std::size_t length = kLong)
+        : length_(length), sought_(length == kLong ? kLong / 2 : length - 1), disguised_(length)
     {
         const int source = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-        EXPECT_EQ(::read(source, disguised_.data(), kLength), static_cast<ssize_t>(kLength));
+        EXPECT_EQ(::read(source, disguised_.data(), length_), static_cast<ssize_t>(length_));
         ::close(source);
         for (auto& byte : disguised_)
             byte = static_cast<unsigned char>((byte % 26 + 'a') ^ kDisguise);
@@ -48,11 +53,11 @@ public:
     template <class Use>
     void reveal(Use use) const
     {
-        std::array<char, kLength> plain;
-        for (std::size_t i = 0; i < kLength; ++i)
+        std::array<char, kLong> plain;
+        for (std::size_t i = 0; i < length_; ++i)
             plain[i] = static_cast<char>(disguised_[i] ^ kDisguise);
-        use(std::string_view(plain.data(), kLength));
-        dmf::Secret::wipe(plain.data(), kLength);
+        use(std::string_view(plain.data(), length_));
+        dmf::Secret::wipe(plain.data(), length_);
     }
 
     std::size_t count() const
@@ -87,32 +92,33 @@ private:
             if (at < window && window < at + size)
                 size = window - at;
             const ssize_t got = ::pread(memory, window_, size, static_cast<off_t>(at));
-            if (got < static_cast<ssize_t>(kSought))
+            if (got < static_cast<ssize_t>(sought_))
                 break;
             found += countInWindow(static_cast<std::size_t>(got));
-            at += size == end - at ? size : size - (kSought - 1); // what lies across two windows counts too
+            at += size == end - at ? size : size - (sought_ - 1); // what lies across two windows counts too
         }
         return found;
     }
     std::size_t countInWindow(std::size_t size) const
     {
-        const unsigned char* const sought = disguised_.data() + (kLength - kSought);
+        const unsigned char* const sought = disguised_.data() + (length_ - sought_);
         std::size_t found = 0;
         for (unsigned char* at = window_;
              (at = static_cast<unsigned char*>(
                   std::memchr(at, sought[0] ^ kDisguise, static_cast<std::size_t>(window_ + size - at)))) != nullptr;
              ++at) {
-            if (at + kSought > window_ + size)
+            if (at + sought_ > window_ + size)
                 break;
             std::size_t i = 0;
-            while (i < kSought && at[i] == (sought[i] ^ kDisguise))
+            while (i < sought_ && at[i] == (sought[i] ^ kDisguise))
                 ++i;
-            found += i == kSought ? 1 : 0;
+            found += i == sought_ ? 1 : 0;
         }
         return found;
     }
 
-    std::array<unsigned char, kLength> disguised_{};
+    const std::size_t length_, sought_;
+    std::vector<unsigned char> disguised_;
     unsigned char* window_ = nullptr;
 };
 
@@ -139,6 +145,45 @@ TEST(Wiping, LeavesNoCopyOfACredentialBehind)
     for (auto& each : held) {
         each.reset();
         EXPECT_EQ(secret.count(), --left);
+    }
+}
+
+/// A credential with the key in a container; what the test has of the key itself is made where it stays, and wiped.
+std::shared_ptr<ADMWEPAuthenticationInfo> heldKeys(std::string_view key, bool isInDictionary)
+{
+    const auto make = [&](dmf::Value& place) {
+        std::destroy_at(&place);
+        std::construct_at(&place, key);
+    };
+    const auto wipe = [](const dmf::Value& text) {
+        dmf::Secret::wipe(const_cast<char*>(text.asString()->data()), text.asString()->size());
+    };
+    std::vector<dmf::Value> keys(2);
+    make(keys[1]);
+    std::vector<dmf::Dictionary::Entry> entries(1);
+    make(entries[0].value);
+    const dmf::Array array(std::move(keys));
+    const dmf::Dictionary dictionary(std::move(entries));
+    const auto held = isInDictionary ? ADMAuthenticationInfo::authenticationInfoWithWEPKeys(dictionary)
+                                     : ADMAuthenticationInfo::authenticationInfoWithWEPKeys(array);
+    wipe(array.at(1));
+    wipe(dictionary.begin()->value);
+    return held;
+}
+
+TEST(Wiping, LeavesNoCopyOfAShortKeyBehind)
+{
+    DMF_SKIP_UNDER_SANITIZERS;
+    for (const bool isInDictionary : {false, true}) {
+        const MemorySearch secret(MemorySearch::kShort);
+        std::shared_ptr<ADMWEPAuthenticationInfo> held;
+        // On a thread that ends: nobody uses its stack again, so what was left there is found.
+        std::thread([&] {
+            secret.reveal([&](std::string_view plain) { held = heldKeys(plain, isInDictionary); });
+        }).join();
+        EXPECT_EQ(secret.count(), 1U) << "found while it is there";
+        held.reset();
+        EXPECT_EQ(secret.count(), 0U);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <signal.h>
@@ -17,16 +18,17 @@
 /// A session bus of the test's own, in a folder of its own; both end with this object.
 class SessionBus {
 public:
-    /// With `prompterNeverComes` the program that asks people is one that the bus waits for in vain.
-    explicit SessionBus(bool prompterNeverComes = false)
+    /// The program that is called `neverComes` is one that the bus starts and waits for in vain.
+    explicit SessionBus(const std::string& neverComes = {})
     {
         std::string pattern = (std::filesystem::temp_directory_path() / "dmf-bus-XXXXXX").string();
         folder_ = ::mkdtemp(pattern.data());
         std::filesystem::create_directory(folder_ / "services");
-        if (prompterNeverComes)
-            std::ofstream(folder_ / "services/prompter.service")
-                << "[D-BUS Service]\nName=org.gnome.keyring.SystemPrompter\n"
-                << "Exec=/usr/bin/dbus-monitor --address " << address() << " sender=nobody.at.all\n";
+        if (!neverComes.empty())
+            std::ofstream(folder_ / "services/never.service")
+                << "[D-BUS Service]\nName=" << neverComes << "\nExec=/bin/sh -c \"touch "
+                << (folder_ / "called").string() << "; exec /usr/bin/dbus-monitor --address " << address()
+                << " sender=nobody.at.all\"\n";
         std::ofstream(folder_ / "bus.conf")
             << "<busconfig><type>session</type><listen>" << address() << "</listen><auth>EXTERNAL</auth>"
             << "<servicedir>" << (folder_ / "services").string() << "</servicedir>"
@@ -51,6 +53,14 @@ public:
     [[nodiscard]] std::string address() const { return "unix:path=" + (folder_ / "bus").string(); }
     [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
     [[nodiscard]] Process& daemon() { return *daemon_; }
+    /// Waits until somebody waits for the program that never comes.
+    [[nodiscard]] bool waitUntilCalled() const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+        while (!std::filesystem::exists(folder_ / "called") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        return std::filesystem::exists(folder_ / "called");
+    }
 
     /// What programs need to know, so that they use this bus and nothing of the user's.
     [[nodiscard]] Process::Environment environment() const
@@ -72,7 +82,9 @@ private:
 /// The real keyring program on a bus of the test's own, with one unlocked default keyring that is empty.
 class KeyringFixture {
 public:
-    explicit KeyringFixture(bool prompterNeverComes = false) : bus(prompterNeverComes)
+    /// Where the program that asks people never comes, a question has no end.
+    explicit KeyringFixture(bool prompterNeverComes = false)
+        : bus(prompterNeverComes ? "org.gnome.keyring.SystemPrompter" : "")
     {
         program_ = startProgram("--foreground");
         run({"/usr/bin/gdbus", "wait", "--session", "--timeout", "15", "org.freedesktop.secrets"});
