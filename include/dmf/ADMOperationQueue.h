@@ -44,7 +44,7 @@ public:
 
     /// The operations that wait or run: the latest first, the one that runs last.
     [[nodiscard]] std::vector<std::shared_ptr<IDMSchedulableOperation>> operations() const;
-    /// Cancels each of `operations`.
+    /// Cancels each of `operations`; a std::exception that one throws is logged, and the others are canceled as well.
     void cancelAllOperations();
 
     [[nodiscard]] bool isValid() const;

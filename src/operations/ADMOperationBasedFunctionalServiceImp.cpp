@@ -39,11 +39,13 @@ ADMOperationBasedFunctionalServiceImp::ADMOperationBasedFunctionalServiceImp(Ini
 
 ADMOperationBasedFunctionalServiceImp::~ADMOperationBasedFunctionalServiceImp()
 {
-    try {
-        unscheduleAllOperations();
-    } catch (const std::exception& exception) {
-        DMFLog("errors", "ADMOperationBasedFunctionalServiceImp: Exception %@ while unscheduling operations",
-               exception);
+    for (const auto& operation : operations()) {
+        try {
+            ADMOperationBasedFunctionalServiceImp::unscheduleOperation(operation);
+        } catch (const std::exception& exception) {
+            DMFLog("errors", "ADMOperationBasedFunctionalServiceImp: Exception %@ while unscheduling operation: %p",
+                   exception, operation);
+        }
     }
 }
 
@@ -102,30 +104,34 @@ void ADMOperationBasedFunctionalServiceImp::scheduleOperation(const Operation& o
 {
     if (!operation)
         return;
-    operation->setDelegate(std::static_pointer_cast<ADMOperationBasedFunctionalServiceImp>(shared_from_this()));
+    // What the operation does meanwhile may be the end of any of them.
+    const auto kept = operation;
+    const auto keptAlive = std::static_pointer_cast<ADMOperationBasedFunctionalServiceImp>(shared_from_this());
+    kept->setDelegate(keptAlive);
     {
         // Under the lock, so that the service's run loop does not change half way.
         std::lock_guard guard(lock());
-        if (runLoop_) {
+        if (const auto runLoop = runLoop_) {
             for (const auto modes = runLoopModes_; const auto& mode : modes)
-                operation->scheduleInRunLoop(runLoop_, mode);
+                kept->scheduleInRunLoop(runLoop, mode);
         }
     }
-    addOperation(operation);
-    operation->scheduleOperation();
+    addOperation(kept);
+    kept->scheduleOperation();
 }
 
 void ADMOperationBasedFunctionalServiceImp::unscheduleOperation(const Operation& operation)
 {
     if (!operation)
         return;
-    const auto kept = operation; // the list may hold the reference that the caller has shown
+    const auto kept = operation;                    // the list may hold the reference that the caller has shown
+    const auto keptAlive = weak_from_this().lock(); // none while the service goes
     kept->setDelegate(nullptr);
     {
         std::lock_guard guard(lock());
-        if (runLoop_) {
+        if (const auto runLoop = runLoop_) {
             for (const auto modes = runLoopModes_; const auto& mode : modes)
-                kept->removeFromRunLoop(runLoop_, mode);
+                kept->removeFromRunLoop(runLoop, mode);
         }
     }
     removeOperation(kept);
@@ -133,6 +139,7 @@ void ADMOperationBasedFunctionalServiceImp::unscheduleOperation(const Operation&
 
 void ADMOperationBasedFunctionalServiceImp::unscheduleAllOperations()
 {
+    const auto keptAlive = weak_from_this().lock();
     for (const auto& operation : operations())
         unscheduleOperation(operation);
 }

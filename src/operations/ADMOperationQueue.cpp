@@ -43,6 +43,8 @@ struct ADMOperationQueue::State {
     [[nodiscard]] Operation nextOperation();
     void perform(IDMSchedulableOperation& operation);
     void removeLastOperation();
+    [[nodiscard]] std::vector<Operation> listed() const;
+    void cancelAll() const;
 };
 
 void ADMOperationQueue::State::startThread(const std::shared_ptr<State>& self)
@@ -100,6 +102,23 @@ void ADMOperationQueue::State::removeLastOperation()
     std::lock_guard guard(operationsLock);
     removed = std::move(operations.back());
     operations.pop_back();
+}
+
+std::vector<Operation> ADMOperationQueue::State::listed() const
+{
+    std::lock_guard guard(operationsLock);
+    return {operations.begin(), operations.end()};
+}
+
+void ADMOperationQueue::State::cancelAll() const
+{
+    for (const auto& operation : listed()) {
+        try {
+            operation->cancel();
+        } catch (const std::exception& exception) {
+            DMFLog("errors", "ADMOperationQueue: Exception %@ while cancel operation: %p", exception, operation);
+        }
+    }
 }
 
 void ADMOperationQueue::State::scheduleCallback(std::shared_ptr<ADMCallback> callback)
@@ -169,14 +188,13 @@ void ADMOperationQueue::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& r
 
 std::vector<std::shared_ptr<IDMSchedulableOperation>> ADMOperationQueue::operations() const
 {
-    std::lock_guard guard(state_->operationsLock);
-    return {state_->operations.begin(), state_->operations.end()};
+    return state_->listed();
 }
 
 void ADMOperationQueue::cancelAllOperations()
 {
-    for (const auto& operation : operations())
-        operation->cancel();
+    const auto state = state_; // an operation may release the queue as it is canceled
+    state->cancelAll();
 }
 
 bool ADMOperationQueue::isValid() const
@@ -186,9 +204,10 @@ bool ADMOperationQueue::isValid() const
 
 void ADMOperationQueue::invalidate()
 {
-    cancelAllOperations();
+    const auto state = state_; // an operation may release the queue as it is canceled
+    state->cancelAll();
     CallbackPort::Callbacks dropped; // go outside the lock
-    std::lock_guard guard(state_->operationsLock);
-    dropped = state_->port->invalidate();
-    state_->operationsChanged.notify_all();
+    std::lock_guard guard(state->operationsLock);
+    dropped = state->port->invalidate();
+    state->operationsChanged.notify_all();
 }

@@ -160,8 +160,8 @@ std::shared_ptr<ADMCallback> ADMSchedulableOperation::performOperation()
 /// The text has no closing brace: that is its form.
 std::string ADMSchedulableOperation::description() const
 {
-    const auto textOf = [](const void* object) {
-        return object ? std::optional(dmf::formatted("<%p>", object)) : std::nullopt;
+    const auto textOf = [](const auto& object) {
+        return dmf::formatted("<%@: %p>", dmf::internal::typeName(typeid(object)), dynamic_cast<const void*>(&object));
     };
     const auto answer = [](bool is) { return is ? "YES" : "NO"; };
     std::unique_lock guard(lock_);
@@ -170,10 +170,9 @@ std::string ADMSchedulableOperation::description() const
     const auto error = error_;
     const auto flags = flags_;
     guard.unlock();
-    return dmf::formatted(
-        "%@ { delegate = %@, userInfo = %@, error = %@, isActive = %@, isFinished = %@, "
-        "isSucceeded = %@, isCanceled = %@",
-        dmf::formatted("<%@: %p>", dmf::internal::typeName(typeid(*this)), static_cast<const void*>(this)),
-        textOf(delegate.get()), userInfo, error.empty() ? std::nullopt : std::optional(error.description()),
-        answer(flags.isActive), answer(flags.isFinished), answer(flags.isSucceeded), answer(flags.isCanceled));
+    return dmf::formatted("%@ { delegate = %@, userInfo = %@, error = %@, isActive = %@, isFinished = %@, "
+                          "isSucceeded = %@, isCanceled = %@",
+                          textOf(*this), delegate ? std::optional(textOf(*delegate)) : std::nullopt, userInfo,
+                          error.empty() ? std::nullopt : std::optional(error.description()), answer(flags.isActive),
+                          answer(flags.isFinished), answer(flags.isSucceeded), answer(flags.isCanceled));
 }

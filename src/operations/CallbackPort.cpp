@@ -32,9 +32,7 @@ bool CallbackPort::send(std::shared_ptr<ADMCallback> callback)
     const auto limit =
         std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(patience_);
     std::unique_lock guard(lock_);
-    ++senders_;
     const bool isReady = changed_.wait_until(guard, limit, [this] { return !source_ || inbox_.size() < capacity_; });
-    --senders_;
     if (!isReady || !source_)
         return false;
     inbox_.push_back(std::move(callback));
@@ -66,10 +64,7 @@ void CallbackPort::performOldest()
         // Beforehand: the callback may turn the run loop, take the port out of it, or throw.
         if (!inbox_.empty())
             announce();
-        // Senders are woken for some room at a time: for each place, the two threads would take turns at every
-        // callback.
-        if (senders_ > 0 && inbox_.size() <= capacity_ - capacity_ / 4)
-            changed_.notify_all();
+        changed_.notify_one(); // there is room for one more
     }
     oldest->performCallback();
 }

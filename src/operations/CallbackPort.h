@@ -56,7 +56,6 @@ private:
     const Seconds patience_;
     mutable std::mutex lock_;
     std::condition_variable changed_;       // room, or the end
-    std::size_t senders_ = 0;               // guarded by lock_; those that wait for room
     Callbacks inbox_;                       // guarded by lock_
     std::vector<Place> places_;             // guarded by lock_
     std::shared_ptr<RunLoopSource> source_; // guarded by lock_; none once invalid

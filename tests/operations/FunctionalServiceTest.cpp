@@ -15,6 +15,7 @@
 #include "TestOperation.h"
 #include "support/ChannelDelegate.h"
 #include "support/CpuTime.h"
+#include "support/HostFixture.h"
 
 using dmf::Date;
 using dmf::kDefaultRunLoopMode;
@@ -41,6 +42,8 @@ class RecordedOperation : public ADMSchedulableOperation {
 public:
     using ADMSchedulableOperation::ADMSchedulableOperation;
     std::vector<std::string> told;
+    std::function<void()> onScheduling;
+    bool throws = false;
 
     void scheduleOperation() override
     {
@@ -50,10 +53,14 @@ public:
     void scheduleInRunLoop(const std::shared_ptr<RunLoop>&, std::string_view mode) override
     {
         told.push_back("in " + std::string(mode));
+        if (onScheduling)
+            onScheduling();
     }
     void removeFromRunLoop(const std::shared_ptr<RunLoop>&, std::string_view mode) override
     {
         told.push_back("out of " + std::string(mode));
+        if (throws)
+            throw std::runtime_error("no such mode");
     }
     static std::shared_ptr<RecordedOperation> make()
     {
@@ -164,6 +171,38 @@ TEST(OperationBasedService, SchedulesAndUnschedulesOperations)
     EXPECT_TRUE(watched.expired()) << "operations do not keep their service";
     EXPECT_THAT(second->told, ElementsAre("out of M1", "out of M2"));
     EXPECT_FALSE(second->delegate());
+}
+
+TEST(OperationBasedService, BearsWhatOperationsDoAsTheyAreScheduledAndUnscheduled)
+{
+    HostFixture host;
+    host.setEnvironment("DMFConsoleLog", "1");
+    auto service = makeService();
+    service->scheduleInRunLoop(RunLoop::current(), "M1");
+    service->scheduleInRunLoop(RunLoop::current(), "M2");
+    const auto throwing = RecordedOperation::make();
+    throwing->throws = true;
+    const auto last = RecordedOperation::make();
+    service->scheduleOperation(throwing);
+    service->scheduleOperation(last);
+    last->told.clear();
+    service.reset();
+    EXPECT_THAT(last->told, ElementsAre("out of M1", "out of M2"));
+    EXPECT_EQ(host.systemLog().size(), 1u);
+
+    service = makeService();
+    service->scheduleInRunLoop(RunLoop::current(), "M1");
+    service->scheduleInRunLoop(RunLoop::current(), "M2");
+    auto offered = RecordedOperation::make();
+    const auto releasing = offered;
+    releasing->onScheduling = [&] {
+        if (service)
+            service->scheduleInRunLoop(nullptr, std::nullopt);
+        service.reset();
+    };
+    service->scheduleOperation(offered);
+    EXPECT_FALSE(service);
+    EXPECT_THAT(releasing->told, ElementsAre("in M1", "in M2", "run"));
 }
 
 TEST(OperationBasedService, RunsAnOperationInAModeOfItsOwn)

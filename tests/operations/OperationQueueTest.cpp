@@ -228,6 +228,30 @@ TEST(OperationQueue, AnInvalidOneTakesAndTellsNothing)
     EXPECT_TRUE(turnUntil([&] { return idle.queue->threadState() == ThreadState::ended; }));
 }
 
+TEST(OperationQueue, CancelsAllEvenWhenOneThrowsOrReleasesTheQueue)
+{
+    HostFixture host;
+    host.setEnvironment("DMFConsoleLog", "1");
+    Gate gate;
+    auto queue = std::make_unique<ADMOperationQueue>();
+    const auto running = gate.operation(nullptr);
+    const auto throwing = makeOperation([](TestOperation&) { return nullptr; });
+    throwing->onCancel = [] { throw std::runtime_error("no paper"); };
+    const auto releasing = makeOperation([](TestOperation&) { return nullptr; });
+    releasing->onCancel = [&] {
+        releasing->onCancel = {};
+        queue.reset();
+    };
+    for (const auto& operation : {running, releasing, throwing})
+        queue->scheduleOperation(operation);
+    gate.waitUntilEntered();
+    queue->invalidate();
+    EXPECT_FALSE(queue);
+    EXPECT_TRUE(running->isCanceled());
+    EXPECT_THAT(host.systemLog().at(0).second, HasSubstr("ADMOperationQueue: Exception no paper"));
+    gate.open();
+}
+
 TEST(OperationQueue, TheLastReferenceMayGoAnywhere)
 {
     // In an operation, on the queue's thread.

@@ -86,7 +86,8 @@ TEST(SchedulableOperation, DescribesItself)
     operation->setError({{"DMErrorCode", 6}});
     operation->setOperationSucceed(true);
     EXPECT_EQ(operation->description(),
-              self + dmf::formatted(" { delegate = <%p>, userInfo = mine, error = %@, isActive = YES, isFinished = NO, "
+              self + dmf::formatted(" { delegate = <(anonymous namespace)::Client: %p>, userInfo = mine, error = %@, "
+                                    "isActive = YES, isFinished = NO, "
                                     "isSucceeded = YES, isCanceled = NO",
                                     static_cast<const void*>(client.get()), operation->error()));
     EXPECT_EQ(makeOperation({})->description().find("<TestOperation: 0x"), 0u);

@@ -26,8 +26,15 @@ public:
             onDestruction();
     }
     std::function<void()> onDestruction;
+    std::function<void()> onCancel;
 
     std::shared_ptr<ADMCallback> performOperation() override { return work_(*this); }
+    void cancel() override
+    {
+        ADMSchedulableOperation::cancel();
+        if (const auto told = onCancel)
+            told();
+    }
     void scheduleOperation() override
     {
         ADMSchedulableOperation::scheduleOperation();
