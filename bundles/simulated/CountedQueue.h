@@ -11,7 +11,8 @@
 namespace dmf::simulated {
 
 /// The queue that a service's operations share. Each operation binds it to the run loops where its own outcome is
-/// wanted, and the queue leaves a mode with the last operation that was bound there. Thread-safe.
+/// wanted, and the queue leaves a mode with the last operation that was bound there. Where it is bound, the others'
+/// outcomes are reported as well: a mode that is to be quiet takes a queue of its own. Thread-safe.
 class CountedQueue {
 public:
     [[nodiscard]] ADMOperationQueue& queue() noexcept { return queue_; }

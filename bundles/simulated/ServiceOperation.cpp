@@ -20,9 +20,9 @@ ServiceOperation::ServiceOperation(Initializer&& initializer, std::weak_ptr<Coun
 /// A service that is scheduled elsewhere meanwhile does not know where its operation was bound before.
 ServiceOperation::~ServiceOperation()
 {
-    if (const auto queue = queue_.lock()) {
-        for (const auto& [runLoop, mode] : places_)
-            queue->unbind(runLoop, mode);
+    for (const auto& place : places_) {
+        if (const auto queue = place.queue.lock())
+            queue->unbind(place.runLoop, place.mode);
     }
 }
 
@@ -44,30 +44,54 @@ Value ServiceOperation::result() const
 
 void ServiceOperation::scheduleInRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode)
 {
-    const auto queue = queue_.lock();
+    std::shared_ptr<CountedQueue> queue; // may be the last reference, and goes outside the lock
     std::lock_guard guard(lock_);
-    if (queue && places_.emplace(runLoop, mode).second)
-        queue->bind(runLoop, std::string(mode));
+    queue = queue_.lock();
+    const auto isBound = std::any_of(places_.begin(), places_.end(), [&](const Place& it) {
+        return it.runLoop == runLoop && it.mode == mode && !it.queue.owner_before(queue_) &&
+               !queue_.owner_before(it.queue);
+    });
+    if (!queue || isBound)
+        return;
+    places_.push_back({runLoop, std::string(mode), queue});
+    queue->bind(runLoop, std::string(mode));
 }
 
 void ServiceOperation::removeFromRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode)
 {
-    const auto queue = queue_.lock();
+    std::vector<Place> left;
+    {
+        std::lock_guard guard(lock_);
+        const auto kept = std::stable_partition(
+            places_.begin(), places_.end(), [&](const Place& it) { return it.runLoop != runLoop || it.mode != mode; });
+        left.assign(std::make_move_iterator(kept), std::make_move_iterator(places_.end()));
+        places_.erase(kept, places_.end());
+    }
+    for (const auto& place : left) {
+        if (const auto queue = place.queue.lock())
+            queue->unbind(place.runLoop, place.mode);
+    }
+}
+
+void ServiceOperation::setQueue(std::weak_ptr<CountedQueue> queue)
+{
     std::lock_guard guard(lock_);
-    if (queue && places_.erase({runLoop, std::string(mode)}) > 0)
-        queue->unbind(runLoop, std::string(mode));
+    queue_.swap(queue);
 }
 
 void ServiceOperation::scheduleOperation()
 {
+    std::shared_ptr<CountedQueue> queue;
     {
         std::lock_guard guard(lock_);
         SimulatedOperation::scheduleOperation();
         ++run_;
         result_ = {};
+        queueOfRun_ = queue_;
+        queue = queue_.lock();
         changed_.notify_all(); // the work of an earlier run is not wanted any more
     }
-    if (const auto queue = queue_.lock())
+    if (queue)
         queue->queue().scheduleOperation(shared_from_this());
 }
 
@@ -117,11 +141,12 @@ ServiceOperation::Outcome ServiceOperation::failure(ChannelError code, std::stri
              {std::string(kDMErrorDescription), description}}};
 }
 
+/// The outcome goes to the queue of the run, which need not be the one whose thread does the work: an operation that
+/// was canceled and is scheduled again stands in two queues, or twice in one.
 std::shared_ptr<ADMCallback> ServiceOperation::performOperation()
 {
     Run run = 0;
     {
-        // One that was canceled and scheduled again stands in the queue twice.
         std::lock_guard guard(lock_);
         if (begun_ == run_)
             return nullptr;
@@ -133,8 +158,20 @@ std::shared_ptr<ADMCallback> ServiceOperation::performOperation()
     } catch (const std::exception& exception) {
         outcome = failure(ChannelError::failed, exception.what()); // a run that never ended would hold its client
     }
-    return ADMInvocationCallback::callbackWithInvocation(
-        [self = self(), run, outcome = std::move(outcome)] { self->finish(run, outcome); });
+    send(run, [self = self(), run, outcome = std::move(outcome)] { self->finish(run, outcome); });
+    return nullptr;
+}
+
+void ServiceOperation::send(Run run, std::function<void()> report)
+{
+    std::shared_ptr<CountedQueue> queue;
+    {
+        std::lock_guard guard(lock_);
+        if (run == run_ && !isCanceled())
+            queue = queueOfRun_.lock();
+    }
+    if (queue)
+        queue->queue().scheduleCallback(ADMInvocationCallback::callbackWithInvocation(std::move(report)));
 }
 
 /// On the client's run loop.
@@ -156,13 +193,11 @@ void ServiceOperation::finish(Run run, const Outcome& outcome)
 
 void ServiceOperation::report(Run run, Dictionary parameters)
 {
-    const auto tell = [self = self(), run, parameters = std::move(parameters)] {
+    send(run, [self = self(), run, parameters = std::move(parameters)] {
         const auto told = self->owner();
         if (told && self->isWanted(run))
             told->operationDidReadParameters(*self, parameters);
-    };
-    if (const auto queue = queue_.lock())
-        queue->queue().scheduleCallback(ADMInvocationCallback::callbackWithInvocation(tell));
+    });
 }
 
 } // namespace dmf::simulated

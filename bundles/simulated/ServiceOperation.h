@@ -2,13 +2,14 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <dmf/ADMDuplexDataChannel.h>
 
@@ -47,6 +48,8 @@ public:
     void scheduleInRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode) override;
     void removeFromRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode) override;
     [[nodiscard]] std::shared_ptr<ADMCallback> performOperation() override;
+    /// Has the runs that are scheduled from now on, and what is bound to run loops from now on, go to another queue.
+    void setQueue(std::weak_ptr<CountedQueue> queue);
 
 protected:
     struct Outcome {
@@ -70,14 +73,23 @@ protected:
 private:
     [[nodiscard]] std::shared_ptr<OperationOwner> owner() const;
     void finish(Run run, const Outcome& outcome);
+    /// Has `report` called on the run loops that wait for the run, if it is still wanted.
+    void send(Run run, std::function<void()> report);
 
-    const std::weak_ptr<CountedQueue> queue_; // which holds the operation while it is listed
+    struct Place {
+        std::shared_ptr<RunLoop> runLoop;
+        std::string mode;
+        std::weak_ptr<CountedQueue> queue; // that is bound there for this operation
+    };
+
     mutable std::mutex lock_;
     std::condition_variable changed_;
-    std::set<std::pair<std::shared_ptr<RunLoop>, std::string>> places_; // guarded by lock_
-    Value result_;                                                      // guarded by lock_
-    Run run_ = 0;                                                       // guarded by lock_
-    Run begun_ = 0;                                                     // guarded by lock_
+    std::weak_ptr<CountedQueue> queue_;      // guarded by lock_; it holds the operation while it is listed
+    std::weak_ptr<CountedQueue> queueOfRun_; // guarded by lock_; by which the current run reports
+    std::vector<Place> places_;              // guarded by lock_
+    Value result_;                           // guarded by lock_
+    Run run_ = 0;                            // guarded by lock_
+    Run begun_ = 0;                          // guarded by lock_
 };
 
 } // namespace dmf::simulated

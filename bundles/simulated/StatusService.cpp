@@ -123,6 +123,30 @@ private:
     const double interval_;
 };
 
+/// The queue of an operation whose caller waits. The queue that the others share, bound to the mode in which the caller
+/// waits, would bring their reports into that mode as well; nor does the caller wait until they have run.
+class OwnQueue {
+public:
+    OwnQueue(std::shared_ptr<ServiceOperation> operation, const std::shared_ptr<CountedQueue>& shared)
+        : operation_(std::move(operation)), shared_(shared)
+    {
+        if (operation_)
+            operation_->setQueue(own_);
+    }
+    ~OwnQueue()
+    {
+        if (operation_)
+            operation_->setQueue(shared_);
+    }
+    OwnQueue(const OwnQueue&) = delete;
+    OwnQueue& operator=(const OwnQueue&) = delete;
+
+private:
+    const std::shared_ptr<ServiceOperation> operation_; // none where the operation is somebody else's
+    const std::shared_ptr<CountedQueue>& shared_;
+    const std::shared_ptr<CountedQueue> own_ = std::make_shared<CountedQueue>();
+};
+
 class StatusService final : public SimulatedStatusService, public OperationOwner {
 public:
     using SimulatedStatusService::SimulatedStatusService;
@@ -146,10 +170,14 @@ public:
     }
     void performOperation(const std::shared_ptr<IDMSchedulableOperation>& operation) override
     {
-        setLimit(operation);
-        SimulatedStatusService::performOperation(operation);
-        if (operation)
-            noteError(operation->error());
+        // What the client does meanwhile may be the end of either.
+        const auto keptAlive = shared_from_this();
+        const auto performed = operation;
+        setLimit(performed);
+        const OwnQueue own(std::dynamic_pointer_cast<ServiceOperation>(performed), queue_);
+        SimulatedStatusService::performOperation(performed);
+        if (performed)
+            noteError(performed->error());
     }
 
     void operationDidFinish(ServiceOperation& operation) override

@@ -55,10 +55,11 @@ public:
 
     /// Runs the operation and returns once it is finished; its outcome is reported inside this call. Meanwhile the
     /// calling thread's run loop turns in `runLoopMode` alone, so that nothing else of the client's happens (as long as
-    /// the operation does not bind a queue there that reports for others too). The operation neither gets a delegate nor
-    /// is it listed. Service and operation are kept meanwhile; an override that goes on after this one keeps them too. Blocks without a limit: an operation that never finishes
-    /// never returns; that it is finished is noticed at once when it reports something, else within `runQuantum`.
-    /// What a callback throws ends the call and reaches the caller. Ignored without an operation.
+    /// the operation does not bind a queue there that reports for others too). The operation neither gets a delegate
+    /// nor is it listed. Service and operation are kept meanwhile; an override that goes on after this one keeps them
+    /// too. Blocks without a limit: an operation that never finishes never returns; that it is finished is noticed at
+    /// once when it reports something, else within `runQuantum`. What a callback throws ends the call and reaches the
+    /// caller. Ignored without an operation.
     virtual void performOperation(const std::shared_ptr<IDMSchedulableOperation>& operation);
 
     /// How often `performOperation` looks, in seconds: 0.5.

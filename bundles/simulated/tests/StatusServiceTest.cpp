@@ -143,14 +143,22 @@ TEST(SimulatedStatusService, RunsAnOperationWhileItsCallerWaits)
     EXPECT_EQ(status->result(), "ready");
     EXPECT_TRUE(stage.told.empty());
 
-    // Beside one that is scheduled on the same queue and reports later, in its own mode.
-    const auto scheduled = stage.service->newStatusOperation();
-    stage.service->scheduleOperation(scheduled);
-    const auto test = stage.service->newSelfTestOperation();
-    stage.service->performOperation(test);
+    // Beside one that is scheduled, has its outcome first, and reports later, in its own mode.
+    Stage both("answer=ready&selfTestDelay=200");
+    const auto scheduled = both.service->newStatusOperation();
+    both.service->scheduleOperation(scheduled);
+    const auto test = both.service->newSelfTestOperation();
+    both.service->performOperation(test);
     EXPECT_EQ(test->result(), "passed");
+    EXPECT_TRUE(both.told.empty());
     EXPECT_TRUE(turnUntil([&] { return scheduled->isFinished(); }));
-    EXPECT_THAT(stage.told, ElementsAre("ready"));
+    EXPECT_THAT(both.told, ElementsAre("ready"));
+
+    // One that is scheduled already is not scheduled twice: what it is performed for counts, and reports here.
+    both.service->scheduleOperation(both.service->newSelfTestOperation());
+    both.service->scheduleOperation(test);
+    both.service->performOperation(test);
+    EXPECT_EQ(test->result(), "passed");
 }
 
 TEST(SimulatedStatusService, TellsWhatWentWrong)
@@ -245,6 +253,17 @@ TEST(SimulatedStatusService, MayBeReleasedAnyTime)
     };
     inReport.service->scheduleOperation(inReport.service->newStatusOperation());
     EXPECT_TRUE(turnUntil([&] { return !inReport.service; }));
+
+    // While its caller waits.
+    Stage waiting("selfTestDelay=60000");
+    waiting.setParameter(kDMParameterOperationTimeoutKey, 0.2);
+    const auto timer = dmf::RunLoopTimer::create(dmf::Date::now(), 0, dmf::RunLoopTimer::Repeat::no,
+                                                 [&](dmf::RunLoopTimer&) { waiting.service.reset(); });
+    RunLoop::current()->addTimer(timer, waiting.service->runLoopMode());
+    const auto performed = waiting.service->newSelfTestOperation();
+    waiting.service->performOperation(performed);
+    EXPECT_FALSE(waiting.service);
+    EXPECT_EQ(codeOf(performed->error()), codeOf(ChannelError::timedOut));
 }
 
 TEST(SimulatedStatusService, OperationsFollowTheServiceToAnotherMode)
