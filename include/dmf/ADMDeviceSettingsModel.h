@@ -30,7 +30,8 @@ struct DMSettingRange {
 ///     KRange             the limits (a DMSettingRange object)
 ///     validateK:error:   the setting's own validation, K with its first letter in upper case
 ///
-/// A concrete model defines them, and the settings themselves ("K" and "setK:"), in its constructor. Reentrant.
+/// A concrete model defines them, and the settings themselves ("K" and "setK:"), in its constructor. The operations
+/// below that take and give values can be performed by their names as well ("supportedValuesForKey:"). Reentrant.
 class DMF_EXPORT ADMDeviceSettingsModel : public dmf::DynamicObject {
 public:
     ~ADMDeviceSettingsModel() override;
@@ -42,7 +43,7 @@ public:
     [[nodiscard]] virtual bool isKeyReadOnly(std::string_view key) const;
 
     /// Runs the setting's own validation; a key without one accepts everything. `value` may be replaced, `error`,
-    /// unless null, is filled by a refusal.
+    /// unless null, is filled by a refusal, with the general error of settings where the validation gives none.
     [[nodiscard]] virtual bool validateValue(dmf::Value& value, std::string_view key, dmf::Error* error);
 
     /// What a setting's own validation is made of. Each refuses a value that is missing or of another kind, and changes
@@ -53,12 +54,13 @@ public:
     [[nodiscard]] bool validateStringValue(dmf::Value& value, std::string_view key, dmf::Error* error);
     /// The same, and there must be exactly one "@" with text on both sides.
     [[nodiscard]] bool validateEmailValue(dmf::Value& value, std::string_view key, dmf::Error* error);
-    /// Takes the number as unsigned, 32 bits, and moves it into the range. A range with a location and no length
-    /// leaves nothing from the location on: every such value becomes the one before it.
+    /// Takes the number's low 32 bits as unsigned, so a negative one counts as a huge one, and moves that into the
+    /// range; without a range the value stays as it is. A range with a location and no length leaves nothing from the
+    /// location on: every such value becomes the one before it.
     [[nodiscard]] bool validateNumberValue(dmf::Value& value, std::string_view key, dmf::Error* error);
     /// Moves a date that is over, or within the current minute, to the start of the next minute.
     [[nodiscard]] bool validateDateValue(dmf::Value& value, std::string_view key, dmf::Error* error);
-    /// The string must be one of the allowed values, where there are such.
+    /// The string must be one of the allowed values; without any, or with an empty list of them, each string may be.
     [[nodiscard]] bool validateEnumeratedValue(dmf::Value& value, std::string_view key, dmf::Error* error);
 
     /// Nothing where the model defines none.

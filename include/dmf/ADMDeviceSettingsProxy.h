@@ -32,6 +32,7 @@ public:
     [[nodiscard]] std::vector<std::string> supportedKeys() const override;
     [[nodiscard]] bool isKeySupported(std::string_view key) const override;
     [[nodiscard]] bool isKeyReadOnly(std::string_view key) const override;
+    /// A key that is not supported is looked up among this object's own operations, "modifiedValueKeys" for example.
     [[nodiscard]] dmf::Value valueForKey(std::string_view key) override;
     void setValueForKey(const dmf::Value& value, std::string_view key) override;
     [[nodiscard]] bool validateValue(dmf::Value& value, std::string_view key, dmf::Error* error) override;
@@ -47,9 +48,10 @@ public:
     /// a capital when that is not supported; nothing for a name of another form.
     [[nodiscard]] std::optional<std::string> keyFromSetSelector(std::string_view operation) const;
 
-    /// An operation of the model's. One that concerns no supported key, and a setter of a read-only key, does nothing
-    /// and gives null; a setter of a supported key makes the key count as changed. Throws dmf::UnrecognizedOperation
-    /// for what the model does not have.
+    /// This object's own operations by their names (an error slot takes a dmf::Error object, and "modifiedValueKeys"
+    /// gives an array), else the model's. An operation of the model's that concerns no supported key, and a setter of a
+    /// read-only key, does nothing and gives null; a setter of a supported key makes the key count as changed. Throws
+    /// dmf::UnrecognizedOperation for what neither has.
     dmf::Value perform(std::string_view operation, std::span<dmf::Value> arguments = {}) override;
     [[nodiscard]] bool respondsTo(std::string_view operation) const override;
     [[nodiscard]] std::optional<Signature> signatureOf(std::string_view operation) const override;

@@ -36,12 +36,15 @@ public:
     /// The pause between two attempts, in seconds; 0.05 at first.
     void setLockPollingTimeInterval(double seconds) noexcept { pollingTimeInterval_ = seconds; }
 
-    /// Takes the lock; false when it could not be had. Blocks for up to twice the time-out: a holder gets one full
-    /// time-out before its lock is broken, and the waiter another to win the race for the freed lock.
+    /// Takes the lock; false when it could not be had. Blocks for up to twice the time-out and one polling interval (a
+    /// pause longer than an hour is cut to an hour): a holder gets one full time-out before its lock is broken, and the
+    /// waiter another to win the race for the freed lock. What may not be removed, another user's lock in a folder
+    /// where that is forbidden for example, is waited for like a holder.
     [[nodiscard]] bool lock();
     /// Gives the lock back. True, also when this object does not hold it; false when the lock file could not be dealt
-    /// with. When the lock was broken meanwhile, it is left to its new holder and an error is logged: what was done
-    /// under it may have been disturbed.
+    /// with: it stays then and grows old, and another `unlock` tries again. When the lock was broken meanwhile, it is
+    /// left to its new holder and an error is logged: what was done under it may have been disturbed. Blocks for up to
+    /// a tenth of a second, while another process is about to break the lock.
     bool unlock();
 
 private:

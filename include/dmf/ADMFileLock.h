@@ -10,7 +10,8 @@
 #include <dmf/platform/Export.h>
 
 /// A lock between processes: a file at a path that the processes agree on, there while somebody holds the lock. Any
-/// process may break it. Thread-safe; nothing here waits.
+/// process may break it. Thread-safe. Giving the lock back blocks for up to a tenth of a second, while another process
+/// is about to remove the file; nothing else here waits.
 class DMF_EXPORT ADMFileLock {
     struct Passkey {
         explicit Passkey() = default;
@@ -22,7 +23,7 @@ public:
     [[nodiscard]] static std::shared_ptr<ADMFileLock> lockWithPath(std::string_view path) { return initWithPath(path); }
 
     ADMFileLock(Passkey, std::string path);
-    /// Unlocks.
+    /// Unlocks, and may block as `unlock` does.
     ~ADMFileLock();
     ADMFileLock(const ADMFileLock&) = delete;
     ADMFileLock& operator=(const ADMFileLock&) = delete;
@@ -30,9 +31,11 @@ public:
     /// Takes the lock if nobody holds it: makes the file, readable and writable by all whatever the umask. True also
     /// when this object holds it already. A link at the path counts as held by somebody, wherever it leads.
     [[nodiscard]] bool tryLock();
-    /// Removes the file, if this object holds the lock; a file that somebody else put in its place stays.
+    /// Removes the file, if this object holds the lock; a file that somebody else put in its place stays. Blocks for up
+    /// to a tenth of a second. The lock is given up in any case; when the file could not be removed by then, an error
+    /// is logged, and the file stays until somebody breaks the lock.
     void unlock();
-    /// Removes the file, whoever made it.
+    /// Removes the file, whoever made it; does and blocks as `unlock` when this object holds the lock.
     void breakLock();
     /// When the file was made: its birth time where the file system tells it, else its last modification; nothing
     /// when there is no file.

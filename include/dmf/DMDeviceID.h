@@ -54,7 +54,7 @@ DMF_EXPORT bool ParseDeviceStatusCFString(std::string_view deviceID, std::option
 /// The same for C strings, by other rules: a field counts when its key contains, in that letter case, "MFG" or
 /// "MANUFACTURER" (manufacturer), else "MDL" or "MODEL" (model), else "MODEL" or "DES" (description), and the first
 /// of each wins; so a second "MODEL" field gives the description. Outputs may be null; those that are not are set to
-/// null first and then to new strings that the caller releases with `free`. True, also when nothing was found; false
+/// null first, in every case, and then to new strings that the caller releases with `free`. True, also when nothing was found; false
 /// for a null device ID or without memory.
 DMF_EXPORT bool ParseDeviceStatusString(const char* deviceID, char** model, char** manufacturer, char** description);
 

@@ -87,7 +87,8 @@ try {
         if (holder && holder->date().secondsSince1970() != 0 &&
             dmf::Date::now().timeIntervalSince(holder->date()) > timeout_) {
             DMFLog("debug", "-[ADMDistributedLock lock]: distributed lock is broken");
-            // Several waiters may see the same stale lock; the file is removed once, and never a successor of it.
+            // Several waiters may see the same stale lock; the file is removed once, and never a successor of it. One
+            // that cannot be removed, another user's for example, may yet be given back while this object waits.
             dmf::internal::removeLockFile(platform_->path, *holder);
         }
         if (platform_->tryLock()) {
@@ -107,13 +108,11 @@ bool ADMDistributedLock::unlock()
 try {
     if (!lockDate_)
         return true;
-    const auto current = dmf::internal::lockFileAt(platform_->path);
-    if (!current || !(*current == *platform_->held)) {
+    if (!dmf::internal::giveBackLockFile(platform_->path, *platform_->held)) {
         DMFLog("errors", "-[ADMDistributedLock unlock] : the lock has already been broken by somebody else. Using of a "
                          "shared resource could be unsafe");
         return true;
     }
-    dmf::internal::giveBackLockFile(platform_->path, *current);
     lockDate_.reset();
     return true;
 } catch (const std::exception&) {

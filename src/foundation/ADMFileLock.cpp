@@ -5,6 +5,8 @@
 
 #include <system_error>
 
+#include <dmf/DMLog.h>
+
 #include "platform/LockFile.h"
 
 namespace {
@@ -61,13 +63,12 @@ void ADMFileLock::unlock()
     std::lock_guard guard(lock_);
     if (file_ < 0)
         return;
-    struct stat status {};
     // A lock that was broken and taken by somebody else meanwhile is theirs.
     try {
-        if (::fstat(file_, &status) == 0)
-            dmf::internal::giveBackLockFile(path_, {status.st_ino, status.st_mtim});
-    } catch (const std::system_error&) {
-        // The folder went or was closed to us; the lock is given up all the same.
+        dmf::internal::giveBackLockFile(path_, file_);
+    } catch (const std::system_error& failure) {
+        // Somebody sits on the file, or the folder was closed to us; the lock is given up all the same.
+        DMFLog("errors", "-[ADMFileLock unlock]: the lock file stays and must be broken: %@", failure.what());
     }
     ::close(file_);
     file_ = -1;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <system_error>
 #include <thread>
 
@@ -25,7 +26,7 @@ Date dateOf(std::int64_t seconds, std::int64_t nanoseconds)
 
 LockFileIdentity identityOf(const struct stat& status)
 {
-    return {status.st_ino, status.st_mtim};
+    return {status.st_dev, status.st_ino, status.st_mtim};
 }
 
 class Descriptor {
@@ -43,6 +44,64 @@ public:
 private:
     int descriptor_;
 };
+
+bool isLocked(int descriptor) noexcept
+{
+    return descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+}
+
+LockFileRemoval unlinked(const std::string& path)
+{
+    if (::unlink(path.c_str()) == 0)
+        return LockFileRemoval::removed;
+    switch (errno) {
+    case ENOENT: return LockFileRemoval::superseded;
+    case EPERM:
+    case EACCES:
+    case EISDIR:
+    case EROFS: return LockFileRemoval::refused;
+    default: fail("cannot remove", path);
+    }
+}
+
+/// Removes the file that the descriptor stands for. It is open, so its inode number goes to no other file meanwhile.
+LockFileRemoval removeOpened(const std::string& path, int descriptor, const LockFileIdentity* seen)
+{
+    if (!isLocked(descriptor))
+        return LockFileRemoval::busy;
+    struct stat opened {};
+    if (::fstat(descriptor, &opened) != 0 || (seen && !(identityOf(opened) == *seen)))
+        return LockFileRemoval::superseded;
+    const auto current = lockFileAt(path);
+    return current && current->isSameFile(identityOf(opened)) ? unlinked(path) : LockFileRemoval::superseded;
+}
+
+/// Removes a link, which nobody made as a lock. The lock on the folder keeps a second remover from taking the winner's
+/// new file for the link that both have seen.
+LockFileRemoval removeLink(const std::string& path, const LockFileIdentity& seen)
+{
+    const auto folderPath = std::filesystem::path(path).parent_path() / ".";
+    const Descriptor folder(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!isLocked(folder.get()))
+        return LockFileRemoval::busy;
+    return lockFileAt(path) == seen ? unlinked(path) : LockFileRemoval::superseded;
+}
+
+template <class Remove>
+bool removeWithin100Milliseconds(const std::string& path, Remove remove)
+{
+    auto result = remove();
+    for (int attempt = 1; attempt < 100 && result == LockFileRemoval::busy; ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        result = remove();
+    }
+    // Without the advisory lock the file at the path could be anybody's by the time it is removed, so it stays.
+    if (result == LockFileRemoval::busy || result == LockFileRemoval::refused) {
+        errno = result == LockFileRemoval::busy ? EBUSY : EPERM;
+        fail("cannot remove", path);
+    }
+    return result == LockFileRemoval::removed;
+}
 
 } // namespace
 
@@ -78,34 +137,25 @@ std::optional<MadeLockFile> makeLockFile(const std::string& path)
 
 LockFileRemoval removeLockFile(const std::string& path, const LockFileIdentity& seen)
 {
+    if (lockFileAt(path) != seen)
+        return LockFileRemoval::superseded;
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file.get() < 0 && errno == ENOENT)
-        return LockFileRemoval::superseded;
-    // What cannot be opened, a link for example, cannot be locked either; nobody made it as a lock.
-    if (file.get() >= 0 && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0)
-        return LockFileRemoval::busy;
-    struct stat opened {};
-    if (file.get() >= 0 && (::fstat(file.get(), &opened) != 0 || !(identityOf(opened) == seen)))
-        return LockFileRemoval::superseded;
-    const auto current = lockFileAt(path);
-    if (!current || !(*current == seen))
-        return LockFileRemoval::superseded;
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT)
-        fail("cannot remove", path);
-    return LockFileRemoval::removed;
+    if (file.get() < 0 && errno == ELOOP)
+        return removeLink(path, seen);
+    // What cannot be opened for another reason, for want of descriptors or of rights, cannot be removed safely.
+    if (file.get() < 0)
+        return errno == ENOENT ? LockFileRemoval::superseded : LockFileRemoval::busy;
+    return removeOpened(path, file.get(), &seen);
 }
 
-void giveBackLockFile(const std::string& path, const LockFileIdentity& held)
+bool giveBackLockFile(const std::string& path, const LockFileIdentity& held)
 {
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        if (removeLockFile(path, held) != LockFileRemoval::busy)
-            return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    // Whoever sits on the file for so long is not about to remove it, and it is ours to remove.
-    const auto current = lockFileAt(path);
-    if (current && *current == held && ::unlink(path.c_str()) != 0 && errno != ENOENT)
-        fail("cannot remove", path);
+    return removeWithin100Milliseconds(path, [&] { return removeLockFile(path, held); });
+}
+
+bool giveBackLockFile(const std::string& path, int descriptor)
+{
+    return removeWithin100Milliseconds(path, [&] { return removeOpened(path, descriptor, nullptr); });
 }
 
 std::optional<Date> lockFileBirth(const std::string& path)

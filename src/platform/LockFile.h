@@ -11,14 +11,20 @@
 namespace dmf::internal {
 
 /// One lock file as it was seen: which file, and since when. A file that takes its place differs, even in the same
-/// second.
+/// second and though it may be given the same inode number.
 struct LockFileIdentity {
+    dev_t device = 0;
     ino_t inode = 0;
     timespec modified{};
     [[nodiscard]] Date date() const;
+    /// Equality whatever the dates; it tells files apart while one of the two is open, which keeps its inode number.
+    [[nodiscard]] bool isSameFile(const LockFileIdentity& other) const noexcept
+    {
+        return device == other.device && inode == other.inode;
+    }
     friend bool operator==(const LockFileIdentity& left, const LockFileIdentity& right) noexcept
     {
-        return left.inode == right.inode && left.modified.tv_sec == right.modified.tv_sec &&
+        return left.isSameFile(right) && left.modified.tv_sec == right.modified.tv_sec &&
                left.modified.tv_nsec == right.modified.tv_nsec;
     }
 };
@@ -35,19 +41,23 @@ struct MadeLockFile {
 };
 [[nodiscard]] std::optional<MadeLockFile> makeLockFile(const std::string& path);
 
-/// Removes the file at `path` if it still is the one that was seen. Two processes that remove at once, or one that
-/// removes while its holder gives it back, never remove a file that somebody made meanwhile: every removal holds an
-/// advisory lock on the very file. Never waits. Throws std::system_error when the file cannot be removed.
+/// Removes what is at `path` if it still is what was seen. Two processes that remove at once, or one that removes while
+/// its holder gives it back, never remove a file that somebody made meanwhile: every removal holds an advisory lock on
+/// the very file or, for a link, which cannot be locked, on its folder. Never waits. Throws std::system_error when it
+/// cannot be found out what is there.
 enum class LockFileRemoval {
     removed,
     superseded, ///< the file that was seen is gone; another may be in its place
-    busy,       ///< somebody else holds the advisory lock, to remove the file most likely
+    busy,       ///< the advisory lock cannot be had: somebody holds it, to remove the file most likely
+    refused,    ///< a folder, or somebody else's file where only its owner may remove it
 };
 LockFileRemoval removeLockFile(const std::string& path, const LockFileIdentity& seen);
 
-/// Removes the file that the caller made and still holds, waiting up to a tenth of a second for somebody who is just
-/// looking at it. Throws std::system_error when the file cannot be removed.
-void giveBackLockFile(const std::string& path, const LockFileIdentity& held);
+/// Removes the file that the caller made and still holds; false when somebody broke it. Waits up to a tenth of a second
+/// for somebody who is just looking at it. Throws std::system_error when the file could not be removed and stays.
+[[nodiscard]] bool giveBackLockFile(const std::string& path, const LockFileIdentity& held);
+/// The same for a caller who kept the file's descriptor, so that its date does not matter.
+bool giveBackLockFile(const std::string& path, int descriptor);
 
 /// When the file was made: its birth time where the file system tells it, else its last modification.
 [[nodiscard]] std::optional<Date> lockFileBirth(const std::string& path);

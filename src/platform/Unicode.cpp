@@ -119,14 +119,35 @@ std::optional<TextRange> findAsciiIgnoringCase(std::string_view text, std::strin
     return {};
 }
 
-/// How many bytes at the front of `text` equal the folded characters; 0 when they do not.
-std::size_t matchLength(std::string_view text, const std::u32string& foldedCharacters) noexcept
+/// The same for any text, in a time that grows with both lengths and not with their product: the texts come from
+/// devices, and may be megabytes of one letter.
+std::optional<TextRange> findFoldedIgnoringCase(std::string_view text, const std::u32string& wanted, std::size_t from)
 {
-    const std::size_t before = text.size();
-    for (const char32_t wanted : foldedCharacters)
-        if (text.empty() || folded(takeCharacter(text)) != wanted)
-            return 0;
-    return before - text.size();
+    // How much of a match of the first characters is left when the next character differs.
+    std::vector<std::size_t> borders(wanted.size(), 0);
+    std::size_t matched = 0;
+    const auto advance = [&](char32_t c) {
+        while (matched > 0 && wanted[matched] != c)
+            matched = borders[matched - 1];
+        matched += wanted[matched] == c ? 1 : 0;
+    };
+    for (std::size_t i = 1; i < wanted.size(); ++i) {
+        advance(wanted[i]);
+        borders[i] = matched;
+    }
+    matched = 0;
+    std::size_t taken = 0;
+    for (std::string_view rest = text.substr(from); !rest.empty();) {
+        advance(folded(takeCharacter(rest)));
+        ++taken;
+        if (matched < wanted.size())
+            continue;
+        std::string_view match = text.substr(from);
+        for (std::size_t before = taken - matched; before > 0; --before)
+            (void)takeCharacter(match);
+        return TextRange{text.size() - match.size(), match.size() - rest.size()};
+    }
+    return {};
 }
 
 bool hasType(char32_t c, std::initializer_list<GUnicodeType> types) noexcept
@@ -240,18 +261,18 @@ bool equalIgnoringCase(std::string_view left, std::string_view right)
 
 std::optional<TextRange> findIgnoringCase(std::string_view text, std::string_view searched, std::size_t from)
 {
-    if (searched.empty() || from >= text.size())
+    // No character takes more than four bytes, and none fewer than one.
+    if (searched.empty() || from >= text.size() || searched.size() / 4 > text.size() - from)
         return {};
-    // Both must be ASCII: some letters beyond it fold into it (the Kelvin sign is a k).
-    if (isAscii(searched) && isAscii(text))
+    // Both must be ASCII: some letters beyond it fold into it (the Kelvin sign is a k). Trying a short text at every
+    // place costs less than preparing the search.
+    constexpr std::size_t shortLength = 32;
+    if (searched.size() <= shortLength && isAscii(searched) && isAscii(text.substr(from)))
         return findAsciiIgnoringCase(text, searched, from);
     std::u32string wanted;
     while (!searched.empty())
         wanted += folded(takeCharacter(searched));
-    for (std::string_view rest = text.substr(from); !rest.empty(); (void)takeCharacter(rest))
-        if (const std::size_t length = matchLength(rest, wanted))
-            return TextRange{text.size() - rest.size(), length};
-    return {};
+    return findFoldedIgnoringCase(text, wanted, from);
 }
 
 CharacterSet::CharacterSet(Test contains)

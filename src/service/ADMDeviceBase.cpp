@@ -74,7 +74,8 @@ std::optional<std::string> ADMDeviceBase::name()
     if (auto description = field(&ADMDeviceBase::name_, "DESCRIPTION:", "DES:"))
         return description;
     std::lock_guard guard(lock_);
-    name_ = model_;
+    if (!name_)
+        name_ = model_;
     return name_;
 }
 

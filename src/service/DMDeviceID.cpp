@@ -134,14 +134,14 @@ bool ParseDeviceStatusCFString(std::string_view deviceID, std::optional<std::str
 
 bool ParseDeviceStatusString(const char* deviceID, char** model, char** manufacturer, char** description)
 {
-    if (!deviceID)
-        return false;
     // The order decides which output a key that fits several goes to.
     const Output outputs[] = {
         {manufacturer, {"MFG", "MANUFACTURER"}}, {model, {"MDL", "MODEL"}}, {description, {"MODEL", "DES"}}};
     for (const Output& output : outputs)
         if (output.slot)
             *output.slot = nullptr;
+    if (!deviceID)
+        return false;
 
     for (std::string_view rest(deviceID); !rest.empty();) {
         std::string_view value = takeField(rest, ';');

@@ -33,9 +33,66 @@ std::string firstCharacters(std::string_view text, std::size_t count)
     return std::string(text.substr(0, text.size() - rest.size()));
 }
 
+std::string text(const dmf::Value& argument)
+{
+    return argument.string().value_or(std::string());
+}
+
+/// What the number's 32 low bits are as an unsigned number: a negative one lies far beyond every limit.
+std::uint32_t unsigned32(const dmf::Number& number) noexcept
+{
+    return number.kind() == dmf::Number::Kind::unsignedInteger ? static_cast<std::uint32_t>(number.uint64Value())
+                                                               : static_cast<std::uint32_t>(number.int64Value());
+}
+
+using Arguments = std::span<dmf::Value>;
+using Model = ADMDeviceSettingsModel;
+
+struct NamedValidation {
+    const char* name;
+    bool (Model::*validate)(dmf::Value&, std::string_view, dmf::Error*);
+};
+constexpr NamedValidation kValidations[] = {
+    {"validateValue:forKey:error:", &Model::validateValue},
+    {"validateStringValue:forKey:error:", &Model::validateStringValue},
+    {"validateEmailValue:forKey:error:", &Model::validateEmailValue},
+    {"validateNumberValue:forKey:error:", &Model::validateNumberValue},
+    {"validateDateValue:forKey:error:", &Model::validateDateValue},
+    {"validateEnumeratedValue:forKey:error:", &Model::validateEnumeratedValue},
+};
+
 } // namespace
 
-ADMDeviceSettingsModel::ADMDeviceSettingsModel() = default;
+ADMDeviceSettingsModel::ADMDeviceSettingsModel()
+{
+    define("supportedKeys", [this](Arguments) { return dmf::Array::ofStrings(supportedKeys()); });
+    define("isKeyReadOnly:", [this](Arguments given) { return isKeyReadOnly(text(given[0])); });
+    define("allowsSelector:", [this](Arguments given) { return allowsSelector(text(given[0])); });
+    define("startOfNextMinute", [this](Arguments) { return startOfNextMinute(); });
+    define("stringWithUppercasedFirstCharacterFromString:",
+           [this](Arguments given) { return stringWithUppercasedFirstCharacterFromString(text(given[0])); });
+    define("stringWithSupportedCharactersForString:key:",
+           [this](Arguments given) { return stringWithSupportedCharactersForString(text(given[0]), text(given[1])); });
+    define("truncatedStringForString:key:",
+           [this](Arguments given) { return truncatedStringForString(text(given[0]), text(given[1])); });
+    define("supportedValuesForKey:", [this](Arguments given) {
+        auto values = supportedValuesForKey(text(given[0]));
+        return values ? dmf::Value(*std::move(values)) : dmf::Value();
+    });
+    define("supportedCharacterSetForKey:", [this](Arguments given) {
+        auto set = supportedCharacterSetForKey(text(given[0]));
+        return set ? dmf::Value::ofObject(std::make_shared<dmf::CharacterSet>(*std::move(set))) : dmf::Value();
+    });
+    define("supportedRangeOfValuesForKey:", [this](Arguments given) {
+        return dmf::Value::ofObject(std::make_shared<DMSettingRange>(supportedRangeOfValuesForKey(text(given[0]))));
+    });
+    for (const auto& [name, validate] : kValidations)
+        define(name, [this, validate = validate](Arguments given) {
+            return dmf::internal::validateByName(given, [&](dmf::Value& value, dmf::Error* error) {
+                return (this->*validate)(value, text(given[1]), error);
+            });
+        });
+}
 
 ADMDeviceSettingsModel::~ADMDeviceSettingsModel() = default;
 
@@ -62,9 +119,13 @@ bool ADMDeviceSettingsModel::validateValue(dmf::Value& value, std::string_view k
     dmf::Value arguments[] = {value, {}};
     const dmf::Value result = perform(operation, arguments);
     value = arguments[0];
-    if (const auto reported = arguments[1].objectAs<dmf::Error>(); reported && error)
-        *error = *reported;
-    return result == true;
+    if (result == true)
+        return true;
+    const auto reported = arguments[1].objectAs<dmf::Error>();
+    if (!reported || !error)
+        return dmf::internal::refuseSetting(error);
+    *error = *reported;
+    return false;
 }
 
 bool ADMDeviceSettingsModel::validateStringValue(dmf::Value& value, std::string_view key, dmf::Error* error)
@@ -95,7 +156,7 @@ bool ADMDeviceSettingsModel::validateNumberValue(dmf::Value& value, std::string_
     const auto* number = value.asNumber();
     if (!number)
         return dmf::internal::refuseSetting(error);
-    const std::uint32_t given = number->uint32Value();
+    const std::uint32_t given = unsigned32(*number);
     const auto [location, length] = supportedRangeOfValuesForKey(key);
     if (location != 0 && given < location)
         value = location;
@@ -103,6 +164,8 @@ bool ADMDeviceSettingsModel::validateNumberValue(dmf::Value& value, std::string_
         return true;
     else if (given >= std::uint64_t{location} + length)
         value = static_cast<std::uint32_t>(std::uint64_t{location} + length - 1);
+    else if (!(*number == dmf::Number(given)))
+        value = given;
     return true;
 }
 
@@ -122,7 +185,7 @@ bool ADMDeviceSettingsModel::validateEnumeratedValue(dmf::Value& value, std::str
     if (!value.asString())
         return dmf::internal::refuseSetting(error);
     const auto allowed = supportedValuesForKey(key);
-    return !allowed || allowed->contains(value) || dmf::internal::refuseSetting(error);
+    return !allowed || allowed->empty() || allowed->contains(value) || dmf::internal::refuseSetting(error);
 }
 
 std::optional<dmf::Array> ADMDeviceSettingsModel::supportedValuesForKey(std::string_view key)
@@ -227,11 +290,7 @@ void ADMDeviceSettingsModel::defineRange(std::string_view key, DMSettingRange ra
 void ADMDeviceSettingsModel::defineValidator(std::string_view key, Validator validator)
 {
     define("validate" + dmf::withUppercasedFirstCharacter(key) + ":error:",
-           [validator = std::move(validator)](std::span<dmf::Value> arguments) {
-               dmf::Error error;
-               const bool accepted = validator(arguments[0], &error);
-               if (error)
-                   arguments[1] = dmf::Value::ofObject(std::make_shared<dmf::Error>(error));
-               return dmf::Value(accepted);
+           [validator = std::move(validator)](Arguments given) {
+               return dmf::internal::validateByName(given, validator);
            });
 }

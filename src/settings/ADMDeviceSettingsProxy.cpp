@@ -32,6 +32,31 @@ ADMDeviceSettingsProxy::initWithModel(std::shared_ptr<ADMDeviceSettingsModel> mo
 ADMDeviceSettingsProxy::ADMDeviceSettingsProxy(Passkey, std::shared_ptr<ADMDeviceSettingsModel> model)
     : model_(std::move(model))
 {
+    using Arguments = std::span<dmf::Value>;
+    const auto text = [](const dmf::Value& argument) { return argument.string().value_or(std::string()); };
+    define("model", [this](Arguments) { return dmf::Value::ofObject(model_); });
+    define("supportedKeys", [this](Arguments) { return dmf::Array::ofStrings(supportedKeys()); });
+    define("isKeySupported:", [this, text](Arguments given) { return isKeySupported(text(given[0])); });
+    define("isKeyReadOnly:", [this, text](Arguments given) { return isKeyReadOnly(text(given[0])); });
+    define("valueForKey:", [this, text](Arguments given) { return valueForKey(text(given[0])); });
+    define("setValue:forKey:", [this, text](Arguments given) {
+        setValueForKey(given[0], text(given[1]));
+        return dmf::Value();
+    });
+    define("validateValue:forKey:error:", [this, text](Arguments given) {
+        return dmf::internal::validateByName(
+            given, [&](dmf::Value& value, dmf::Error* error) { return validateValue(value, text(given[1]), error); });
+    });
+    define("modifiedValueKeys", [this](Arguments) {
+        return dmf::Array::ofStrings({modifiedValueKeys_.begin(), modifiedValueKeys_.end()});
+    });
+    define("keyFromSetSelector:", [this, text](Arguments given) { return keyFromSetSelector(text(given[0])); });
+    define("isEqual:", [this](Arguments given) {
+        const auto other = given[0].objectAs<ADMDeviceSettingsProxy>();
+        return other && isEqual(*other);
+    });
+    define("hash", [this](Arguments) { return hash(); });
+    define("description", [this](Arguments) { return description(); });
 }
 
 ADMDeviceSettingsProxy::~ADMDeviceSettingsProxy() = default;
@@ -56,15 +81,18 @@ dmf::Value ADMDeviceSettingsProxy::valueForKey(std::string_view key)
 {
     if (isKeySupported(key))
         return model_->valueForKey(key);
+    // This object's own operations only: what the model has beside its supported keys stays hidden.
+    if (key.find(':') == key.npos && DynamicObject::respondsTo(key))
+        return DynamicObject::perform(key);
     throw dmf::UndefinedKey(className(), key);
 }
 
 void ADMDeviceSettingsProxy::setValueForKey(const dmf::Value& value, std::string_view key)
 {
-    if (!isKeySupported(key))
-        throw dmf::UndefinedKey(className(), key);
     if (isKeyReadOnly(key))
         return;
+    if (!isKeySupported(key))
+        throw dmf::UndefinedKey(className(), key); // this object has no setter of its own
     model_->setValueForKey(value, key);
     modifiedValueKeys_.emplace(key);
 }
@@ -88,7 +116,7 @@ std::optional<std::string> ADMDeviceSettingsProxy::keyFromSetSelector(std::strin
 
 dmf::Value ADMDeviceSettingsProxy::perform(std::string_view operation, std::span<dmf::Value> arguments)
 {
-    if (!model_->respondsTo(operation))
+    if (DynamicObject::respondsTo(operation) || !model_->respondsTo(operation))
         return DynamicObject::perform(operation, arguments);
     if (!model_->allowsSelector(operation))
         return {};
@@ -109,8 +137,8 @@ bool ADMDeviceSettingsProxy::respondsTo(std::string_view operation) const
 
 std::optional<dmf::DynamicObject::Signature> ADMDeviceSettingsProxy::signatureOf(std::string_view operation) const
 {
-    const auto own = DynamicObject::signatureOf(operation);
-    return own ? own : model_->signatureOf(operation);
+    return DynamicObject::respondsTo(operation) ? DynamicObject::signatureOf(operation)
+                                                : model_->signatureOf(operation);
 }
 
 bool ADMDeviceSettingsProxy::conformsToProtocol(const dmf::Protocol& protocol) const

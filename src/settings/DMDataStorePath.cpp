@@ -9,6 +9,7 @@ namespace {
 constexpr std::string_view kDomainStart = "domain[@name=\"";
 constexpr std::string_view kItemStart = "item[@key=\"";
 constexpr std::string_view kStepEnd = "\"]";
+constexpr std::string_view kDomainEnd = "\"]/"; // one piece: no blank before the slash
 
 } // namespace
 
@@ -32,7 +33,7 @@ std::optional<std::vector<std::string>> com_ql_dmf_dataStoreKeyList(std::string_
     dmf::internal::StringScanner scanner(receiver);
     if (scanner.scan(kDomainStart)) {
         scanner.scanUpTo("\"");
-        if (!scanner.scan(kStepEnd) || !scanner.scan("/"))
+        if (!scanner.scan(kDomainEnd))
             return {};
     }
     std::vector<std::string> keys;

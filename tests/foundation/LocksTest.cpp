@@ -11,6 +11,7 @@
 
 #include <array>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -86,6 +87,14 @@ void takeAndStay(int pipe)
     ::pause();
 }
 
+/// Sets the date back of what is at the path, be it a link.
+void age(const std::filesystem::path& path, std::time_t seconds)
+{
+    const timespec date{std::time(nullptr) - seconds, 0};
+    const timespec dates[] = {date, date};
+    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), dates, AT_SYMLINK_NOFOLLOW), 0);
+}
+
 struct LocksTest : testing::Test {
     LocksTest()
     {
@@ -157,11 +166,13 @@ TEST_F(DistributedLock, AKilledHoldersLockIsBrokenOnceItsTimeIsOver)
     holder.kill();
 
     const auto lock = ADMDistributedLock::initWithName("device");
-    host.advance(29s); // the lock is still to be respected
     lock->setLockPollingTimeInterval(0.001);
-    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/device.dmf")));
-    host.advance(2s);
-    EXPECT_TRUE(lock->lock());
+    struct stat left {};
+    ASSERT_EQ(::stat(host.path("/tmp/device.dmf").c_str(), &left), 0);
+    const dmf::Date taken(static_cast<double>(left.st_mtim.tv_sec) + static_cast<double>(left.st_mtim.tv_nsec) * 1e-9);
+    host.advance(29.5s);
+    EXPECT_TRUE(lock->lock()); // the rest of its time is waited for
+    EXPECT_GT(dmf::Date::now().timeIntervalSince(taken), 30.0);
     EXPECT_NE(log().find("-[ADMDistributedLock lock]: distributed lock is broken"), std::string::npos);
     EXPECT_TRUE(lock->unlock());
     EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.dmf")));
@@ -172,15 +183,11 @@ TEST_F(DistributedLock, AFreshLockOfAnotherProcessIsWaitedForTwiceTheTimeOut)
     const auto lock = ADMDistributedLock::initWithName("device");
     Process holder([](int pipe) {
         const auto mine = ADMDistributedLock::initWithName("device");
-        // Taken anew again and again, the lock never grows old.
-        for (bool told = false; mine->lock(); told = true) {
-            if (!told)
-                report(pipe, 'L');
-            std::error_code ignored;
-            std::filesystem::last_write_time(dmf::internal::Host::current().path("/tmp/device.dmf"),
-                                             std::filesystem::file_time_type::clock::now() + 1h, ignored);
-            ::pause();
-        }
+        const bool taken = mine->lock();
+        // From the future, it does not grow old while it is waited for.
+        age(dmf::internal::Host::current().path("/tmp/device.dmf"), -3600);
+        report(pipe, taken ? 'L' : 'F');
+        ::pause();
     });
     ASSERT_EQ(holder.nextReport(10s), 'L');
     lock->setLockTimeout(0.1);
@@ -194,10 +201,14 @@ TEST_F(DistributedLock, AFreshLockOfAnotherProcessIsWaitedForTwiceTheTimeOut)
 
 TEST_F(DistributedLock, AStaleLockHasExactlyOneWinnerAmongManyWaiters)
 {
-    for (int round = 0; round < 5; ++round) {
-        host.writeFile("/tmp/device.dmf", "");
-        std::filesystem::last_write_time(host.path("/tmp/device.dmf"),
-                                         std::filesystem::file_time_type::clock::now() - 1h);
+    const auto path = host.path("/tmp/device.dmf");
+    for (int round = 0; round < 6; ++round) {
+        std::filesystem::remove(path);
+        if (round % 2 == 0)
+            host.writeFile("/tmp/device.dmf", "");
+        else
+            std::filesystem::create_symlink("/missing", path);
+        age(path, 3600);
         const auto compete = [](int pipe) {
             const auto lock = ADMDistributedLock::initWithName("device");
             lock->setLockPollingTimeInterval(0.0005);
@@ -235,12 +246,37 @@ TEST_F(DistributedLock, NamesStayInTheirFolderAndPlantedLinksAreNotFollowed)
     const auto target = host.path("/precious");
     host.writeFile("/precious", "kept");
     std::filesystem::create_symlink(target, host.path("/tmp/device.dmf"));
+    age(host.path("/tmp/device.dmf"), 3600);
+    // The link itself grows old and is removed like any lock left behind.
+    EXPECT_TRUE(ADMDistributedLock::initWithName("device")->lock());
+    EXPECT_EQ(host.readFile("/precious"), "kept");
+    EXPECT_FALSE(std::filesystem::is_symlink(host.path("/tmp/device.dmf")));
+}
+
+TEST_F(DistributedLock, AFileThatSomebodyLooksAtIsNotRemovedUnderHisHands)
+{
+    const auto lock = ADMDistributedLock::initWithName("device");
+    ASSERT_TRUE(lock->lock());
+    const int file = ::open(host.path("/tmp/device.dmf").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(file, LOCK_EX), 0);
+    EXPECT_FALSE(lock->unlock());
+    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+    EXPECT_NE(log().find("-[ADMDistributedLock unlock]: exception caughtduring unlocking"), std::string::npos);
+    ::close(file);
+    EXPECT_TRUE(lock->unlock());
+    EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+}
+
+TEST_F(DistributedLock, WhatCannotBeRemovedIsWaitedForToTheEnd)
+{
+    std::filesystem::create_directory(host.path("/tmp/device.dmf"));
+    age(host.path("/tmp/device.dmf"), 3600);
     const auto lock = ADMDistributedLock::initWithName("device");
     lock->setLockTimeout(0.05);
     lock->setLockPollingTimeInterval(0.005);
-    const bool taken = lock->lock(); // the link itself grows old and is removed like any lock left behind
-    EXPECT_EQ(host.readFile("/precious"), "kept");
-    EXPECT_FALSE(taken && std::filesystem::is_symlink(host.path("/tmp/device.dmf")));
+    EXPECT_FALSE(lock->lock());
+    EXPECT_NE(log().find("-[ADMDistributedLock lock]: timeout. Lock hasn't been acquired"), std::string::npos);
+    EXPECT_EQ(log().find("exception caught"), std::string::npos);
 }
 
 TEST_F(DistributedLock, AFolderThatCannotHoldLocksIsToldOnce)

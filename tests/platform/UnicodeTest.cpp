@@ -72,6 +72,11 @@ TEST(Unicode, FindsWithoutRegardToCase)
     EXPECT_EQ(dmf::findIgnoringCase("1kelvin", "\u212Ael"), (TextRange{1, 3}));
     EXPECT_EQ(dmf::findIgnoringCase("abc", ""), std::nullopt);
     EXPECT_EQ(dmf::findIgnoringCase("abc", "c", 3), std::nullopt);
+    // Long stretches of one letter take no longer than others; a false start costs no place.
+    const std::string a(200'000, 'a');
+    EXPECT_EQ(dmf::findIgnoringCase(a, std::string(100'000, 'A') + "b"), std::nullopt);
+    EXPECT_EQ(dmf::findIgnoringCase("é" + a + "B", a.substr(1) + "b"), (TextRange{3, 200'000}));
+    EXPECT_EQ(dmf::findIgnoringCase("éabaabaaab", "abaaa"), (TextRange{5, 5}));
 }
 
 TEST(Unicode, SetsHoldTheirCharacters)

@@ -69,7 +69,10 @@ TEST(DeviceID, CStringsAreMatchedByCaseAndByTheFirstFieldThatFits)
     EXPECT_EQ(text(twice.model), "first");
     EXPECT_EQ(text(twice.description), "second");
     EXPECT_EQ(text(twice.manufacturer), "a:b");
-    EXPECT_FALSE(parse(nullptr).result);
+    char nobodys[] = "";
+    char* stale = nobodys;
+    EXPECT_FALSE(ParseDeviceStatusString(nullptr, &stale, nullptr, nullptr));
+    EXPECT_EQ(stale, nullptr);
     EXPECT_TRUE(parse(";;;:;").result);
 }
 

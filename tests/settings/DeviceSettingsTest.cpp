@@ -19,7 +19,12 @@ namespace {
 /// A model whose one setting has whatever limits the test gives it.
 class Limited final : public ADMDeviceSettingsModel {
 public:
-    explicit Limited(DMSettingRange range) { defineRange("size", range); }
+    explicit Limited(DMSettingRange range)
+    {
+        defineRange("size", range);
+        defineValues("size", {});
+        defineValidator("size", [](Value&, dmf::Error*) { return false; });
+    }
 };
 
 struct DeviceSettings : testing::Test {
@@ -67,9 +72,18 @@ TEST_F(DeviceSettings, NumbersAreMovedIntoTheirRange)
     const struct {
         DMSettingRange range;
         Value given, expected;
-    } rows[] = {{{10, 5}, 3, 10},  {{10, 5}, 20, 14},   {{10, 5}, 12, 12},
-                {{0, 0}, 99, 99},  {{7, 0}, 7, 6},      {{7, 0}, 3, 7},
-                {{10, 5}, -1, 10}, {{10, 5}, 1e30, 14}, {{4294967295u, 4294967295u}, 5, 4294967295u}};
+    } rows[] = {{{10, 5}, 3, 10},
+                {{10, 5}, 20, 14},
+                {{10, 5}, 12, 12},
+                {{0, 0}, 99, 99},
+                {{7, 0}, 7, 6},
+                {{7, 0}, 3, 7},
+                {{10, 5}, -1, 14}, // negative numbers count as huge ones
+                {{0, 4}, -5, 3},
+                {{1, 4294967295u}, -5, 4294967291u},
+                {{0, 4}, 2.5, 2},
+                {{10, 5}, 1e30, 14},
+                {{4294967295u, 4294967295u}, 5, 4294967295u}};
     for (const auto& [range, given, expected] : rows) {
         Limited limited(range);
         Value value = given;
@@ -96,7 +110,12 @@ TEST_F(DeviceSettings, ChoicesMustBeAmongTheAllowedOnes)
     EXPECT_TRUE(validated("PaperSize", "a5").isNull());
     Value anything = "anything";
     EXPECT_TRUE(model->validateEnumeratedValue(anything, "deviceName", nullptr)); // no choices for this key
-    EXPECT_EQ(validated("serialNumber", 17), 17);                                 // a key without a validator
+    Limited limited({});
+    EXPECT_TRUE(limited.validateEnumeratedValue(anything, "size", nullptr)); // an empty list of them
+    dmf::Error error;
+    EXPECT_FALSE(limited.validateValue(anything, "size", &error)); // refused without a word
+    EXPECT_EQ(error, dmf::Error(std::string(kDMDeviceSettingsDomain), -1001));
+    EXPECT_EQ(validated("serialNumber", 17), 17); // a key without a validator
     EXPECT_TRUE(validated("unknown", "x").isNull());
 }
 
@@ -120,6 +139,13 @@ TEST_F(DeviceSettings, OperationsAreForwardedWhereTheyConcernASetting)
     EXPECT_EQ(proxy->modifiedValueKeys(), (std::set<std::string, std::less<>>{"PaperSize"}));
     EXPECT_TRUE(proxy->performWith("restart", {}).isNull()); // not allowed: done on nothing
     EXPECT_THROW(proxy->performWith("selfDestruct", {}), dmf::UnrecognizedOperation);
+    EXPECT_EQ(proxy->signatureOf("setValue:forKey:"), (dmf::DynamicObject::Signature{2}));
+    EXPECT_EQ(proxy->performWith("isKeyReadOnly:", {"serialNumber"}), true); // its own, though no setting is named
+    EXPECT_TRUE(proxy->performWith("startOfNextMinute", {}).isNull());       // the model's
+    EXPECT_EQ(proxy->valueForKey("modifiedValueKeys"), Value(dmf::Array{"PaperSize"}));
+    std::vector<Value> arguments{"a@", "contactEmail", {}};
+    EXPECT_EQ(proxy->perform("validateValue:forKey:error:", arguments), false);
+    EXPECT_NE(arguments[2].objectAs<dmf::Error>(), nullptr);
 }
 
 TEST_F(DeviceSettings, SettersAreReadBackIntoKeys)
@@ -174,6 +200,7 @@ TEST(DataStorePath, MalformedStepsGiveNothing)
                 {"item[@key=\"a\"]item[@key=\"b\"]", {}},
                 {"item[@key=\"\"]", {}},
                 {"item[@key=\"a\"", {}},
+                {"domain[@name=\"d\"] /item[@key=\"a\"]", {}},
                 {"domain[@name=\"d\"item[@key=\"a\"]", {}},
                 {"domain[@name=\"d\"]/item[@key=\"a\"]", Keys({"a"})}};
     for (const auto& [path, keys] : rows)
