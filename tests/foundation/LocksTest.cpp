@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -202,8 +203,9 @@ TEST_F(DistributedLock, AFreshLockOfAnotherProcessIsWaitedForTwiceTheTimeOut)
 TEST_F(DistributedLock, AStaleLockHasExactlyOneWinnerAmongManyWaiters)
 {
     const auto path = host.path("/tmp/device.dmf");
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 20; ++round) {
         std::filesystem::remove(path);
+        std::filesystem::remove(host.path("/go"));
         if (round % 2 == 0)
             host.writeFile("/tmp/device.dmf", "");
         else
@@ -212,18 +214,21 @@ TEST_F(DistributedLock, AStaleLockHasExactlyOneWinnerAmongManyWaiters)
         const auto compete = [](int pipe) {
             const auto lock = ADMDistributedLock::initWithName("device");
             lock->setLockPollingTimeInterval(0.0005);
+            for (const auto go = dmf::internal::Host::current().path("/go"); ::access(go.c_str(), F_OK) != 0;)
+                ::sched_yield(); // all begin at once
             if (lock->lock())
                 report(pipe, 'W');
             ::pause();
         };
         std::array<Process, 4> waiters{Process(compete), Process(compete), Process(compete), Process(compete)};
+        host.writeFile("/go", "");
         // The winner's lock is good for 30 seconds: every further report within them is a second winner.
         int winners = 0;
-        for (int i = 0; i < 200 && winners == 0; ++i)
+        for (int i = 0; i < 2000 && winners == 0; ++i)
             for (const Process& waiter : waiters)
-                winners += waiter.nextReport(10ms) == 'W';
+                winners += waiter.nextReport(1ms) == 'W';
         for (const Process& waiter : waiters)
-            winners += waiter.nextReport(20ms) == 'W';
+            winners += waiter.nextReport(5ms) == 'W';
         EXPECT_EQ(winners, 1);
     }
 }
