@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/CpuTime.h"
+#include "support/Pieces.h"
 #include "support/Repeated.h"
 
 using dmf::Array;
@@ -91,34 +92,15 @@ TEST(PropertyList, TextIsWhateverStandsInTheElement)
 
 TEST(PropertyList, MalformedOnesAreRefusedWithAReason)
 {
-    for (const char* body : {"",
-                             "text",
-                             "<true/>text",
-                             "<true/><true/>",
-                             "<unknown/>",
-                             "<key>k</key>",
-                             "<array>text</array>",
-                             "<array></dict>",
-                             "<dict>text</dict>",
-                             "<dict><key>k</key></dict>",
-                             "<dict><string>v</string></dict>",
-                             "<dict><key>k</key><key>l</key></dict>",
-                             "<string>a<b/></string>",
-                             "<string>&unknown;</string>",
-                             "<string>&#0;</string>",
-                             "<string>&#xD800;</string>",
-                             "<string>&#x110000;</string>",
-                             "<integer/>",
-                             "<integer>1.5</integer>",
-                             "<integer>18446744073709551616</integer>",
-                             "<integer>--1</integer>",
-                             "<integer>-9223372036854775809</integer>",
-                             "<real>1,5</real>",
-                             "<real>1e999</real>",
-                             "<data>T@==</data>",
-                             "<data>TQ==TQ==</data>",
-                             "<date>2040-02-30T12:00:01Z</date>",
-                             "<date>2040-02-28T12:00:01</date>"})
+    for (const auto& body :
+         pieces("|text|<true/>text|<true/><true/>|<unknown/>|<key>k</key>|<array>text</array>|<array></"
+                "dict>|<dict>text</dict>"
+                "|<dict><key>k</key></dict>|<dict><string>v</string></dict>|<dict><key>k</key><key>l</key></dict>"
+                "|<string>a<b/></string>|<string>&unknown;</string>|<string>&#0;</string>|<string>&#xD800;</string>"
+                "|<string>&#x110000;</string>|<integer/>|<integer>1.5</integer>|<integer>18446744073709551616</integer>"
+                "|<integer>--1</integer>|<integer>-9223372036854775809</integer>|<real>1,5</real>|<real>1e999</real>"
+                "|<data>T@==</data>|<data>TQ==TQ==</data>|<date>2040-02-30T12:00:01Z</date>|<date>2040-02-28T12:00:01</"
+                "date>"))
         EXPECT_FALSE(parseBody(body)) << body;
     for (const char* text : {"", "bplist00", "<plist>", "<true/>", "<plist><true/></plist>x", "x<plist><true/></plist>",
                              "<plist><string>\xC3</string></plist>", "<plist><string>\x01</string></plist>"}) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "support/CpuTime.h"
+#include "support/Pieces.h"
 #include "support/Repeated.h"
 
 using dmf::Error;
@@ -73,36 +74,11 @@ TEST(Xml, NamespacesAreResolvedFromTheInside)
 
 TEST(Xml, WhatIsNotWellFormedIsRefused)
 {
-    for (const char* text : {"",
-                             "text",
-                             "<a>",
-                             "<a></b>",
-                             "<a/><b/>",
-                             "<a/>text",
-                             "text<a/>",
-                             "<1a/>",
-                             "<a b='1' b='2'/>",
-                             "<a b/>",
-                             "<a b=c/>",
-                             "<a b='<'/>",
-                             "<a>&unknown;</a>",
-                             "<a>a & b</a>",
-                             "<a b='&x;'/>",
-                             "<a>&#0;</a>",
-                             "<a>]]></a>",
-                             "<a><!-- a -- b --></a>",
-                             "<a><!-- a ---></a>",
-                             "<p:a/>",
-                             "<a p:b='1'/>",
-                             "<a xmlns:p=''/>",
-                             "<a xmlns:p='u'><p:b:c/></a>",
-                             "<a><b xmlns:p='u'/><p:c/></a>",
-                             "<a>\x01</a>",
-                             "<a>\xFF</a>",
-                             " <?xml version='1.0'?><a/>",
-                             "<a/><!DOCTYPE a>",
-                             "<a><![CDATA[</a>",
-                             "<a><!-- </a>"}) {
+    for (const auto& text : pieces(
+             "|text|<a>|<a></b>|<a/><b/>|<a/>text|text<a/>|<1a/>|<a b='1' b='2'/>|<a b/>|<a b=c/>|<a b='<'/>|<a>]]></a>"
+             "|<a>&unknown;</a>|<a>a & b</a>|<a b='&x;'/>|<a>&#0;</a>|<a><!-- a -- b --></a>|<a><!-- a ---></a>|<p:a/>"
+             "|<a p:b='1'/>|<a xmlns:p=''/>|<a xmlns:p='u'><p:b:c/></a>|<a><b xmlns:p='u'/><p:c/></a>|<a>\x01</a>"
+             "|<a>\xFF</a>| <?xml version='1.0'?><a/>|<a/><!DOCTYPE a>|<a><![CDATA[</a>|<a><!-- </a>")) {
         Error error;
         EXPECT_FALSE(XmlDocument::parse(text, dmf::kXmlNoOptions, &error)) << text;
         EXPECT_EQ(error.domain(), dmf::kXmlErrorDomain);

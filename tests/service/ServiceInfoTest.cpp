@@ -106,16 +106,6 @@ TEST(ServiceInfo, AProviderOrAMockSchemeMakesUpForAnUnreadableURI)
     EXPECT_EQ(fromURI("mockdevice://QLDMF/v=1&connectionType=IP&IPAddress=1.2.3.4")->ioProvider(), nullptr);
 }
 
-TEST(ServiceInfo, GetsADeviceClassFromItsServiceName)
-{
-    HostFixture host;
-    EXPECT_EQ(ADMServiceInfoImp::deviceClassForServiceName("QL-Pellomar"), kScannerDeviceClass);
-    EXPECT_EQ(ADMServiceInfoImp::deviceClassForServiceName("PRINT"), kPrinterDeviceClass);
-    EXPECT_EQ(fromSpec({{"serviceName", "Scan"}})->deviceClass(), kScannerDeviceClass);
-    EXPECT_EQ(fromSpec({{"serviceName", "Scan"}, {"deviceClass", "com.ql.fax"}})->deviceClass(), kFaxDeviceClass);
-    EXPECT_EQ(fromSpec({})->deviceClass(), kPrinterDeviceClass);
-}
-
 TEST(ServiceInfo, GeneratesItsURIOnceAndKeepsIt)
 {
     HostFixture host;
@@ -195,7 +185,7 @@ TEST(ServiceInfo, EqualityLooksAtURIWithoutCaseAndServiceName)
 
     // Equal through a difference of case, and yet of different hashes: the hash heeds case on purpose.
     EXPECT_NE(lower->hash(), upper->hash());
-    EXPECT_EQ(lower->hash(), com_ql_dmf_MD5Hash("socket://printer1com.ql.scanner"));
+    EXPECT_EQ(lower->hash(), com_ql_dmf_MD5Hash("socket://printer1com.ql.scanner")); // the class of its service name
     EXPECT_EQ(fromSpec({})->hash(), com_ql_dmf_MD5Hash("com.ql.printer"));
 }
 

@@ -116,26 +116,3 @@ TEST(URIGenerator, CannotWriteIPPAndLPD)
         EXPECT_EQ(info->uri(), std::nullopt);
     }
 }
-
-// What the generator leaves out or writes otherwise than it was read is known; all else comes back.
-TEST(URIGenerator, WritesWhatTheParserReads)
-{
-    HostFixture host;
-    const struct {
-        const char* uri;
-        const char* again;
-    } cases[] = {
-        {"socket://10.0.0.5:9100", "socket://10.0.0.5/?bidi"},
-        {"mdns://a.b%2Fc._printer._tcp.local.", "dnssd://a.b%2Fc._printer._tcp.local./?bidi"},
-        {"bluetooth://00-11?vendor=QL", "bluetooth://00-11"},
-        {"qlip://10.0.0.5?model=M%209&mac=001122334455&ifid=1", "vastel://10.0.0.5:M%209/1%3a00.11.22.33.44.55"},
-        {"vastel://10.0.0.5:M/1%3a00:11", "vastel://10.0.0.5:M/1%3a00:11"},
-        {"x://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0", "socket://[fe80::1%25en0]/?bidi"},
-    };
-    for (const auto& [uri, again] : cases) {
-        const auto info = ADMServiceInfoImp::serviceInfoWithURI(uri, kPrinterDeviceClass);
-        ASSERT_TRUE(info) << uri;
-        EXPECT_EQ(standard(info), again) << uri;
-        EXPECT_EQ(info->uri(), uri);
-    }
-}
