@@ -42,7 +42,9 @@ std::string zoneOf(std::int32_t interface)
     if (interface <= 0)
         return "";
     const auto index = static_cast<unsigned>(interface);
-    return std::string("%") + (::if_indextoname(index, name) ? name : std::to_string(index));
+    std::string zone(1, '%');
+    zone += ::if_indextoname(index, name) ? std::string(name) : std::to_string(index);
+    return zone;
 }
 } // namespace
 

@@ -19,8 +19,9 @@ public:
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
     /// Writes all the bytes; what one call to the system leaves over is written by further ones. Blocks as long as the
-    /// file does (a regular file: not noticeably; a non-blocking descriptor: up to a second without progress). Throws std::system_error when the file takes no more; the bytes
-    /// before that stay written. A pipe or socket whose reader is gone raises no signal.
+    /// file does (a regular file: not noticeably; a non-blocking descriptor: up to a second without progress). Throws
+    /// std::system_error when the file takes no more; the bytes before that stay written. A pipe or socket whose reader
+    /// is gone raises no signal.
     virtual void writeData(std::string_view bytes);
 
 private:
