@@ -1,4 +1,4 @@
-# Buses and keyrings are child processes, for which the tool's tests have the means.
+# Buses and keyrings are child processes.
 if(TARGET test_auth)
-    target_sources(test_auth PRIVATE "${PROJECT_SOURCE_DIR}/tests/tool/Process.cpp")
+    target_link_libraries(test_auth PRIVATE dmf_test_process)
 endif()

@@ -13,7 +13,7 @@
 #include <signal.h>
 #include <stdlib.h>
 
-#include "tool/Process.h"
+#include "support/Process.h"
 
 /// A session bus of the test's own, in a folder of its own; both end with this object.
 class SessionBus {

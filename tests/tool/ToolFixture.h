@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Process.h"
+#include "support/Process.h"
 
 /// Runs the tool that was built, and gives each test a folder of its own.
 class ToolTest : public testing::Test {
