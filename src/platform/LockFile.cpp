@@ -90,8 +90,9 @@ LockFileRemoval removeLink(const std::string& path, const LockFileIdentity& seen
 template <class Remove>
 bool removeWithin100Milliseconds(const std::string& path, Remove remove)
 {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
     auto result = remove();
-    for (int attempt = 1; attempt < 100 && result == LockFileRemoval::busy; ++attempt) {
+    while (result == LockFileRemoval::busy && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         result = remove();
     }
