@@ -54,8 +54,8 @@ DMF_EXPORT bool ParseDeviceStatusCFString(std::string_view deviceID, std::option
 /// The same for C strings, by other rules: a field counts when its key contains, in that letter case, "MFG" or
 /// "MANUFACTURER" (manufacturer), else "MDL" or "MODEL" (model), else "MODEL" or "DES" (description), and the first
 /// of each wins; so a second "MODEL" field gives the description. Outputs may be null; those that are not are set to
-/// null first, in every case, and then to new strings that the caller releases with `free`. True, also when nothing was found; false
-/// for a null device ID or without memory.
+/// null first, in every case, and then to new strings that the caller releases with `free`. True, also when nothing was
+/// found; false for a null device ID or without memory.
 DMF_EXPORT bool ParseDeviceStatusString(const char* deviceID, char** model, char** manufacturer, char** description);
 
 /// Whether the first field that begins with "BD:" (blanks and tabs before it are skipped) lists the channel number.
