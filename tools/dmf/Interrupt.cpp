@@ -22,7 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kGrace = std::chrono::seconds(1);
+constexpr auto kGrace = std::chrono::seconds(2);
 
 struct Watch {
     int signals = -1;
