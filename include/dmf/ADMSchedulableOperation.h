@@ -8,8 +8,9 @@
 
 /// Base of every operation: it keeps what an operation is asked for and what became of it. A concrete operation
 /// supplies `performOperation` and the binding to run loops: it binds the queue that it runs on, which it holds weakly,
-/// since the queue holds it. A mode in which a queue is bound gets the callbacks of all its operations. Those that share
-/// a queue therefore count who wants a mode before they take it out, and one whose caller waits has a queue of its own:
+/// since the queue holds it. A mode in which a queue is bound gets the callbacks of all its operations. Those that
+/// share a queue therefore count who wants a mode before they take it out, and one whose caller waits has a queue of
+/// its own:
 ///
 ///     class StatusOperation final : public ADMSchedulableOperation {
 ///     public:
