@@ -47,21 +47,17 @@ std::optional<std::string> firstOf(const TxtRecord& record, std::initializer_lis
 }
 
 /// "(Model 9)", as PostScript spells a product, without its parentheses.
-std::string withoutParentheses(std::string text)
+std::string_view withoutParentheses(std::string_view text)
 {
-    if (text.size() > 2 && text.front() == '(' && text.back() == ')')
-        text = text.substr(1, text.size() - 2);
-    return text;
+    return text.size() > 2 && text.starts_with('(') && text.ends_with(')') ? text.substr(1, text.size() - 2) : text;
 }
 
 /// Names for people begin with the vendor: "QL Model 9". What follows it is the model.
-std::string withoutVendor(std::string name, const std::optional<std::string>& vendor)
+std::string_view withoutVendor(std::string_view name, const std::optional<std::string>& vendor)
 {
     if (!vendor || name.size() < vendor->size() + 2 || name[vendor->size()] != ' ')
         return name;
-    if (lowered(std::string_view(name).substr(0, vendor->size())) != lowered(std::string_view(*vendor)))
-        return name;
-    return std::string(trimmed(std::string_view(name).substr(vendor->size())));
+    return lowered(name.substr(0, vendor->size())) == lowered(*vendor) ? trimmed(name.substr(vendor->size())) : name;
 }
 } // namespace
 
@@ -91,8 +87,8 @@ Identity TxtRecord::identity() const
     identity.vendor = firstOf(*this, {"usb_mfg", "usb_manufacturer", "mfg", "manufacturer", "vendor"});
     identity.model = firstOf(*this, {"usb_mdl", "usb_model", "mdl", "model"});
     if (!identity.model) {
-        if (auto name = firstOf(*this, {"ty", "product"}))
-            identity.model = withoutVendor(withoutParentheses(*std::move(name)), identity.vendor);
+        if (const auto name = firstOf(*this, {"ty", "product"}))
+            identity.model = std::string(withoutVendor(withoutParentheses(*name), identity.vendor));
     }
     identity.serialNumber =
         firstOf(*this, {"usb_sn", "usb_sern", "usb_serialnumber", "serialnumber", "serial", "sern", "sn"});
