@@ -3,11 +3,10 @@
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/ADMServiceInfo.h>
 #include <dmf/DMKeys.h>
-#include <dmf/DMLog.h>
 #include <dmf/platform/Unicode.h>
 #include <dmf/platform/Url.h>
 
-#include <exception>
+#include "plugins/GuardedMake.h"
 
 ADMBaseFactory::~ADMBaseFactory() = default;
 
@@ -23,12 +22,5 @@ ADMBaseFactory::implementerWithInterface(const dmf::Protocol& interface,
         return nullptr;
     const dmf::Dictionary matching{{std::string(kDMMockScheme), dmf::lowercased(url->scheme())}};
     const auto implementor = ADMPlugInManager::sharedManager()->implementorForProtocol(interface, matching);
-    if (!implementor)
-        return nullptr;
-    try {
-        return implementor->make<ADMInterfaceInitialization>(serviceInfo);
-    } catch (const std::exception& exception) {
-        DMFLog("errors", "Factory: exception %@ while '%@' was made for '%@'", exception, implementor->name(), uri);
-        return nullptr;
-    }
+    return dmf::internal::guardedMake<ADMInterfaceInitialization>(implementor, serviceInfo);
 }

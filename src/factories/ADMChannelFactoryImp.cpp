@@ -10,12 +10,25 @@
 #include <exception>
 #include <utility>
 
+#include "plugins/GuardedMake.h"
+
 namespace {
+/// A provider is a plug-in's: what it throws counts as having no such class.
+std::shared_ptr<const dmf::Class> classFrom(const ADMIOProvider& provider, const dmf::Protocol& protocol)
+{
+    try {
+        return provider.implementorClassForProtocolWithName(protocol.name());
+    } catch (const std::exception& exception) {
+        DMFLog("errors", "Factory: exception %@ while an I/O provider was asked for '%@'", exception, protocol.name());
+        return nullptr;
+    }
+}
+
 std::shared_ptr<const dmf::Class> channelClassFor(const ADMServiceInfo& serviceInfo)
 {
     const auto& protocol = ADMDuplexDataChannel::protocol();
     if (const auto provider = serviceInfo.ioProvider())
-        return provider->implementorClassForProtocolWithName(protocol.name());
+        return classFrom(*provider, protocol);
     // Without a type nothing is asked for: an empty dictionary would match every plug-in.
     const auto type = serviceInfo.connectionType();
     if (!type)
@@ -43,13 +56,8 @@ ADMChannelFactoryImp::newDuplexDataChannelWithServiceInfo(const std::shared_ptr<
 {
     if (!serviceInfo)
         return nullptr;
-    try {
-        const auto channelClass = channelClassFor(*serviceInfo);
-        return channelClass ? channelClass->make<ADMDuplexDataChannel>(serviceInfo, std::string(channelName)) : nullptr;
-    } catch (const std::exception& exception) {
-        DMFLog("errors", "Factory: exception %@ while channel '%@' was made", exception, channelName);
-        return nullptr;
-    }
+    return dmf::internal::guardedMake<ADMDuplexDataChannel>(channelClassFor(*serviceInfo), serviceInfo,
+                                                            std::string(channelName));
 }
 
 std::set<std::string> ADMChannelFactoryImp::channelNames()
