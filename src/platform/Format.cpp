@@ -256,11 +256,14 @@ bool Formatter::putInteger(const Placeholder& how, const FormatArgument& argumen
                                                            : 10);
     std::string text(digits, end.ptr);
     if (how.alternate && magnitude != 0)
-        prefix = how.conversion == 'x' ? "0x" : how.conversion == 'X' ? "0X" : how.conversion == 'o' ? "0" : prefix;
+        prefix = how.conversion == 'x' ? "0x" : how.conversion == 'X' ? "0X" : prefix;
     if (how.conversion == 'X')
         makeUpper(text);
     if (how.precision && text.size() < *how.precision)
         text.insert(0, *how.precision - text.size(), '0');
+    // Octal is marked by a digit: a zero in front, unless there is one.
+    if (how.alternate && how.conversion == 'o' && !text.starts_with('0'))
+        text.insert(0, 1, '0');
     putNumber(how, prefix, text, !how.precision);
     return true;
 }

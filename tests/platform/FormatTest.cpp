@@ -53,6 +53,7 @@ TEST(Format, NegativeNumbersReadAsTheirBits)
 TEST(Format, AlternateForms)
 {
     EXPECT_EQ(formatted("%#x %#X %#o %#x %#06x", 255, 255, 8, 0, 255), "0xff 0XFF 010 0 0x00ff");
+    EXPECT_EQ(formatted("%#.5o %#o", 1, 0), "00001 0");
 }
 
 TEST(Format, CharactersAreUtf8)
