@@ -184,7 +184,9 @@ TEST(DiscoveringFactory, AFactoryThatGoesIsNotHeardOfAgain)
     const auto delegate = std::make_shared<ADMDiscoveryDelegate>();
     delegate->discoveryWillStart = [&](auto&) { factory.reset(); };
     factory->setDelegate(delegate);
+    const auto model = factory->discoveryModel();
     ASSERT_TRUE(turnUntil([&] { return !factory; }));
+    model->stop();
     EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
     EXPECT_THAT(listener.heard, ElementsAre("DMDiscoveryWillStartNotification"));
 

@@ -1,5 +1,6 @@
 #include <csignal>
 #include <future>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -22,24 +23,27 @@ using ThreadState = ADMOperationQueue::ThreadState;
 
 namespace {
 
-/// Holds the queue's thread inside an operation until the test lets it go.
+/// Holds the queue's thread inside an operation until the test lets it go. What they share outlives the test.
 class Gate {
 public:
     /// An operation that tells when it runs, and gives the callback once it is let through.
     std::shared_ptr<TestOperation> operation(std::shared_ptr<ADMCallback> callback = nullptr)
     {
-        return makeOperation([this, callback](TestOperation&) {
-            entered_.set_value();
-            opened_.get_future().wait();
+        return makeOperation([ways = ways_, callback](TestOperation&) {
+            ways->entered.release();
+            ways->opened.acquire();
             return callback;
         });
     }
-    void waitUntilEntered() { entered_.get_future().wait(); }
-    void open() { opened_.set_value(); }
+    void waitUntilEntered() { ways_->entered.acquire(); }
+    void open() { ways_->opened.release(); }
 
 private:
-    std::promise<void> entered_;
-    std::promise<void> opened_;
+    struct Ways {
+        std::binary_semaphore entered{0};
+        std::binary_semaphore opened{0};
+    };
+    const std::shared_ptr<Ways> ways_ = std::make_shared<Ways>();
 };
 
 /// A queue on the test's run loop, and what its operations and callbacks have told.

@@ -9,7 +9,7 @@ namespace dmf::tool {
 /// a thread of their own, so what has to be done on a signal may be ordinary code.
 ///
 /// Work that can block runs inside a `Scope`: on a signal, or at the scope's deadline, its `cancel` is called once, on
-/// a thread of its own. Work that does not come back within a second of that is left where it is, and so is work
+/// a thread of its own. Work that does not come back within two seconds of that is left where it is, and so is work
 /// outside a scope.
 class Interrupt {
 public:

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +32,6 @@ public:
             throw Failure(ExitCode::failed, "there cannot be a lock named '" + options.name +
                                                 "': a name holds no slash, and the folder of the locks is /tmp");
         lock_->setLockTimeout(options.timeout);
-        const Interrupt::Scope scope({}); // there is nothing to give back yet
         isHeld_ = lock_->lock();
     }
     ~Held()
@@ -48,16 +49,36 @@ private:
     bool isHeld_ = false;
 };
 
-int runToEnd(const LockOptions& options, bool outputToError)
-{
-    ChildProcess child(options.command, outputToError);
-    const Interrupt::Scope scope([&child] { child.end(); });
-    return child.wait();
-}
+/// A command that can be ended from another thread, before it begins as well.
+class Command {
+public:
+    int runToEnd(const LockOptions& options, bool outputToError)
+    {
+        {
+            std::lock_guard guard(lock_);
+            Interrupt::check();
+            child_.emplace(options.command, outputToError);
+        }
+        return child_->wait();
+    }
+    void end()
+    {
+        std::lock_guard guard(lock_);
+        if (child_)
+            child_->end();
+    }
+
+private:
+    std::mutex lock_;
+    std::optional<ChildProcess> child_; // made under lock_, once
+};
 
 ExitCode runUnderLock(Session& session, const LockOptions& options)
 {
     Json fields{{"acquired", false}, {"status", nullptr}};
+    Command command;
+    // From before the lock is had until it has been given back, or an interruption would leave it behind.
+    const Interrupt::Scope scope([&command] { command.end(); });
     const Held held(options);
     Interrupt::check();
     if (!held.isHeld())
@@ -65,7 +86,7 @@ ExitCode runUnderLock(Session& session, const LockOptions& options)
 
     fields["acquired"] = true;
     const auto begin = std::chrono::steady_clock::now();
-    const int status = runToEnd(options, session.out.json);
+    const int status = command.runToEnd(options, session.out.json);
     fields["status"] = status;
     if (Interrupt::requested())
         throw Failure(ExitCode::interrupted, "interrupted", fields);
