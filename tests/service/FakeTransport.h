@@ -28,7 +28,8 @@ public:
     std::function<void(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>)> onRetrieve;
 };
 
-/// A transport whose devices come from a function of the test, which is told the description and how often it was asked.
+/// A transport whose devices come from a function of the test, which is told the description and how often it was
+/// asked.
 class FakeTransport final : public ADMIOProvider {
 public:
     using Locate = std::function<std::shared_ptr<IDMDevice>(
