@@ -59,7 +59,7 @@ public:
     /// nor is it listed. Service and operation are kept meanwhile; an override that goes on after this one keeps them
     /// too. Blocks without a limit: an operation that never finishes never returns; that it is finished is noticed at
     /// once when it reports something, else within `runQuantum`. What a callback throws ends the call and reaches the
-    /// caller. Ignored without an operation.
+    /// caller. Ignored without an operation. Not for one that is scheduled and not finished yet.
     virtual void performOperation(const std::shared_ptr<IDMSchedulableOperation>& operation);
 
     /// How often `performOperation` looks, in seconds: 0.5.
