@@ -96,7 +96,8 @@ TEST_F(Machine, LetsOneCommandOfALockRunAfterTheOther)
     EXPECT_EQ(second.wait().status, 0);
     EXPECT_EQ(read(log), "first\nsecond\n");
 
-    Process interrupted(command({"lock", lockName(), "--", "sh", "-c", "trap '' TERM; echo in; read x"}));
+    Process interrupted(
+        command({"lock", lockName(), "--", "sh", "-c", "trap '' TERM; echo in; exec tail -f /dev/null"}));
     ASSERT_EQ(interrupted.readLine(), "in");
     interrupted.signal(SIGINT);
     EXPECT_EQ(interrupted.wait().status, 130);
