@@ -27,6 +27,14 @@ void appendHexadecimal(std::string& to, unsigned char byte)
 
 bool holdsControls(std::string_view text) noexcept
 {
+    // Nearly every line is free of them, which a loop without a way out tells many bytes at a time.
+    bool mayHold = false;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        mayHold |= (byte < 0x20) | (byte == 0x7F) | (byte == kHighControlLead);
+    }
+    if (!mayHold)
+        return false;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const auto byte = static_cast<unsigned char>(text[at]);
         if (isControl(byte) || (byte == kHighControlLead && isHighControl(text, at)))
