@@ -12,7 +12,7 @@ using socket::Outcome;
 
 namespace {
 constexpr std::chrono::seconds kResolveLimit{5};
-constexpr std::chrono::seconds kConnectLimit{5};
+constexpr std::chrono::seconds kReachLimit{5};
 
 /// The description with what the device says of itself, which is fresher than what was known of it.
 Dictionary described(const Dictionary& spec, const Identity& identity)
@@ -42,7 +42,7 @@ std::shared_ptr<IDMDevice> NamedDevice::initFromInfo(const Dictionary& spec,
     Resolved resolved;
     if (resolve(*service, Clock::now() + kResolveLimit, isCancelled, resolved) != Outcome::done)
         return nullptr;
-    auto connected = socket::connectTo(resolved.endpoint, Clock::now() + kConnectLimit, isCancelled);
+    auto connected = socket::connectTo(resolved.endpoint, Clock::now() + kReachLimit, isCancelled);
     if (connected.outcome != Outcome::done)
         return nullptr;
     return std::make_shared<NamedDevice>(*std::move(service), std::move(resolved), spec, std::move(connected.address));

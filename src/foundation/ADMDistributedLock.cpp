@@ -1,6 +1,5 @@
 #include <dmf/ADMDistributedLock.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <dmf/DMLog.h>
 #include <dmf/platform/Format.h>
 
+#include "platform/Files.h"
 #include "platform/Host.h"
 #include "platform/LockFile.h"
 
@@ -36,17 +36,6 @@ struct ADMDistributedLock::Platform {
 
 namespace {
 
-std::string folderOf(const std::string& path)
-{
-    return path.substr(0, path.find_last_of('/'));
-}
-
-bool isFolder(const std::string& path)
-{
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 void sleepFor(double seconds)
 {
     // Short enough that a wait whose clock is set on, or whose pause is set too long, still ends.
@@ -64,7 +53,7 @@ std::shared_ptr<ADMDistributedLock> ADMDistributedLock::initWithName(std::option
     const auto path = Host::current().path(dmf::formatted("/tmp/%@.dmf", *name));
     // A name is one file in the folder of the locks, never a way out of it.
     if (name->find('/') != std::string_view::npos || name->find('\0') != std::string_view::npos ||
-        !isFolder(folderOf(path))) {
+        !dmf::internal::isFolder(dmf::internal::folderOf(path))) {
         DMFLog("errors", "[ADMDistributedLock initWithName]: cannot create file for distributed lock with path %@",
                path);
         return nullptr;

@@ -1,36 +1,19 @@
 #include <dmf/ADMFileLock.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <system_error>
 
 #include <dmf/DMLog.h>
 
+#include "platform/Files.h"
 #include "platform/LockFile.h"
-
-namespace {
-
-bool isFolder(const std::string& path)
-{
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-std::string folderOf(const std::string& path)
-{
-    const auto slash = path.find_last_of('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-} // namespace
 
 std::shared_ptr<ADMFileLock> ADMFileLock::initWithPath(std::string_view path)
 {
     std::string kept(path);
-    if (kept.empty() || kept.find('\0') != std::string::npos || isFolder(kept) || !isFolder(folderOf(kept)))
+    if (kept.empty() || kept.find('\0') != std::string::npos || dmf::internal::isFolder(kept) ||
+        !dmf::internal::isFolder(dmf::internal::folderOf(kept)))
         return nullptr;
     return std::make_shared<ADMFileLock>(Passkey(), std::move(kept));
 }

@@ -1,4 +1,4 @@
-#include "Files.h"
+#include "platform/Files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -32,6 +32,20 @@ std::string errorText(int code)
 }
 
 } // namespace
+
+bool isFolder(const std::string& path)
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string folderOf(const std::string& path)
+{
+    const auto slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
 
 std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path, std::size_t limit, Links links,
                                                          std::string* refusal)

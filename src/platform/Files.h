@@ -11,6 +11,12 @@ namespace dmf::internal {
 
 enum class Links : std::uint8_t { follow, refuse };
 
+/// Whether there is a folder at `path`; a link to one counts. Thread-safe.
+[[nodiscard]] bool isFolder(const std::string& path);
+
+/// The path of the folder that the last part of `path` lies in. Thread-safe.
+[[nodiscard]] std::string folderOf(const std::string& path);
+
 /// The refusal of a file that holds more than the limit.
 inline constexpr std::string_view kTooLarge = "is too large";
 

@@ -15,7 +15,7 @@ using dmf::Dictionary;
 
 namespace {
 
-std::string_view textOf(const dmf::Value& value)
+std::string_view textOrEmpty(const dmf::Value& value)
 {
     const auto* text = value.asString();
     return text ? std::string_view(*text) : std::string_view();
@@ -38,7 +38,7 @@ std::string ADMXMLElementImp::identifierNamed(std::string_view name, const Dicti
 {
     std::string identifier(name);
     const auto append = [&](const Dictionary::Entry& attribute) {
-        identifier.append(attribute.key).append(textOf(attribute.value));
+        identifier.append(attribute.key).append(textOrEmpty(attribute.value));
     };
     if (attributes.size() < 2) {
         std::ranges::for_each(attributes, append);
@@ -267,7 +267,7 @@ std::string ADMXMLElementImp::stringRepresentation() const
     std::string text = "<" + name;
     for (const auto& [attribute, value] : attributes_) {
         text.append(" ").append(attribute).append("=\"");
-        appendEscaped(text, textOf(value), true);
+        appendEscaped(text, textOrEmpty(value), true);
         text += '"';
     }
     if (children_.empty())
