@@ -2,6 +2,9 @@
 add_library(dmf_options INTERFACE)
 target_compile_options(dmf_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor
                                              -Woverloaded-virtual -Wimplicit-fallthrough)
+if(CMAKE_UNITY_BUILD)
+    target_compile_options(dmf_options INTERFACE -Wno-subobject-linkage) # GCC takes files that are included for headers
+endif()
 if(DMF_WARNINGS_AS_ERRORS)
     target_compile_options(dmf_options INTERFACE -Werror)
 endif()
