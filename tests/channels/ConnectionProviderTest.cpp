@@ -1,10 +1,8 @@
 #include <dmf/ADMConnectionProvider.h>
 
 #include <future>
-#include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "support/ChannelDelegate.h"
 #include "support/ScriptedProvider.h"
@@ -24,15 +22,17 @@ protected:
         ASSERT_TRUE(channel->open());
         provider = channel->scripted();
     }
-    /// A synchronous read of two bytes on another thread; gives status and bytes.
-    std::future<std::pair<int, std::string>> readElsewhere()
+    /// A synchronous read of two bytes: its status and what it gave.
+    std::pair<int, std::string> read(std::uint32_t timeout = 0) const
     {
-        return std::async(std::launch::async, [provider = provider] {
-            std::uint8_t buffer[2];
-            std::uint32_t length = 2;
-            const int status = provider->readData(buffer, length, true, 10 * kSecond);
-            return std::pair(status, std::string(buffer, buffer + length));
-        });
+        std::uint8_t buffer[2] = {};
+        std::uint32_t length = 2;
+        const int status = provider->readData(buffer, length, true, timeout);
+        return {status, std::string(buffer, buffer + length)};
+    }
+    std::future<std::pair<int, std::string>> readElsewhere() const
+    {
+        return std::async(std::launch::async, [this] { return read(10 * kSecond); });
     }
     /// Has a worker running by way of an asynchronous write that never ends.
     void startWorker()
@@ -47,22 +47,12 @@ protected:
 };
 } // namespace
 
-TEST_F(ConnectionProvider, NeedsParentAndDevice)
-{
-    EXPECT_FALSE(
-        ADMConnectionProvider::initWithParent<ScriptedProvider>(nullptr, nullptr, std::make_shared<FakeDevice>()));
-    EXPECT_FALSE(ADMConnectionProvider::initWithParent<ScriptedProvider>(channel, nullptr, nullptr));
-}
-
 TEST_F(ConnectionProvider, ClosedTakesNoStepAndNoRequest)
 {
     EXPECT_EQ(provider->close(), 0);
     EXPECT_EQ(provider->close(), 0);
     EXPECT_EQ(provider->closed, 1);
-    std::uint8_t buffer[2];
-    std::uint32_t length = 2;
-    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::notOpen);
-    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(read(), std::pair(int{ProviderStatus::notOpen}, std::string()));
     EXPECT_EQ(provider->readAsyncDataOfLength(2, 0), ProviderStatus::notOpen);
     EXPECT_EQ(provider->started, 0);
 }
@@ -75,30 +65,10 @@ TEST_F(ConnectionProvider, SynchronousFailuresCloseSaveTheForgivable)
             ticket.advance(1);
             return status;
         };
-        std::uint8_t buffer[2];
-        std::uint32_t length = 2;
-        EXPECT_EQ(provider->readData(buffer, length, true, 0), status);
-        EXPECT_EQ(length, 1u);
+        EXPECT_EQ(read(), std::pair(int{status}, std::string(1, '\0')));
         const bool isForgivable = status == 0 || status == -14 || status == -25 || status == -53 || status == -200;
         EXPECT_EQ(provider->isOpen(), isForgivable) << status;
     }
-}
-
-TEST_F(ConnectionProvider, OneRequestOfEachDirection)
-{
-    ASSERT_EQ(provider->readAsyncDataOfLength(3, kSecond), 0);
-    EXPECT_EQ(provider->readAsyncDataOfLength(9, 0), ProviderStatus::busy);
-    std::uint8_t buffer[2];
-    std::uint32_t length = 2;
-    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::busy);
-    EXPECT_EQ(length, 0u);
-    provider->post([](ScriptedProvider& worker) {
-        EXPECT_EQ(worker.readTicket()->length(), 3u);
-        EXPECT_EQ(worker.readTicket()->timeout(), kSecond);
-        worker.arrive("abc");
-        EXPECT_FALSE(worker.readTicket());
-    });
-    EXPECT_TRUE(recorder.waitFor("readDone"));
 }
 
 TEST_F(ConnectionProvider, ReadsOfAnyLengthGoOnBlockByBlockUntilAFailure)
@@ -153,15 +123,7 @@ TEST_F(ConnectionProvider, TheWorkersOwnRequestsRunOnItsThread)
     startWorker();
     provider->onRead = [](ADMTransferTicket&) { return ProviderStatus::timedOut; };
     int status = 0;
-    provider
-        ->post(
-            [&](ScriptedProvider& worker) {
-                std::uint8_t buffer[1];
-                std::uint32_t length = 1;
-                status = worker.readData(buffer, length, true, 0);
-            },
-            false)
-        .get();
+    provider->post([&](ScriptedProvider&) { status = read().first; }, false).get();
     EXPECT_EQ(status, ProviderStatus::timedOut);
 }
 
@@ -182,14 +144,19 @@ TEST_F(ConnectionProvider, AWorkerThatCannotServeFailsTheRequestAndCloses)
     EXPECT_TRUE(recorder.told.empty());
 }
 
-TEST_F(ConnectionProvider, CloseReleasesWhoeverWaits)
+TEST_F(ConnectionProvider, ClosingOnManyThreadsReleasesWhoeverWaits)
 {
     startWorker();
     auto result = readElsewhere();
     provider->waitForRequest();
-    channel->close();
+    std::vector<std::future<void>> closers;
+    for (int i = 0; i < 4; ++i)
+        closers.push_back(std::async(std::launch::async, [this] { channel->close(); }));
+    for (auto& closer : closers)
+        closer.get();
     EXPECT_EQ(result.get().first, ProviderStatus::notOpen);
     EXPECT_FALSE(provider->isRunning());
+    EXPECT_EQ(provider->closed, 1);
     // Asynchronous requests ended without a word, and their places are free after the next opening.
     ASSERT_TRUE(channel->open());
     EXPECT_EQ(provider->writeAsyncData(dmf::Data::fromText("next"), kSecond), 0);
@@ -266,24 +233,8 @@ TEST_F(ConnectionProvider, ATransferDoesNotPassToTheNextConnection)
         EXPECT_FALSE(provider->isPending(ticket));
         return ProviderStatus::failed;
     };
-    std::uint8_t buffer[1];
-    std::uint32_t length = 1;
-    EXPECT_EQ(provider->readData(buffer, length, true, 0), ProviderStatus::failed);
+    EXPECT_EQ(read().first, ProviderStatus::failed);
     EXPECT_TRUE(provider->isOpen()); // the failure was the old connection's
-}
-
-TEST_F(ConnectionProvider, ClosesFromManyThreadsAllReturn)
-{
-    startWorker();
-    auto result = readElsewhere();
-    provider->waitForRequest();
-    std::vector<std::future<void>> closers;
-    for (int i = 0; i < 4; ++i)
-        closers.push_back(std::async(std::launch::async, [this] { channel->close(); }));
-    for (auto& closer : closers)
-        closer.get();
-    EXPECT_EQ(result.get().first, ProviderStatus::notOpen);
-    EXPECT_EQ(provider->closed, 1);
 }
 
 TEST_F(ConnectionProvider, GivesUpWhenTheChannelHasGone)
@@ -292,4 +243,6 @@ TEST_F(ConnectionProvider, GivesUpWhenTheChannelHasGone)
     channel.reset();
     EXPECT_FALSE(kept->isOpen());
     EXPECT_TRUE(kept->shouldCancelRead());
+    EXPECT_FALSE(
+        ADMConnectionProvider::initWithParent<ScriptedProvider>(channel, nullptr, std::make_shared<FakeDevice>()));
 }

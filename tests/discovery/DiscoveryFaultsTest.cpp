@@ -1,18 +1,17 @@
 #include <dmf/ADMBaseDiscovery.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
+#include <latch>
 #include <stdexcept>
 #include <thread>
 
 #include "discovery/Session.h"
+#include "support/Stopwatch.h"
 
 using testing::ElementsAre;
 using State = ADMDiscoverySource::State;
-using namespace std::chrono_literals;
 
 TEST(DiscoveryFaults, ASynchronousRunEndsWhenItIsStoppedOrAReportThrows)
 {
@@ -23,15 +22,15 @@ TEST(DiscoveryFaults, ASynchronousRunEndsWhenItIsStoppedOrAReportThrows)
     };
     Session session({"Print"}, false);
     session.delegate->discoveryDidFindService = [](ADMDiscovery& it, const auto&) { it.stop(); };
-    const auto begin = std::chrono::steady_clock::now();
-    const auto found = session.discovery->performDiscoveryForConnectionTypes(kFake, 8);
+    const Stopwatch watch;
+    const auto found = session.discovery->performDiscoveryForConnectionTypes(kFake, 30);
     EXPECT_EQ(found->size(), 1U);
 
     session.delegate->discoveryDidFindService = [](auto&, const auto&) { throw std::runtime_error("client"); };
-    EXPECT_THROW((void)session.discovery->performDiscoveryForConnectionTypes(kFake, 8), std::runtime_error);
+    EXPECT_THROW((void)session.discovery->performDiscoveryForConnectionTypes(kFake, 30), std::runtime_error);
     EXPECT_FALSE(session.discovery->isStarted());
     EXPECT_FALSE(session.discovery->runLoop());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 7s);
+    EXPECT_LT(watch.seconds(), 25);
 }
 
 TEST(DiscoveryFaults, ADelegateMayStopRescheduleAndReleaseFromAReport)
@@ -59,32 +58,28 @@ TEST(DiscoveryFaults, ADelegateMayStopRescheduleAndReleaseFromAReport)
 TEST(DiscoveryFaults, ABackEndThatHangsTakesNobodyWithIt)
 {
     DiscoveryHost host;
-    Gate gate;
+    std::latch gate(1);
     std::atomic<int> stopped{0};
     host.backEnds.onStop = [&] { ++stopped; };
     host.backEnds.onStart = [&](FakeServiceDiscovery&) {
-        gate.pass();
+        gate.wait();
         return 0U;
     };
     {
-        // Released while its back end starts: nothing is waited for.
+        // Released while its back end starts, which waits for us: it is not waited for.
         Session released;
         released.discovery->scheduleDiscoveryForConnectionTypes(kFake);
         ASSERT_TRUE(turnUntil([&] { return host.backEnds.madeCount() == 1; }));
-        const auto begin = std::chrono::steady_clock::now();
         released.discovery.reset();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
     }
     Session session;
     session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
     ASSERT_TRUE(turnUntil([&] { return host.backEnds.madeCount() == 2; }));
-    const auto begin = std::chrono::steady_clock::now();
     session.discovery->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 8s);
     ASSERT_TRUE(session.hears(2));
     EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
     EXPECT_EQ(stopped, 0);
-    gate.open();
+    gate.count_down();
     // What started too late is stopped, and goes.
     EXPECT_TRUE(turnUntil([&] { return stopped >= 2 && host.backEnds.alive().empty(); }));
 }
@@ -118,11 +113,11 @@ TEST(DiscoveryFaults, ThousandsOfReportsWhileStartingAndStopping)
 TEST(DiscoveryFaults, ABackEndThatHangsInItsStopIsLeftBehind)
 {
     DiscoveryHost host;
-    Gate gate;
+    std::latch gate(1);
     std::atomic<int> stops{0};
     host.backEnds.onStop = [&] {
         if (++stops == 1)
-            gate.pass();
+            gate.wait();
     };
     Session session({"Print", "Scan"});
     session.start(host, 2);
@@ -130,7 +125,7 @@ TEST(DiscoveryFaults, ABackEndThatHangsInItsStopIsLeftBehind)
     ASSERT_TRUE(session.hears(2));
     EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
     EXPECT_EQ(session.discovery->sources()[1].state, State::stopped);
-    gate.open();
+    gate.count_down();
     EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
 }
 
@@ -147,7 +142,7 @@ TEST(DiscoveryFaults, ASynchronousRunMayBeStoppedAndBegunAnewFromAReport)
         if (std::exchange(isInner, true))
             return;
         it.stop();
-        innerFinds = it.performDiscoveryForConnectionTypes(kFake, 0.1)->size();
+        innerFinds = it.performDiscoveryForConnectionTypes(kFake, 1)->size();
     };
     const auto found = session.discovery->performDiscoveryForConnectionTypes({"Fake", "Fake"}, 5);
     EXPECT_EQ(innerFinds, 1U);
@@ -159,15 +154,12 @@ TEST(DiscoveryFaults, ASynchronousRunMayBeStoppedAndBegunAnewFromAReport)
 
 TEST(DiscoveryFaults, WhatClientsThrowOnTheDiscoveryThreadStaysThere)
 {
-    class Throwing final : public ADMDiscoveryFilter {
-    public:
-        bool isAcceptedService(ADMServiceInfo&) override { throw std::runtime_error("filter"); }
-    };
     DiscoveryHost host;
     Session session;
     session.start(host);
     const auto backEnd = host.backEnds.alive()[0];
-    session.discovery->setFilter(std::make_shared<Throwing>());
+    session.discovery->setFilter(
+        std::make_shared<TestFilter>([](auto&) -> bool { throw std::runtime_error("filter"); }));
     backEnd->report(serviceAt("10.0.0.1"));
     FakeServiceDiscovery::settle();
     session.discovery->setFilter(nullptr);

@@ -8,13 +8,14 @@
 #include <utility>
 #include <vector>
 
+#include <dmf/ADMDiscovery.h>
 #include <dmf/ADMServiceDiscoveryBase.h>
 #include <dmf/ADMServiceInfoImp.h>
 #include <dmf/DMKeys.h>
-#include <dmf/platform/RunLoop.h>
 
 #include "support/HostFixture.h"
 #include "support/TestPlugIns.h"
+#include "support/TurnUntil.h"
 
 class FakeServiceDiscovery;
 
@@ -125,21 +126,18 @@ public:
     FakeBackEnds backEnds;
 };
 
+/// A filter that asks the test.
+class TestFilter final : public ADMDiscoveryFilter {
+public:
+    explicit TestFilter(std::function<bool(ADMServiceInfo&)> accepts) : accepts_(std::move(accepts)) {}
+    bool isAcceptedService(ADMServiceInfo& service) override { return accepts_(service); }
+
+private:
+    const std::function<bool(ADMServiceInfo&)> accepts_;
+};
+
 inline std::shared_ptr<ADMServiceInfo> serviceAt(const std::string& address)
 {
     return ADMServiceInfoImp::initWithURI("socket://" + address + ":9100?vendor=QL&product=Model%209",
                                           kPrinterDeviceClass);
-}
-
-/// Turns the calling thread's run loop in `mode` until `isDone`, ten seconds at most.
-inline bool turnUntil(const std::function<bool()>& isDone, std::string_view mode = dmf::kDefaultRunLoopMode)
-{
-    const auto loop = dmf::RunLoop::current();
-    const auto keeper = dmf::RunLoopSource::create(nullptr);
-    loop->addSource(keeper, mode);
-    const dmf::Date limit = dmf::Date::now().addingTimeInterval(10);
-    while (!isDone() && dmf::Date::now() < limit)
-        loop->runMode(mode, dmf::Date::now().addingTimeInterval(0.02), true);
-    keeper->invalidate();
-    return isDone();
 }

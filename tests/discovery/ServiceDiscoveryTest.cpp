@@ -1,7 +1,6 @@
 #include <dmf/ADMServiceDiscoveryBase.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <dmf/ADMDiscoveryThread.h>
 #include <dmf/platform/Error.h>
@@ -123,19 +122,14 @@ TEST(ServiceDiscovery, TheLastReferenceMayGoOnTheDiscoveryThread)
     await(done);
     EXPECT_TRUE(turnUntil([&] { return loop->hasEnded(); }));
     EXPECT_FALSE(Base::runloop());
-}
 
-TEST(ServiceDiscovery, AThreadOfOnesOwnStopsWithItsLastReference)
-{
-    auto thread = ADMDiscoveryThread::init();
-    ASSERT_TRUE(thread);
-    const auto loop = thread->runLoop();
-    ASSERT_TRUE(loop);
+    auto thread = ADMDiscoveryThread::init(); // one of one's own
+    const auto ownLoop = thread->runLoop();
     std::atomic<bool> ran{false};
     thread->performAction([&] { ran = true; });
     thread.reset();
     EXPECT_TRUE(ran);
-    EXPECT_TRUE(turnUntil([&] { return loop->hasEnded(); }));
+    EXPECT_TRUE(turnUntil([&] { return ownLoop->hasEnded(); }));
 }
 
 TEST(ServiceDiscovery, AStartTellsWhyItFailed)
@@ -157,54 +151,4 @@ TEST(ServiceDiscovery, AStartTellsWhyItFailed)
     EXPECT_FALSE(bare->startServiceDiscovery(&error));
     EXPECT_EQ(error[kDMErrorDescription], "Invalid discovery implementor (nil).");
     EXPECT_EQ(error[kDMErrorCode], -1);
-}
-
-TEST(ServiceDiscovery, NothingIsReportedAfterStop)
-{
-    FakeBackEnds backEnds;
-    const auto discovery = FakeServiceDiscovery::make("Print", "Fake", {});
-    std::vector<std::string> heard;
-    const auto delegate = std::make_shared<IDMServiceDiscoveryDelegate>();
-    delegate->serviceDiscoveryDidFindService = [&](auto&, const auto& service) {
-        heard.push_back("found " + service->uri().value_or(""));
-    };
-    delegate->serviceDiscoveryDidDisappearService = [&](auto&, const auto& service) {
-        heard.push_back("lost " + service->uri().value_or(""));
-    };
-    discovery->setDelegate(delegate);
-    EXPECT_EQ(discovery->delegate(), delegate);
-    discovery->report(serviceAt("10.0.0.1"));
-    discovery->report(serviceAt("10.0.0.1"), true);
-    FakeServiceDiscovery::settle();
-    const std::string uri = *serviceAt("10.0.0.1")->uri();
-    EXPECT_THAT(heard, ElementsAre("found " + uri, "lost " + uri));
-
-    discovery->stop();
-    EXPECT_FALSE(discovery->delegate());
-    discovery->report(serviceAt("10.0.0.2"));
-    FakeServiceDiscovery::settle();
-    EXPECT_EQ(heard.size(), 2U);
-}
-
-TEST(ServiceDiscovery, AProviderKeepsItsServiceAndKnowsNoParameters)
-{
-    FakeBackEnds backEnds;
-    const auto discovery = FakeServiceDiscovery::make("Print", "Fake", {{"depth", 3}});
-    auto& provider = *discovery->provider();
-    EXPECT_EQ(provider.parent(), discovery);
-    EXPECT_EQ(provider.parameters()["depth"], 3);
-
-    EXPECT_EQ(provider.initDiscovery({}, "local"), 1U);
-    EXPECT_EQ(provider.initDiscovery("a device", std::nullopt), 0U);
-    EXPECT_EQ(provider.service(), "a device");
-    provider.resetDiscovery();
-    EXPECT_TRUE(provider.service().isNull());
-
-    std::array<std::uint8_t, 4> value{};
-    EXPECT_EQ(provider.parameter(std::nullopt, value), 4U);
-    EXPECT_EQ(provider.parameter("depth", {}), 4U);
-    EXPECT_EQ(provider.parameter("depth", value), 6U);
-    EXPECT_EQ(provider.setParameter("depth", {}), 4U);
-    EXPECT_EQ(provider.setParameter("depth", value), 6U);
-    EXPECT_THROW(FakeServiceDiscovery::Provider(nullptr), std::invalid_argument);
 }

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <algorithm>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,26 +62,4 @@ struct Session {
     Names heard;
     std::shared_ptr<ADMBaseDiscovery> discovery;
     std::shared_ptr<ADMDiscoveryDelegate> delegate;
-};
-
-/// Something that a back end blocks on until the test lets it go.
-class Gate {
-public:
-    ~Gate() { open(); }
-    void open()
-    {
-        std::lock_guard guard(lock_);
-        isOpen_ = true;
-        changed_.notify_all();
-    }
-    void pass()
-    {
-        std::unique_lock guard(lock_);
-        changed_.wait(guard, [this] { return isOpen_; });
-    }
-
-private:
-    std::mutex lock_;
-    std::condition_variable changed_;
-    bool isOpen_ = false; // guarded by lock_
 };

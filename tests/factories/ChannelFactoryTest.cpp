@@ -1,6 +1,5 @@
 #include <dmf/ADMChannelFactoryImp.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <dmf/ADMPlugInManager.h>
@@ -26,16 +25,6 @@ public:
 };
 } // namespace
 
-TEST(ChannelFactory, IsMadeByItsPublicFace)
-{
-    const auto factory = ADMDataChannelFactory::init();
-    EXPECT_TRUE(std::dynamic_pointer_cast<ADMChannelFactoryImp>(factory));
-    EXPECT_EQ(ADMDataChannelFactory::interfaceID(), "DATA_CHANNEL");
-    EXPECT_THAT(factory->supportedChannelNames(),
-                testing::ElementsAre("Print", "QL-CONFIGURATION-UPLOAD", "QL-CONFIGURATION-DOWNLOAD", "Scan", "Echo",
-                                     "Embedded Web Server"));
-}
-
 TEST(ChannelFactory, TakesTheChannelFromTheServicesProviderElseFromAPlugIn)
 {
     const auto factory = ADMDataChannelFactory::init();
@@ -52,6 +41,6 @@ TEST(ChannelFactory, TakesTheChannelFromTheServicesProviderElseFromAPlugIn)
     EXPECT_NE(byProvider, factory->newDuplexDataChannelWithServiceInfo(info, "Print"));
 
     EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(nullptr, "Print"));
-    const auto unknown = std::make_shared<FakeServiceInfo>(nullptr, dmf::Dictionary(), "Telex");
+    const auto unknown = std::make_shared<FakeServiceInfo>(nullptr, "Telex");
     EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(unknown, "Print"));
 }

@@ -7,10 +7,10 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "TestOperation.h"
-#include "support/ChannelDelegate.h"
+#include "support/LoopThread.h"
+#include "support/TurnUntil.h"
 
 using dmf::Date;
 using dmf::RunLoop;
@@ -63,7 +63,7 @@ TEST(CallbackPort, WaitsForRoomButNotForEver)
     EXPECT_THAT(stage.told, ElementsAre("a", "b", "c"));
 
     // Room that comes while a sender waits is used at once, the first of it already.
-    Stage patient(8, 15s);
+    Stage patient(8, 60s);
     patient.port->scheduleInRunLoop(RunLoop::current(), kMode);
     for (int i = 0; i < 8; ++i)
         EXPECT_TRUE(patient.send("early"));
@@ -75,7 +75,7 @@ TEST(CallbackPort, WaitsForRoomButNotForEver)
     begun.get_future().wait();
     EXPECT_EQ(sending.wait_for(20ms), std::future_status::timeout);
     turn();
-    ASSERT_EQ(sending.wait_for(10s), std::future_status::ready);
+    ASSERT_EQ(sending.wait_for(30s), std::future_status::ready);
     EXPECT_TRUE(sending.get());
 }
 
@@ -90,9 +90,7 @@ TEST(CallbackPort, InvalidatingEndsTheWaitForRoom)
     });
     begun.get_future().wait();
     EXPECT_EQ(stage.port->invalidate().size(), 1u);
-    ASSERT_EQ(sending.wait_for(10s), std::future_status::ready);
     EXPECT_FALSE(sending.get());
-    EXPECT_FALSE(stage.port->isValid());
     stage.port->scheduleInRunLoop(RunLoop::current(), kMode);
     EXPECT_EQ(turn(), RunLoop::Result::finished);
     EXPECT_TRUE(stage.told.empty());
@@ -121,34 +119,20 @@ TEST(CallbackPort, OneTurnPerformsOneCallbackEvenWhenItThrowsOrTurnsTheLoop)
 TEST(CallbackPort, ARunLoopThatLeavesLeavesTheRestToTheOthers)
 {
     Stage stage;
-    std::promise<std::shared_ptr<RunLoop>> started;
-    std::thread::id servedBy;
-    std::thread other([&] {
-        stage.port->scheduleInRunLoop(RunLoop::current(), kMode);
-        const auto idle = dmf::RunLoopSource::create({});
-        RunLoop::current()->addSource(idle, kMode);
-        started.set_value(RunLoop::current());
-        RunLoop::current()->runMode(kMode, Date::afterNow(10));
-    });
-    const auto otherLoop = started.get_future().get();
+    LoopThread other(kMode);
+    stage.port->scheduleInRunLoop(other.loop(), kMode);
+    stage.port->removeFromRunLoop(other.loop(), kMode);
     // This loop takes the first and leaves; the other, which waits, must get the second.
-    stage.port->removeFromRunLoop(otherLoop, kMode);
     stage.port->scheduleInRunLoop(RunLoop::current(), kMode);
-    std::promise<void> served;
+    std::promise<std::thread::id> served;
     stage.send("here", [&] {
-        stage.port->scheduleInRunLoop(otherLoop, kMode);
+        stage.port->scheduleInRunLoop(other.loop(), kMode);
         stage.port->removeFromRunLoop(RunLoop::current(), kMode);
     });
-    stage.send("there", [&] {
-        servedBy = std::this_thread::get_id();
-        RunLoop::current()->stop();
-        served.set_value();
-    });
+    stage.send("there", [&] { served.set_value(std::this_thread::get_id()); });
     turn();
-    EXPECT_EQ(served.get_future().wait_for(10s), std::future_status::ready);
-    const auto otherId = other.get_id();
-    other.join();
-    EXPECT_EQ(servedBy, otherId);
+    EXPECT_EQ(served.get_future().get(), other.id());
+    other.end();
     EXPECT_THAT(stage.told, ElementsAre("here", "there"));
 
     // The other's thread has ended; callbacks wait for a loop that turns.

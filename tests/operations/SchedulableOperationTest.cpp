@@ -1,4 +1,3 @@
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -21,19 +20,18 @@ std::shared_ptr<ADMSchedulableOperation> fresh()
 TEST(SchedulableOperation, BelongsToAServiceAndLeavesTheWorkToSubclasses)
 {
     EXPECT_FALSE(ADMSchedulableOperation::initWithServiceInfo(nullptr));
-    EXPECT_FALSE(ADMSchedulableOperation::initWithServiceInfo<TestOperation>(nullptr, TestOperation::Work()));
-    const auto service = std::make_shared<FakeServiceInfo>();
-    const auto operation = ADMSchedulableOperation::initWithServiceInfo(service);
-    EXPECT_EQ(operation->serviceInfo(), service);
+    const auto operation = fresh();
     EXPECT_THROW((void)operation->performOperation(), dmf::UnrecognizedOperation);
     EXPECT_THROW(operation->scheduleInRunLoop(dmf::RunLoop::current(), "m"), dmf::UnrecognizedOperation);
     EXPECT_THROW(operation->removeFromRunLoop(dmf::RunLoop::current(), "m"), dmf::UnrecognizedOperation);
 }
 
-TEST(SchedulableOperation, EachSchedulingBeginsANewRun)
+TEST(SchedulableOperation, EachSchedulingBeginsANewRunThatCanBeCanceled)
 {
     const auto operation = fresh();
     EXPECT_FALSE(operation->isActive());
+    operation->cancel();
+    EXPECT_FALSE(operation->isCanceled());
     operation->setFinished(true);
     operation->setOperationSucceed(true);
     operation->setCanceled(true);
@@ -46,30 +44,8 @@ TEST(SchedulableOperation, EachSchedulingBeginsANewRun)
     EXPECT_TRUE(operation->error().empty());
     EXPECT_EQ(operation->userInfo(), "kept");
     EXPECT_EQ(operation->limitDate(), dmf::Date(5));
-}
-
-TEST(SchedulableOperation, OnlyAnActiveOneIsCanceled)
-{
-    const auto operation = fresh();
-    operation->cancel();
-    EXPECT_FALSE(operation->isCanceled());
-    operation->scheduleOperation();
     operation->cancel();
     EXPECT_TRUE(operation->isCanceled());
-    operation->setActive(false);
-    operation->setCanceled(false);
-    operation->cancel();
-    EXPECT_FALSE(operation->isCanceled());
-}
-
-TEST(SchedulableOperation, DoesNotKeepItsDelegate)
-{
-    const auto operation = fresh();
-    auto client = std::make_shared<Client>();
-    operation->setDelegate(client);
-    EXPECT_EQ(operation->delegate(), client);
-    client.reset();
-    EXPECT_EQ(operation->delegate(), nullptr);
 }
 
 TEST(SchedulableOperation, DescribesItself)
@@ -91,15 +67,4 @@ TEST(SchedulableOperation, DescribesItself)
                                     "isSucceeded = YES, isCanceled = NO",
                                     static_cast<const void*>(client.get()), operation->error()));
     EXPECT_EQ(makeOperation({})->description().find("<TestOperation: 0x"), 0u);
-}
-
-TEST(InvocationCallback, CallsItsFunction)
-{
-    EXPECT_FALSE(ADMInvocationCallback::initWithInvocation({}));
-    EXPECT_FALSE(ADMInvocationCallback::callbackWithInvocation(nullptr));
-    int calls = 0;
-    const auto callback = ADMInvocationCallback::initWithInvocation([&] { ++calls; });
-    callback->performCallback();
-    callback->invocation()();
-    EXPECT_EQ(calls, 2);
 }

@@ -2,8 +2,10 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <dmf/ADMInvocationCallback.h>
 #include <dmf/ADMOperationQueue.h>
@@ -11,7 +13,8 @@
 
 #include "support/FakeServiceInfo.h"
 
-/// An operation that does what the test says, on a queue if there is one.
+/// An operation that does what the test says, on a queue if there is one, and writes down what its service does with
+/// it.
 class TestOperation : public ADMSchedulableOperation {
 public:
     using Work = std::function<std::shared_ptr<ADMCallback>(TestOperation&)>;
@@ -25,29 +28,36 @@ public:
         if (onDestruction)
             onDestruction();
     }
-    std::function<void()> onDestruction;
-    std::function<void()> onCancel;
+    std::function<void()> onDestruction, onCancel, onScheduling, onUnscheduling;
+    std::vector<std::string> told;
 
     std::shared_ptr<ADMCallback> performOperation() override { return work_(*this); }
     void cancel() override
     {
         ADMSchedulableOperation::cancel();
-        if (const auto told = onCancel)
-            told();
+        if (const auto kept = onCancel)
+            kept();
     }
     void scheduleOperation() override
     {
         ADMSchedulableOperation::scheduleOperation();
+        told.emplace_back("run");
         if (const auto queue = queue_.lock())
             queue->scheduleOperation(shared_from_this());
     }
     void scheduleInRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
     {
+        told.push_back("in " + std::string(mode));
+        if (onScheduling)
+            onScheduling();
         if (const auto queue = queue_.lock())
             queue->scheduleInRunLoop(runLoop, mode);
     }
     void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) override
     {
+        told.push_back("out of " + std::string(mode));
+        if (onUnscheduling)
+            onUnscheduling();
         if (const auto queue = queue_.lock())
             queue->removeFromRunLoop(runLoop, mode);
     }

@@ -9,8 +9,8 @@
 #include <stdexcept>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include "support/FakeServiceInfo.h"
 #include "support/HostFixture.h"
 #include "support/TestPlugIns.h"
 
@@ -18,9 +18,7 @@ namespace fs = std::filesystem;
 using dmf::Class;
 using dmf::ClassRegistry;
 using dmf::Dictionary;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
@@ -87,39 +85,19 @@ const ADMPlugInReport& reportOf(const std::vector<ADMPlugInReport>& reports, std
     return *found;
 }
 
-/// A class of the program's own, registered for the length of a test.
-class OwnClass {
-public:
-    template <class Interface, class Factory>
-    OwnClass(std::string name, Interface*, Factory factory)
-    {
-        auto made = std::make_shared<Class>(std::move(name), this);
-        made->template implements<Interface>(factory);
-        class_ = made;
-        ClassRegistry::shared().add(class_);
-    }
-    ~OwnClass() { ClassRegistry::shared().remove(class_); }
-    OwnClass(const OwnClass&) = delete;
-    OwnClass& operator=(const OwnClass&) = delete;
-
-private:
-    std::shared_ptr<const Class> class_;
-};
-
-OwnClass ownProvider(const std::string& name)
-{
-    return OwnClass(name, static_cast<ADMIOProvider*>(nullptr), [] { return std::shared_ptr<ADMIOProvider>(); });
-}
-
-OwnClass ownService(const std::string& name)
-{
-    return OwnClass(name, static_cast<ADMInterfaceInitialization*>(nullptr),
-                    [](const std::shared_ptr<ADMServiceInfo>&) { return std::shared_ptr<ADMInterface>(); });
-}
-
 constexpr dmf::Protocol kFunctional("FunctionalThing", {}, {});
 
 } // namespace
+
+DMF_REGISTER_CLASS(OwnProvider)
+{
+    described.implements<ADMIOProvider>([] { return std::shared_ptr<ADMIOProvider>(); });
+}
+DMF_REGISTER_CLASS(OwnService)
+{
+    described.implements<ADMInterfaceInitialization>(
+        [](const std::shared_ptr<ADMServiceInfo>&) { return std::shared_ptr<ADMInterface>(); });
+}
 
 TEST(PlugInManager, FirstWorkingCandidateByNameWinsAndTheOthersAreSkipped)
 {
@@ -183,7 +161,7 @@ TEST(PlugInManager, MockRequestsLookInTheMockFolderOnly)
     EXPECT_EQ(providerFor(mock), "BetaProvider");
     const auto service = manager().implementorForProtocol(kFunctional, mock);
     EXPECT_EQ(nameOf(service), "BetaService");
-    EXPECT_TRUE(service->make<ADMInterfaceInitialization>(std::shared_ptr<ADMServiceInfo>())->isAvailable());
+    EXPECT_TRUE(service->make<ADMInterfaceInitialization>(std::make_shared<FakeServiceInfo>()));
     // Neither an I/O provider nor a functional service.
     EXPECT_EQ(manager().implementorForProtocol(dmf::Protocol("Strange", {}, {}), mock), nullptr);
     EXPECT_EQ(providerFor({{kScheme, "Sim"}}), "");
@@ -193,8 +171,6 @@ TEST(PlugInManager, RegisteredMocksNeedNoFolder)
 {
     PlugInHost host;
     fs::remove_all(host.mocks());
-    const auto provider = ownProvider("OwnProvider");
-    const auto service = ownService("OwnService");
     const Dictionary factories{{"any", Dictionary{{"FunctionalThing", "OwnService"}, {"Strange", "OwnProvider"}}}};
     const auto info = [&](const char* scheme, const char* providerName) {
         return Dictionary{{kScheme, scheme}, {kProvider, providerName}, {kFactories, factories}};
@@ -216,22 +192,6 @@ TEST(PlugInManager, RegisteredMocksNeedNoFolder)
     EXPECT_EQ(providerFor({{kScheme, "mockusb"}}), "");
     EXPECT_EQ(manager().implementorForProtocol(kFunctional, {{kScheme, "mockusb"}}), nullptr);
     EXPECT_EQ(providerFor({{kScheme, "MockUSB"}}), "OwnProvider"); // registered with capitals, so it stays
-}
-
-TEST(PlugInManager, PlugInsOfAFolderComeSortedAndMatching)
-{
-    PlugInHost host;
-    for (const char* name : {"c", "a", "b"})
-        host.addRegular(name, "Refused", name == std::string("b") ? "USB" : "IP", "RefusedProvider");
-    const auto names = [&](const Dictionary& matching) {
-        std::vector<std::string> found;
-        for (const auto& bundle : manager().pluginsFromBaseDir(host.regular().string(), matching))
-            found.push_back(fs::path(bundle->path()).stem());
-        return found;
-    };
-    EXPECT_THAT(names({}), ElementsAre("a", "b", "c"));
-    EXPECT_THAT(names({{kType, "IP"}}), ElementsAre("a", "c"));
-    EXPECT_THAT(manager().pluginsFromBaseDir(host.path("/nowhere").string(), {}), IsEmpty());
 }
 
 TEST(PlugInManager, LoadingTakesEveryMatchingPlugInOfTheFolder)

@@ -1,37 +1,27 @@
 #include <dmf/DMDeviceID.h>
 
 #include <cstdlib>
-#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-struct Free {
-    void operator()(char* text) const { std::free(text); }
-};
-using CString = std::unique_ptr<char, Free>;
-
 struct Parsed {
     bool result = false;
-    CString model, manufacturer, description;
+    std::string model, manufacturer, description;
 };
 
 Parsed parse(const char* deviceID)
 {
     char* outputs[3] = {};
-    Parsed parsed;
-    parsed.result = ParseDeviceStatusString(deviceID, &outputs[0], &outputs[1], &outputs[2]);
-    parsed.model.reset(outputs[0]);
-    parsed.manufacturer.reset(outputs[1]);
-    parsed.description.reset(outputs[2]);
+    Parsed parsed{ParseDeviceStatusString(deviceID, &outputs[0], &outputs[1], &outputs[2]), {}, {}, {}};
+    std::string* const texts[] = {&parsed.model, &parsed.manufacturer, &parsed.description};
+    for (int i = 0; i < 3; ++i) {
+        *texts[i] = outputs[i] ? outputs[i] : "<none>";
+        std::free(outputs[i]);
+    }
     return parsed;
-}
-
-std::string text(const CString& string)
-{
-    return string ? string.get() : "<none>";
 }
 
 } // namespace
@@ -60,15 +50,15 @@ TEST(DeviceID, CStringsAreMatchedByCaseAndByTheFirstFieldThatFits)
 {
     const auto usual = parse("MFG:QL;MDL:Model 9;DES:Model 9 Printer;SN:CN1234;");
     EXPECT_TRUE(usual.result);
-    EXPECT_EQ(text(usual.manufacturer), "QL");
-    EXPECT_EQ(text(usual.model), "Model 9");
-    EXPECT_EQ(text(usual.description), "Model 9 Printer");
+    EXPECT_EQ(usual.manufacturer, "QL");
+    EXPECT_EQ(usual.model, "Model 9");
+    EXPECT_EQ(usual.description, "Model 9 Printer");
 
-    EXPECT_EQ(text(parse("mdl:x;").model), "<none>");
+    EXPECT_EQ(parse("mdl:x;").model, "<none>");
     const auto twice = parse("MODEL:first;MODEL:second;MODEL:third;no colon;MFG:a:b");
-    EXPECT_EQ(text(twice.model), "first");
-    EXPECT_EQ(text(twice.description), "second");
-    EXPECT_EQ(text(twice.manufacturer), "a:b");
+    EXPECT_EQ(twice.model, "first");
+    EXPECT_EQ(twice.description, "second");
+    EXPECT_EQ(twice.manufacturer, "a:b");
     char nobodys[] = "";
     char* stale = nobodys;
     EXPECT_FALSE(ParseDeviceStatusString(nullptr, &stale, nullptr, nullptr));

@@ -3,30 +3,11 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <string>
 #include <utility>
 
 #include <dmf/ADMIOProvider.h>
-#include <dmf/IDMDevice.h>
 
-/// A device that answers as the test scripts it.
-class FakeDevice final : public IDMDevice {
-public:
-    explicit FakeDevice(dmf::Dictionary said = {}) : info(std::move(said)) {}
-    bool isReachable() override { return reachable; }
-    dmf::Dictionary retrieveParameters(const dmf::Dictionary& wanted,
-                                       std::shared_ptr<IDMDeviceHandler> handler) override
-    {
-        if (onRetrieve)
-            onRetrieve(wanted, std::move(handler));
-        return info;
-    }
-
-    dmf::Dictionary info;
-    std::atomic<bool> reachable{true};
-    std::function<void(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>)> onRetrieve;
-};
+#include "support/FakeDevice.h"
 
 /// A transport whose devices come from a function of the test, which is told the description and how often it was
 /// asked.

@@ -19,9 +19,7 @@ using testing::ElementsAre;
 using namespace resolvertest;
 using namespace std::chrono_literals;
 
-namespace {
-class ResolverLife : public ResolverFixture {};
-} // namespace
+using ResolverLife = ResolverFixture;
 
 TEST_F(ResolverLife, TheLastReferenceMayGoInTheDelegateCall)
 {
@@ -34,8 +32,8 @@ TEST_F(ResolverLife, TheLastReferenceMayGoInTheDelegateCall)
         told = true;
     };
     client.service->resolveWithTimeout(60);
-    ASSERT_TRUE(turnUntil([&] { return told; }));
-    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
+    ASSERT_TRUE(serveUntil([&] { return told; }));
+    EXPECT_TRUE(serveUntil([&] { return weak.expired(); }));
 }
 
 TEST_F(ResolverLife, TheLastReferenceMayGoOnTheWorker)
@@ -49,28 +47,25 @@ TEST_F(ResolverLife, TheLastReferenceMayGoOnTheWorker)
     };
     const auto weakDevice = std::weak_ptr(device);
     auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->resolveService(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass,
-                                                            std::make_shared<FakeTransport>(device)),
-                             60, {}, RunLoop::current(), kModes);
+    resolver->resolveService(serviceOn(std::make_shared<FakeTransport>(device)), 60, {}, RunLoop::current(), kModes);
     device.reset();
-    ASSERT_TRUE(turnUntil([&] { return asked.load(); }));
+    ASSERT_TRUE(serveUntil([&] { return asked.load(); }));
     const auto weak = std::weak_ptr(resolver);
     resolver.reset();
     EXPECT_FALSE(weak.expired()); // the worker works for it
     release.set_value();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && weakDevice.expired() && workers() == 0; }));
+    EXPECT_TRUE(serveUntil([&] { return weak.expired() && weakDevice.expired() && workers() == 0; }));
 }
 
 TEST_F(ResolverLife, ASleepingWorkerKeepsNothingAlive)
 {
     const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
     auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->resolveService(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport), 60,
-                             {}, RunLoop::current(), kModes);
-    ASSERT_TRUE(turnUntil([&] { return !resolver->lastError().empty(); }));
+    resolver->resolveService(serviceOn(transport), 60, {}, RunLoop::current(), kModes);
+    ASSERT_TRUE(serveUntil([&] { return !resolver->lastError().empty(); }));
     const auto weak = std::weak_ptr(resolver);
     resolver.reset();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && workers() == 0; })); // without the clock's moving
+    EXPECT_TRUE(serveUntil([&] { return weak.expired() && workers() == 0; })); // without the clock's moving
     EXPECT_EQ(transport->attempts(), 1);
 }
 
@@ -81,13 +76,13 @@ TEST_F(ResolverLife, NothingOutlivesTheRunLoopsThread)
     std::weak_ptr<ADMServiceInfoImp> weak;
     const auto transport = std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>());
     std::thread([&] {
-        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+        const auto service = serviceOn(transport);
         service->resolveWithTimeout(1'000'000);
         weak = service;
     }).join();
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 1; }));
+    ASSERT_TRUE(serveUntil([&] { return transport->attempts() == 1; }));
     host.advance(1s);
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && workers() == 0; }));
+    EXPECT_TRUE(serveUntil([&] { return weak.expired() && workers() == 0; }));
 }
 
 // Likewise when the device was found, but the thread ends before it could tell.
@@ -98,14 +93,14 @@ TEST_F(ResolverLife, NothingOutlivesTheRunLoopsThreadAfterTheWorkersEnd)
     std::thread([&] {
         const auto device = deviceOfQL();
         const auto transport = std::make_shared<FakeTransport>(device);
-        const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+        const auto service = serviceOn(transport);
         service->resolveWithTimeout(60);
         weak = service;
         weakDevice = device;
         while (transport->attempts() == 0 || workers() > 0)
             std::this_thread::yield();
     }).join();
-    EXPECT_TRUE(turnUntil([&] { return weak.expired() && weakDevice.expired(); }));
+    EXPECT_TRUE(serveUntil([&] { return weak.expired() && weakDevice.expired(); }));
 }
 
 TEST_F(ResolverLife, AClientMayLetGoOfAServiceThatIsToBeTold)
@@ -117,8 +112,8 @@ TEST_F(ResolverLife, AClientMayLetGoOfAServiceThatIsToBeTold)
     while (transport->attempts() == 0 || workers() > 0)
         std::this_thread::yield();
     EXPECT_FALSE(weak.expired());
-    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
-    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
+    EXPECT_TRUE(serveUntil([&] { return client.isTold(); }));
+    EXPECT_TRUE(serveUntil([&] { return weak.expired(); }));
 }
 
 TEST_F(ResolverLife, ARunLoopThatHasEndedCountsAsNone)
@@ -138,7 +133,7 @@ TEST_F(ResolverLife, ARestartHasATimeOutOfItsOwn)
     std::atomic<bool> isThere{true};
     const auto transport =
         std::make_shared<FakeTransport>([&](const auto&, const auto&, int) { return isThere ? device : nullptr; });
-    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+    const auto service = serviceOn(transport);
     int told = 0;
     const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
     delegate->serviceResolverDidFinish = [&](ADMServiceResolver&) { ++told; };
@@ -150,14 +145,14 @@ TEST_F(ResolverLife, ARestartHasATimeOutOfItsOwn)
         std::this_thread::yield();
     isThere = false;
     resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 2; }));
+    ASSERT_TRUE(serveUntil([&] { return transport->attempts() == 2; }));
     host.advance(31s); // the first one's time is over
     for (int i = 0; i < 3; ++i)
         (void)RunLoop::current()->runMode(kMode, dmf::Date::afterNow(0.002));
     EXPECT_EQ(told, 0);
     EXPECT_TRUE(resolver->isResolving());
     host.advance(30s);
-    EXPECT_TRUE(turnUntil([&] { return told == 1; }));
+    EXPECT_TRUE(serveUntil([&] { return told == 1; }));
     EXPECT_EQ(resolver->lastError(), kTimedOut);
 }
 
@@ -166,7 +161,7 @@ TEST_F(ResolverLife, ATimeOutThatIsNoTimeIsTold)
     for (const double timeout : {std::nan(""), -std::numeric_limits<double>::infinity(), -1.0}) {
         Client client(std::make_shared<FakeTransport>(std::shared_ptr<IDMDevice>()));
         client.service->resolveServiceWithParameters({}, timeout);
-        ASSERT_TRUE(turnUntil([&] { return client.isTold(); })) << timeout;
+        ASSERT_TRUE(serveUntil([&] { return client.isTold(); })) << timeout;
         EXPECT_EQ(client.error, kTimedOut);
     }
 }
@@ -185,16 +180,16 @@ TEST_F(ResolverLife, AReplacedDeviceGoesOutsideTheLock)
         ~AskingDevice() override
         {
             auto answer = std::async(std::launch::async, [&] { return handler->isCanceledForDevice(this); });
-            EXPECT_EQ(answer.wait_for(10s), std::future_status::ready);
+            EXPECT_EQ(answer.wait_for(30s), std::future_status::ready);
         }
     };
     const auto transport =
         std::make_shared<FakeTransport>([](const auto&, const auto&, int) { return std::make_shared<AskingDevice>(); });
-    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
+    const auto service = serviceOn(transport);
     const auto resolver = std::make_shared<ADMGenericServiceResolver>();
     for (int i = 0; i < 2; ++i) {
         resolver->resolveService(service, 60, {}, RunLoop::current(), kModes);
-        ASSERT_TRUE(turnUntil([&] { return !resolver->isValid(); }));
+        ASSERT_TRUE(serveUntil([&] { return !resolver->isValid(); }));
         EXPECT_TRUE(resolver->resolvedDevice());
     }
 }
@@ -211,7 +206,7 @@ TEST_F(ResolverLife, WhatADelegateThrowsDoesNotBlockTheNextStart)
     EXPECT_EQ(transport->attempts(), 0);
     client.delegate->serviceInfoWillResolve = will;
     client.service->resolveWithTimeout(60);
-    EXPECT_TRUE(turnUntil([&] { return client.isTold(); }));
+    EXPECT_TRUE(serveUntil([&] { return client.isTold(); }));
 }
 
 TEST_F(ResolverLife, AWorkerGivesUpWhenTheTimeOutPassesUnserved)
@@ -223,6 +218,6 @@ TEST_F(ResolverLife, AWorkerGivesUpWhenTheTimeOutPassesUnserved)
     host.advance(2s);
     ASSERT_TRUE(turnUntil([] { return workers() == 0; }, "AnotherMode"));
     EXPECT_THAT(client.events, ElementsAre("will")); // the client is told in its own mode only
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
+    ASSERT_TRUE(serveUntil([&] { return client.isTold(); }));
     EXPECT_EQ(client.error, kTimedOut);
 }

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -15,10 +13,10 @@
 
 #include <dmf/ADMServiceInfoImp.h>
 #include <dmf/DMKeys.h>
-#include <dmf/platform/RunLoop.h>
 
 #include "FakeTransport.h"
 #include "support/HostFixture.h"
+#include "support/TurnUntil.h"
 
 /// What the tests of resolvers have in common.
 namespace resolvertest {
@@ -39,17 +37,15 @@ inline int workers()
     return count;
 }
 
-/// Serves the mode on the calling thread until the condition holds; false when it does not within ten seconds.
-inline bool turnUntil(const std::function<bool()>& condition, std::string_view mode = kMode)
+/// Serves the clients' mode.
+inline bool serveUntil(const std::function<bool()>& condition)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        if (dmf::RunLoop::current()->runMode(mode, dmf::Date::afterNow(0.002)) == dmf::RunLoop::Result::finished)
-            std::this_thread::yield();
-    }
-    return true;
+    return turnUntil(condition, kMode);
+}
+
+inline std::shared_ptr<ADMServiceInfoImp> serviceOn(std::shared_ptr<ADMIOProvider> transport)
+{
+    return ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, std::move(transport));
 }
 
 inline std::shared_ptr<FakeDevice> deviceOfQL()
@@ -60,8 +56,7 @@ inline std::shared_ptr<FakeDevice> deviceOfQL()
 
 /// A service in TestMode whose events are written down.
 struct Client {
-    explicit Client(std::shared_ptr<ADMIOProvider> transport)
-        : service(ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, std::move(transport)))
+    explicit Client(std::shared_ptr<ADMIOProvider> transport) : service(serviceOn(std::move(transport)))
     {
         delegate->serviceInfoWillResolve = [this](ADMServiceInfo&) { events.emplace_back("will"); };
         delegate->serviceInfoDidResolve = [this](ADMServiceInfo&) { events.emplace_back("did"); };
@@ -85,7 +80,7 @@ protected:
     /// No worker may see the host go; and none may be left over.
     ~ResolverFixture() override
     {
-        EXPECT_TRUE(turnUntil([this] {
+        EXPECT_TRUE(serveUntil([this] {
             host.advance(std::chrono::seconds(1));
             return workers() == 0;
         }));

@@ -4,12 +4,12 @@
 
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 #include <gmock/gmock.h>
 
 #include "ResolverSupport.h"
 #include "support/LogCapture.h"
+#include "support/LoopThread.h"
 
 using dmf::Dictionary;
 using dmf::RunLoop;
@@ -17,9 +17,7 @@ using testing::ElementsAre;
 using namespace resolvertest;
 using namespace std::chrono_literals;
 
-namespace {
-class ServiceResolver : public ResolverFixture {};
-} // namespace
+using ServiceResolver = ResolverFixture;
 
 TEST_F(ServiceResolver, ADeviceFoundAtOnceResolvesTheService)
 {
@@ -30,7 +28,7 @@ TEST_F(ServiceResolver, ADeviceFoundAtOnceResolvesTheService)
     Client client(std::make_shared<FakeTransport>(device));
     client.service->resolveWithTimeout(60);
     EXPECT_THAT(client.events, ElementsAre("will"));
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
+    ASSERT_TRUE(serveUntil([&] { return client.isTold(); }));
 
     EXPECT_THAT(client.events, ElementsAre("will", "did"));
     EXPECT_EQ(client.service->serviceState(), 1u);
@@ -43,7 +41,7 @@ TEST_F(ServiceResolver, ADeviceFoundAtOnceResolvesTheService)
 
     // It can be resolved again.
     client.service->resolveServiceWithParameters({}, 60);
-    ASSERT_TRUE(turnUntil([&] { return client.events.size() == 4; }));
+    ASSERT_TRUE(serveUntil([&] { return client.events.size() == 4; }));
     EXPECT_TRUE(wanted.empty());
 }
 
@@ -55,15 +53,15 @@ TEST_F(ServiceResolver, ADeviceThatIsNeverFoundTimesOut)
     client.service->setDevice(deviceOfQL());
     client.service->resolveWithTimeout(30);
     client.service->resolveWithTimeout(600); // one resolution at a time
-    ASSERT_TRUE(turnUntil([&] { return transport->attempts() == 1; }));
+    ASSERT_TRUE(serveUntil([&] { return transport->attempts() == 1; }));
     for (int attempt = 2; attempt <= 3; ++attempt) {
         EXPECT_EQ(transport->attempts(), attempt - 1); // not before a second has passed
         host.advance(1s);
-        ASSERT_TRUE(turnUntil([&] { return transport->attempts() == attempt; }));
+        ASSERT_TRUE(serveUntil([&] { return transport->attempts() == attempt; }));
     }
     EXPECT_FALSE(client.isTold());
     host.advance(30s);
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
+    ASSERT_TRUE(serveUntil([&] { return client.isTold(); }));
 
     EXPECT_THAT(client.events, ElementsAre("will", "did not"));
     EXPECT_EQ(client.error, kTimedOut);
@@ -78,11 +76,8 @@ TEST_F(ServiceResolver, ADeviceThatIsNeverFoundTimesOut)
 TEST_F(ServiceResolver, ADeviceFoundAtTheSecondAttemptStillTimesOut)
 {
     const auto device = deviceOfQL();
-    const auto service =
-        ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass,
-                                       std::make_shared<FakeTransport>([&](const auto&, const auto&, int attempt) {
-                                           return attempt == 1 ? nullptr : device;
-                                       }));
+    const auto service = serviceOn(std::make_shared<FakeTransport>(
+        [&](const auto&, const auto&, int attempt) { return attempt == 1 ? nullptr : device; }));
     int told = 0;
     const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
     delegate->serviceResolverDidFinish = [&](ADMServiceResolver&) { ++told; };
@@ -90,15 +85,15 @@ TEST_F(ServiceResolver, ADeviceFoundAtTheSecondAttemptStillTimesOut)
     resolver->setDelegate(delegate);
     resolver->resolveService(service, 30, {}, RunLoop::current(), kModes);
     EXPECT_TRUE(resolver->isValid());
-    ASSERT_TRUE(turnUntil([&] { return !resolver->lastError().empty(); }));
+    ASSERT_TRUE(serveUntil([&] { return !resolver->lastError().empty(); }));
     EXPECT_EQ(resolver->lastError()["DMErrorDescription"], "Cannot resolve device under specified URI.");
     host.advance(1s);
-    ASSERT_TRUE(turnUntil([&] { return resolver->resolvedDevice() != nullptr; }));
+    ASSERT_TRUE(serveUntil([&] { return resolver->resolvedDevice() != nullptr; }));
     EXPECT_TRUE(resolver->isResolving());
     EXPECT_EQ(told, 0);
 
     host.advance(30s);
-    ASSERT_TRUE(turnUntil([&] { return told == 1 && !resolver->isValid(); }));
+    ASSERT_TRUE(serveUntil([&] { return told == 1 && !resolver->isValid(); }));
     EXPECT_EQ(resolver->lastError(), kTimedOut);
     EXPECT_EQ(resolver->resolvedDevice(), device);
     EXPECT_EQ(resolver->resolvedInfo(), device->info);
@@ -106,7 +101,7 @@ TEST_F(ServiceResolver, ADeviceFoundAtTheSecondAttemptStillTimesOut)
 
     // The worker has ended, so it can be started again, and now the device is there at once.
     resolver->resolveService(service, 30, {}, RunLoop::current(), kModes);
-    ASSERT_TRUE(turnUntil([&] { return told == 2; }));
+    ASSERT_TRUE(serveUntil([&] { return told == 2; }));
     EXPECT_TRUE(resolver->lastError().empty());
 }
 
@@ -122,16 +117,16 @@ TEST_F(ServiceResolver, ATimeOutWhileTheDeviceAnswersIsATimeOut)
     };
     Client client(std::make_shared<FakeTransport>(device));
     client.service->resolveWithTimeout(5);
-    ASSERT_TRUE(turnUntil([&] { return asked.load(); }));
+    ASSERT_TRUE(serveUntil([&] { return asked.load(); }));
     host.advance(5s);
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
+    ASSERT_TRUE(serveUntil([&] { return client.isTold(); }));
     EXPECT_EQ(client.error, kTimedOut);
     release.set_value();
-    EXPECT_TRUE(turnUntil([&] { return canceled.load(); }));
+    EXPECT_TRUE(serveUntil([&] { return canceled.load(); }));
     EXPECT_EQ(client.events.size(), 2u);
 }
 
-TEST_F(ServiceResolver, StopCancelsTheDeviceAndTellsNobody)
+TEST_F(ServiceResolver, StopCancelsTheDeviceAndTellsNobodyAndMayComeBeforeTheStart)
 {
     std::promise<void> release;
     std::promise<bool> canceled;
@@ -145,25 +140,21 @@ TEST_F(ServiceResolver, StopCancelsTheDeviceAndTellsNobody)
     };
     Client client(std::make_shared<FakeTransport>(device));
     client.service->resolveWithTimeout(60);
-    ASSERT_TRUE(turnUntil([&] { return asked.load(); }));
+    ASSERT_TRUE(serveUntil([&] { return asked.load(); }));
     client.service->stop(); // while the device is busy: it is not waited for
     release.set_value();
     EXPECT_TRUE(canceled.get_future().get());
     host.advance(60s);
-    EXPECT_TRUE(turnUntil([] { return workers() == 0; }));
+    EXPECT_TRUE(serveUntil([] { return workers() == 0; }));
     (void)RunLoop::current()->runMode(kMode, dmf::Date::afterNow(0.01));
     EXPECT_THAT(client.events, ElementsAre("will"));
     EXPECT_EQ(client.service->serviceState(), 0u);
-}
 
-TEST_F(ServiceResolver, ADelegateMayStopBeforeTheStart)
-{
-    const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
-    Client client(transport);
-    client.delegate->serviceInfoWillResolve = [](ADMServiceInfo& service) { service.stop(); };
-    client.service->resolveWithTimeout(60);
-    EXPECT_EQ(workers(), 0);
-    EXPECT_EQ(transport->attempts(), 0);
+    const auto transport = std::make_shared<FakeTransport>(device);
+    Client early(transport);
+    early.delegate->serviceInfoWillResolve = [](ADMServiceInfo& service) { service.stop(); };
+    early.service->resolveWithTimeout(60);
+    EXPECT_EQ(workers() + transport->attempts(), 0);
 }
 
 TEST_F(ServiceResolver, AReachableDeviceOfAnotherVendorIsRefusedWithoutAnError)
@@ -171,7 +162,7 @@ TEST_F(ServiceResolver, AReachableDeviceOfAnotherVendorIsRefusedWithoutAnError)
     const LogCapture log(host);
     Client client(std::make_shared<FakeTransport>(std::make_shared<FakeDevice>(Dictionary{{"vendorName", "acme"}})));
     client.service->resolveWithTimeout(60);
-    ASSERT_TRUE(turnUntil([&] { return client.isTold(); }));
+    ASSERT_TRUE(serveUntil([&] { return client.isTold(); }));
     EXPECT_THAT(client.events, ElementsAre("will", "did not"));
     EXPECT_TRUE(client.error.empty());
     EXPECT_EQ(client.service->serviceState(), 2u);
@@ -182,25 +173,24 @@ TEST_F(ServiceResolver, AReachableDeviceOfAnotherVendorIsRefusedWithoutAnError)
 TEST_F(ServiceResolver, WithoutRunLoopOrModeItFailsAtOnce)
 {
     const auto transport = std::make_shared<FakeTransport>(deviceOfQL());
-    const auto service = ADMServiceInfoImp::initWithURI("socket://10.0.0.5", kPrinterDeviceClass, transport);
-    int told = 0;
-    const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
-    auto resolver = std::make_shared<ADMGenericServiceResolver>();
-    delegate->serviceResolverDidFinish = [&](ADMServiceResolver& finished) {
-        ++told;
-        resolver.reset(); // the resolver lives on until the call is over
-        EXPECT_EQ(finished.lastError()["DMErrorCode"], -1);
-        EXPECT_EQ(finished.lastError()["DMErrorDescription"],
-                  "invalid run loop or mode parameters passed to "
-                  "[resolveService:withTimeout:parameters:onRunLoop:inModes:]");
-    };
-    resolver->setDelegate(delegate);
-    resolver->resolveService(service, 1, {}, nullptr, kModes);
-    EXPECT_EQ(told, 1);
-    resolver = std::make_shared<ADMGenericServiceResolver>();
-    resolver->setDelegate(delegate);
-    resolver->resolveService(service, 1, {}, RunLoop::current(), {});
-    EXPECT_EQ(told, 2);
+    const auto service = serviceOn(transport);
+    for (const bool hasRunLoop : {true, false}) {
+        bool told = false;
+        const auto delegate = std::make_shared<ADMServiceResolverDelegate>();
+        auto resolver = std::make_shared<ADMGenericServiceResolver>();
+        delegate->serviceResolverDidFinish = [&](ADMServiceResolver& finished) {
+            told = true;
+            resolver.reset(); // the resolver lives on until the call is over
+            EXPECT_EQ(finished.lastError()["DMErrorCode"], -1);
+            EXPECT_EQ(finished.lastError()["DMErrorDescription"],
+                      "invalid run loop or mode parameters passed to "
+                      "[resolveService:withTimeout:parameters:onRunLoop:inModes:]");
+        };
+        resolver->setDelegate(delegate);
+        resolver->resolveService(service, 1, {}, hasRunLoop ? RunLoop::current() : nullptr,
+                                 hasRunLoop ? std::vector<std::string>() : kModes);
+        EXPECT_TRUE(told);
+    }
     EXPECT_EQ(transport->attempts(), 0);
 }
 
@@ -210,7 +200,7 @@ TEST_F(ServiceResolver, WhatAnAttemptThrowsIsAFailedAttempt)
     device->onRetrieve = [](const auto&, const auto&) { throw std::runtime_error("device on fire"); };
     Client client(std::make_shared<FakeTransport>(device));
     client.service->resolveWithTimeout(3);
-    ASSERT_TRUE(turnUntil([&] {
+    ASSERT_TRUE(serveUntil([&] {
         host.advance(100ms);
         return client.isTold();
     }));
@@ -233,16 +223,9 @@ TEST_F(ServiceResolver, SchedulingGivesTheModeSomethingToWaitFor)
     EXPECT_EQ(result("B"), RunLoop::Result::timedOut);
 
     // Another run loop takes over: the modes of the earlier one are forgotten.
-    std::promise<std::shared_ptr<RunLoop>> promise;
-    std::promise<void> release;
-    std::thread other([&] {
-        promise.set_value(RunLoop::current());
-        release.get_future().wait();
-    });
-    service->scheduleInRunLoop(promise.get_future().get(), "C");
+    LoopThread other("C");
+    service->scheduleInRunLoop(other.loop(), "C");
     EXPECT_EQ(result("B"), RunLoop::Result::finished);
-    release.set_value();
-    other.join();
 
     // Without a mode the service counts as scheduled in the default mode, but its port stands in none.
     service->scheduleInRunLoop(loop, std::nullopt);
@@ -259,12 +242,7 @@ TEST_F(ServiceResolver, TheFactoryGoesByConnectionType)
     };
     EXPECT_EQ(factory.newServiceResolverWithConnectionType(std::nullopt), nullptr);
     EXPECT_TRUE(isGeneric(factory.newServiceResolverWithConnectionType("USB")));
-    EXPECT_NE(factory.newServiceResolverWithConnectionType("USB"), factory.newServiceResolverWithConnectionType("USB"));
-
     static const char anchor = 0;
-    struct Threaded final : ADMThreadedServiceResolver {};
-    auto threaded = std::make_shared<dmf::Class>("Threaded", &anchor);
-    threaded->implements<ADMServiceResolver>([] { return std::make_shared<Threaded>(); });
     factory.addResolverClass(nullptr, "Pigeon");
     EXPECT_TRUE(isGeneric(factory.newServiceResolverWithConnectionType("Pigeon")));
     factory.addResolverClass(std::make_shared<dmf::Class>("MakesNone", &anchor), "Pigeon");
@@ -273,7 +251,5 @@ TEST_F(ServiceResolver, TheFactoryGoesByConnectionType)
     throwing->implements<ADMServiceResolver>([]() -> std::shared_ptr<ADMServiceResolver> { throw 7; });
     factory.addResolverClass(throwing, "Pigeon");
     EXPECT_EQ(factory.newServiceResolverWithConnectionType("Pigeon"), nullptr);
-    factory.addResolverClass(threaded, "Pigeon");
-    EXPECT_NE(std::dynamic_pointer_cast<Threaded>(factory.newServiceResolverWithConnectionType("Pigeon")), nullptr);
     factory.addResolverClass(ADMGenericServiceResolver::resolverClass(), "Pigeon");
 }

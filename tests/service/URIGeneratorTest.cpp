@@ -4,13 +4,12 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Error.h>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "support/HostFixture.h"
 #include "support/LogCapture.h"
 
 using dmf::Dictionary;
-using testing::ElementsAre;
 
 namespace {
 
@@ -31,11 +30,14 @@ std::string universal(const std::shared_ptr<ADMServiceInfo>& info)
     return ADMServiceURIGenerator().generateUniversalURIForServiceInfo(info, "app").value_or("(none)");
 }
 
+struct URIGenerator : testing::Test {
+    HostFixture host;
+};
+
 } // namespace
 
-TEST(URIGenerator, WritesBothFormsOfEveryType)
+TEST_F(URIGenerator, WritesBothFormsOfEveryType)
 {
-    HostFixture host;
     const Dictionary ql{{"vendorName", "QL"}, {"modelName", "Model 9"}};
     const Dictionary interface1{
         {"IPAddress", "10.0.0.5"}, {"MACAddress", "00:11:22:33:44:55"}, {"InterfaceNumber", "1"}};
@@ -75,40 +77,32 @@ TEST(URIGenerator, WritesBothFormsOfEveryType)
     }
 }
 
-TEST(URIGenerator, SaysWhatIsMissing)
+TEST_F(URIGenerator, SaysWhatIsMissing)
 {
-    HostFixture host;
     const LogCapture log(host);
-    const Dictionary model{{"modelName", "M"}};
-    for (const auto& info : {
-             service("Rendezvous", {}),
-             service("QLIP", {}),
-             service("USB", {{"SerialNumber", "1"}}),
-             service("USB", {{"x", "y"}}, {{"vendorName", "QL"}, {"modelName", "M"}}),
-             service("IP", {{"IPPort", "1"}}),
-             service("Bluetooth", {}),
-             service("QLIP", {{"IPAddress", "10.0.0.5"}, {"MACAddress", "0"}}, model),
-         })
+    const std::pair<std::shared_ptr<ADMServiceInfo>, const char*> cases[] = {
+        {service("Rendezvous", {}), "MDNS URI with unknown Bonjour name"},
+        {service("QLIP", {}), "QLIP URI with unknown model"},
+        {service("USB", {{"SerialNumber", "1"}}), "USB URI with unknown vendor or model."},
+        {service("USB", {{"x", "y"}}, {{"vendorName", "QL"}, {"modelName", "M"}}),
+         "USB URI with unknown serial number (connection parameters { \"x\" = \"y\" })."},
+        {service("IP", {{"IPPort", "1"}}),
+         "Socket URI with unknown IP address (connection parameters { \"IPPort\" = \"1\" })."},
+        {service("Bluetooth", {}), "Bluetooth URI with unknown MAC address (connection parameters {})."},
+        {service("QLIP", {{"IPAddress", "10.0.0.5"}, {"MACAddress", "0"}}, {{"modelName", "M"}}),
+         "QLIP URI with unknown interface number (connection parameters { \"IPAddress\" = \"10.0.0.5\"; "
+         "\"MACAddress\" = \"0\" })."},
+    };
+    for (const auto& [info, why] : cases) {
         EXPECT_EQ(standard(info), "(none)");
-    EXPECT_THAT(
-        log.lines(),
-        ElementsAre(
-            "D  ServiceInfo: cannot generate an MDNS URI with unknown Bonjour name",
-            "D  ServiceInfo: cannot generate an QLIP URI with unknown model",
-            "D  ServiceInfo: cannot generate an USB URI with unknown vendor or model.",
-            "D  ServiceInfo: cannot generate an USB URI with unknown serial number (connection parameters { \"x\" = "
-            "\"y\" }).",
-            "D  ServiceInfo: cannot generate an Socket URI with unknown IP address (connection parameters { "
-            "\"IPPort\" = \"1\" }).",
-            "D  ServiceInfo: cannot generate an Bluetooth URI with unknown MAC address (connection parameters {}).",
-            "D  ServiceInfo: cannot generate an QLIP URI with unknown interface number (connection parameters { "
-            "\"IPAddress\" = \"10.0.0.5\"; \"MACAddress\" = \"0\" })."));
+        EXPECT_EQ(log.lines().back(), std::string("D  ServiceInfo: cannot generate an ") + why);
+    }
+    EXPECT_EQ(log.lines().size(), std::size(cases));
 }
 
 // The table names operations for them that nobody has written; a service of these types has no URI of its own.
-TEST(URIGenerator, CannotWriteIPPAndLPD)
+TEST_F(URIGenerator, CannotWriteIPPAndLPD)
 {
-    HostFixture host;
     for (const char* type : {"IPP", "LPD"}) {
         const auto info = service(type, {{"IPAddress", "10.0.0.5"}});
         EXPECT_THROW((void)standard(info), dmf::UnrecognizedOperation);

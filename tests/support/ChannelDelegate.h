@@ -1,28 +1,13 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <dmf/ADMDuplexDataChannel.h>
 #include <dmf/DMKeys.h>
-#include <dmf/platform/RunLoop.h>
 
-/// Turns the current run loop's default mode until the condition holds; false after ten seconds.
-inline bool turnUntil(const std::function<bool()>& condition)
-{
-    const auto loop = dmf::RunLoop::current();
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    // Keeps the mode from ending at once when nothing else is scheduled in it.
-    const auto idle = dmf::RunLoopSource::create({});
-    loop->addSource(idle, dmf::kDefaultRunLoopMode);
-    while (!condition() && std::chrono::steady_clock::now() < limit)
-        loop->runMode(dmf::kDefaultRunLoopMode, dmf::Date::now().addingTimeInterval(0.05), true);
-    idle->invalidate();
-    return condition();
-}
+#include "TurnUntil.h"
 
 /// Writes down what a channel tells: "read:abc", "wrote:3", "readDone", "writeDone", "failed:1/2" (code and state).
 struct RecordingDelegate {
@@ -63,3 +48,19 @@ struct RecordingDelegate {
         return turnUntil([&] { return !told.empty() && told.back() == event; });
     }
 };
+
+/// What becomes of a write: "done", or the description of its error.
+inline std::string written(ADMDuplexDataChannel& channel, const dmf::Data& data, double timeout = 10)
+{
+    dmf::Dictionary error;
+    return channel.writeData(data, timeout, &error) ? "done" : RecordingDelegate::describe(error);
+}
+
+/// The bytes that a read of that length gives, followed by the description of its error if there is one.
+inline std::string received(ADMDuplexDataChannel& channel, std::uint32_t length, double timeout = 10)
+{
+    dmf::Dictionary error;
+    dmf::Data data;
+    const bool isDone = channel.readDataOfLength(data, length, timeout, &error);
+    return std::string(data.text()) + (isDone ? "" : " " + RecordingDelegate::describe(error));
+}

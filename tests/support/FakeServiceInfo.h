@@ -1,29 +1,21 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include <dmf/ADMIOProvider.h>
 #include <dmf/ADMServiceInfo.h>
-#include <dmf/IDMDevice.h>
 
-/// A device that is there and says nothing of itself.
-class FakeDevice : public IDMDevice {
-public:
-    bool isReachable() override { return true; }
-    dmf::Dictionary retrieveParameters(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>) override
-    {
-        return {};
-    }
-};
+#include "FakeDevice.h"
 
 /// A service info that says what the test gave it and does nothing by itself.
 class FakeServiceInfo : public ADMServiceInfo {
 public:
     explicit FakeServiceInfo(std::shared_ptr<IDMDevice> device = std::make_shared<FakeDevice>(),
-                             dmf::Dictionary parameters = {}, std::string type = "IP")
-        : device_(std::move(device)), params_(std::move(parameters)), type_(std::move(type))
+                             std::string type = "IP")
+        : device_(std::move(device)), type_(std::move(type))
     {
     }
     std::function<std::shared_ptr<IDMDevice>()> onDevice;
@@ -35,7 +27,7 @@ public:
     bool isReachable() override { return device_ != nullptr; }
     std::shared_ptr<ADMIOProvider> ioProvider() const override { return provider; }
     std::optional<std::string> connectionType() const override { return type_; }
-    dmf::Dictionary connectionParams() const override { return params_; }
+    dmf::Dictionary connectionParams() const override { return {}; }
     std::optional<std::string> uri() override { return "fake://device"; }
 
     std::optional<std::string> vendorName() override { return std::nullopt; }
@@ -46,7 +38,7 @@ public:
     void setVendorName(std::optional<std::string>) override {}
     void setModelName(std::optional<std::string>) override {}
     void setDeviceName(std::optional<std::string>) override {}
-    void setConnectionParams(const dmf::Dictionary& parameters) override { params_.merge(parameters); }
+    void setConnectionParams(const dmf::Dictionary&) override {}
     void setModelInfo(std::shared_ptr<ADMCoreModelInfo>) override {}
     void setServiceState(std::uint32_t) override {}
     void setResolvedSpec(const dmf::Dictionary&) override {}
@@ -71,6 +63,5 @@ public:
 
 private:
     std::shared_ptr<IDMDevice> device_;
-    dmf::Dictionary params_;
     std::string type_;
 };

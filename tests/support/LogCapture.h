@@ -16,11 +16,12 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
+    std::string text() const { return host_.readFile(kFile); }
     /// The lines so far without their times: "D  message", "W  message", "E  message".
     std::vector<std::string> lines() const
     {
         std::vector<std::string> result;
-        const std::string text = host_.readFile(kFile);
+        const std::string text = this->text();
         for (std::size_t begin = 0, end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
             std::string line = text.substr(begin, end - begin);
             const auto open = line.find('[');

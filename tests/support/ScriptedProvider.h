@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -10,10 +9,8 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
-#include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <dmf/ADMConnectionProvider.h>
 #include <dmf/ADMDuplexDataChannelBase.h>

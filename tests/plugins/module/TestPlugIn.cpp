@@ -1,5 +1,5 @@
+#include <dmf/ADMFunctionalServiceImp.h>
 #include <dmf/ADMIOProvider.h>
-#include <dmf/ADMInterface.h>
 #include <dmf/platform/Class.h>
 
 namespace {
@@ -9,14 +9,6 @@ struct TEST_PLUGIN_PROVIDER final : ADMIOProvider {
     {
         return dmf::ClassRegistry::shared().classNamed(name);
     }
-};
-
-struct TEST_PLUGIN_SERVICE final : ADMInterface {
-    dmf::Dictionary lastError() const override { return {}; }
-    bool isAvailable() const override { return true; }
-    dmf::Dictionary parameters() const override { return {}; }
-    void setParameters(dmf::Dictionary) override {}
-    std::shared_ptr<ADMServiceInfo> serviceInfo() const override { return nullptr; }
 };
 
 /// An interface that the library has never heard of.
@@ -40,7 +32,7 @@ REGISTER_NAMED(TEST_PLUGIN_PROVIDER)
 REGISTER_NAMED(TEST_PLUGIN_SERVICE)
 {
     described.implements<ADMInterfaceInitialization>(
-        [](std::shared_ptr<ADMServiceInfo>) { return std::make_shared<TEST_PLUGIN_SERVICE>(); });
+        [](std::shared_ptr<ADMServiceInfo> info) { return ADMFunctionalServiceImp::initWithServiceInfo(info); });
 }
 
 REGISTER_NAMED(TEST_PLUGIN_ODD)

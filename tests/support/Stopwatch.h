@@ -1,0 +1,15 @@
+#pragma once
+
+#include <chrono>
+
+/// Seconds since it was made.
+class Stopwatch {
+public:
+    [[nodiscard]] double seconds() const
+    {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
