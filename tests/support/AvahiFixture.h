@@ -1,113 +1,34 @@
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "Process.h"
 
-extern char** environ;
-
-/// A program that is watched for one word in what it says, and that is killed at the end of this object (or of the test
-/// program, however that ends).
-class WatchedProgram {
+/// A program that says a word on standard error once it is ready, and that is killed at the end of this object (or of
+/// the test program, however that ends).
+class WatchedProgram : public Process {
 public:
-    WatchedProgram(std::vector<std::string> command, std::string word) : word_(std::move(word))
+    WatchedProgram(std::vector<std::string> command, std::string word)
+        : Process(endingWithUs(std::move(command))), word_(std::move(word))
     {
-        command.insert(command.begin(), {"setpriv", "--pdeathsig", "KILL"});
-        std::vector<char*> arguments;
-        for (auto& part : command)
-            arguments.push_back(part.data());
-        arguments.push_back(nullptr);
-        int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) != 0)
-            throw std::runtime_error("no pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawnattr_t attributes;
-        sigset_t none;
-        sigemptyset(&none);
-        ::posix_spawn_file_actions_init(&actions);
-        ::posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        ::posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-        ::posix_spawn_file_actions_adddup2(&actions, ends[1], 2);
-        ::posix_spawnattr_init(&attributes);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-        ::posix_spawnattr_setsigmask(&attributes, &none);
-        if (::posix_spawnp(&pid_, arguments[0], &actions, &attributes, arguments.data(), environ) != 0)
-            pid_ = -1;
-        ::posix_spawn_file_actions_destroy(&actions);
-        ::posix_spawnattr_destroy(&attributes);
-        ::close(ends[1]);
-        reader_ = std::thread([this, end = ends[0]] { read(end); });
     }
-    ~WatchedProgram()
-    {
-        signal(SIGKILL);
-        wait();
-        reader_.join();
-    }
-    WatchedProgram(const WatchedProgram&) = delete;
-    WatchedProgram& operator=(const WatchedProgram&) = delete;
-
-    /// True once it has said the word; false when it ended before, or after fifteen seconds.
-    bool isReady() { return ready_.wait_for(std::chrono::seconds(15)) == std::future_status::ready && ready_.get(); }
-    pid_t pid() const { return pid_; }
-    void signal(int number) const
-    {
-        if (pid_ > 0)
-            ::kill(pid_, number);
-    }
-    /// Its exit status.
-    int wait()
-    {
-        int status = status_;
-        if (pid_ > 0)
-            while (::waitpid(std::exchange(pid_, -1), &status, 0) < 0 && errno == EINTR) {
-            }
-        return status_ = status;
-    }
+    /// True once it has said the word; false when it ended before, or takes too long.
+    bool isReady() { return waitForError(word_); }
 
 private:
-    void read(int end)
+    static std::vector<std::string> endingWithUs(std::vector<std::string> command)
     {
-        std::string said;
-        std::array<char, 4096> buffer;
-        bool told = false;
-        for (ssize_t got; (got = ::read(end, buffer.data(), buffer.size())) > 0;) {
-            if (told)
-                continue; // read on, or it would come to a stop
-            said.append(buffer.data(), static_cast<std::size_t>(got));
-            if (said.find(word_) != std::string::npos) {
-                told = true;
-                promise_.set_value(true);
-            }
-        }
-        ::close(end);
-        if (!told)
-            promise_.set_value(false);
+        command.insert(command.begin(), {"setpriv", "--pdeathsig", "KILL"});
+        return command;
     }
-
     const std::string word_;
-    pid_t pid_ = -1;
-    int status_ = 0;
-    std::promise<bool> promise_;
-    std::shared_future<bool> ready_ = promise_.get_future().share();
-    std::thread reader_;
 };
 
 /// A system bus and an Avahi daemon of the test's own. The daemon runs in a network of its own, with a loopback
@@ -157,7 +78,7 @@ public:
     {
         bus_ = std::make_unique<WatchedProgram>(
             std::vector<std::string>{"dbus-daemon", "--config-file=" + (folder_ / "bus.conf").string(), "--nofork",
-                                     "--print-address=1"},
+                                     "--print-address=2"},
             "unix:");
         return bus_->isReady();
     }
@@ -211,19 +132,12 @@ public:
                   std::to_string(port) + "</port></service></service-group>");
     }
 
-    const std::filesystem::path& folder() const { return folder_; }
-
 private:
     static constexpr const char* kMakeCable = "ip link add cable0 type veth peer name cable1 && "
                                               "ip addr add 10.77.0.1/24 dev cable0 && ip link set cable0 up && "
                                               "ip link set cable1 up";
 
-    static bool run(std::vector<std::string> command)
-    {
-        WatchedProgram program(std::move(command), "\n");
-        const int status = program.wait();
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
+    static bool run(const std::vector<std::string>& command) { return Process::run(command).status == 0; }
     void write(const std::string& name, const std::string& content) const
     {
         std::ofstream(folder_ / name, std::ios::binary) << content;

@@ -25,28 +25,6 @@ int milliseconds(Clock::time_point deadline)
     return left < 0 ? 0 : static_cast<int>(left);
 }
 
-std::vector<std::string> mergedEnvironment(const Process::Environment& changes)
-{
-    std::vector<std::string> result;
-    for (char** entry = environ; *entry; ++entry) {
-        const std::string text = *entry;
-        if (!changes.contains(text.substr(0, text.find('='))))
-            result.push_back(text);
-    }
-    for (const auto& [name, value] : changes)
-        result.push_back(name + '=' + value);
-    return result;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> result;
-    for (auto& text : texts)
-        result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
-}
-
 } // namespace
 
 Process::Process(const std::vector<std::string>& command, const Environment& environment)
@@ -71,10 +49,15 @@ Process::Process(const std::vector<std::string>& command, const Environment& env
     ::posix_spawnattr_setsigdefault(&attributes, &reset);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 
-    auto arguments = command;
-    auto variables = mergedEnvironment(environment);
-    const int error = ::posix_spawn(&pid_, command.front().c_str(), &actions, &attributes, pointers(arguments).data(),
-                                    pointers(variables).data());
+    std::vector<std::string> arguments{"env"};
+    for (const auto& [name, value] : environment)
+        arguments.push_back(name + '=' + value);
+    arguments.insert(arguments.end(), command.begin(), command.end());
+    std::vector<char*> pointers;
+    for (auto& argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    const int error = ::posix_spawnp(&pid_, "env", &actions, &attributes, pointers.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     ::posix_spawnattr_destroy(&attributes);
     ::close(pipes[0][0]);

@@ -18,7 +18,8 @@ public:
         std::string err;
     };
 
-    /// Starts the program; what it inherits of the environment is replaced where `environment` names it.
+    /// Starts the program, by its path or by its name alone; what it inherits of the environment is replaced where
+    /// `environment` names it. One that cannot be started has the exit status 127.
     explicit Process(const std::vector<std::string>& command, const Environment& environment = {});
     ~Process();
     Process(const Process&) = delete;
@@ -27,6 +28,7 @@ public:
     /// Gives the text to the child's standard input; false when the child takes no more for a while.
     bool write(const std::string& text);
     void closeInput();
+    pid_t pid() const { return pid_; }
     void signal(int number) const;
     /// Waits until standard output holds a further whole line, and gives that line; nothing when the child ends before.
     std::optional<std::string> readLine();

@@ -2,48 +2,17 @@
 #include <sstream>
 
 #include "ToolFixture.h"
+#include "support/Pieces.h"
 
 namespace {
 
-const std::vector<std::vector<std::string>> kCommands{{"uri"},
-                                                      {"uri", "parse"},
-                                                      {"uri", "make"},
-                                                      {"uri", "make", "usb"},
-                                                      {"uri", "make", "ip"},
-                                                      {"uri", "make", "host"},
-                                                      {"uri", "make", "bonjour"},
-                                                      {"uri", "generate"},
-                                                      {"info"},
-                                                      {"model"},
-                                                      {"model", "list"},
-                                                      {"model", "show"},
-                                                      {"model", "value"},
-                                                      {"modeldb"},
-                                                      {"modeldb", "pack"},
-                                                      {"modeldb", "unpack"},
-                                                      {"modeldb", "list"},
-                                                      {"modeldb", "verify"},
-                                                      {"resolve"},
-                                                      {"send"},
-                                                      {"plugins"},
-                                                      {"simulate"},
-                                                      {"log"},
-                                                      {"device-id"},
-                                                      {"credentials"},
-                                                      {"credentials", "store"},
-                                                      {"credentials", "show"},
-                                                      {"lock"},
-                                                      {"doctor"}};
+const auto kCommands =
+    pieces("uri|uri parse|uri make|uri make usb|uri make ip|uri make host|uri make bonjour|uri generate|info|model"
+           "|model list|model show|model value|modeldb|modeldb pack|modeldb unpack|modeldb list|modeldb verify|resolve"
+           "|send|plugins|simulate|log|device-id|credentials|credentials store|credentials show|lock|doctor");
 
 class CommandLine : public ToolTest {
 protected:
-    static std::string joined(const std::vector<std::string>& words)
-    {
-        std::string text;
-        for (const auto& word : words)
-            text += (text.empty() ? "" : " ") + word;
-        return text;
-    }
     static std::string withoutFontMarks(std::string page)
     {
         page = std::regex_replace(page, std::regex(R"(\\f[A-Z])"), "");
@@ -75,22 +44,20 @@ TEST_F(CommandLine, HelpManualAndCompletionKnowEveryCommandAndOption)
     const std::string page = withoutFontMarks(read(DMF_SOURCE_FOLDER "/tools/dmf/dmf.1"));
     const std::regex option(R"(\n  (?:-., ?)?(--[a-z-]+))");
     std::vector<std::string> typed;
-    for (const auto& words : kCommands) {
-        typed.push_back(joined(words).substr(0, joined(words).size() - 1)); // the command's own name ...
-        typed.push_back(joined(words) + " -");                              // ... and its options
+    for (const auto& command : kCommands) {
+        typed.push_back(command.substr(0, command.size() - 1)); // the command's own name ...
+        typed.push_back(command + " -");                        // ... and its options
     }
     const auto offered = completions(typed);
     ASSERT_EQ(offered.size(), 2 * kCommands.size());
     for (std::size_t i = 0; i < kCommands.size(); ++i) {
-        SCOPED_TRACE(joined(kCommands[i]));
-        auto arguments = kCommands[i];
-        arguments.push_back("--help");
-        const auto help = dmf(arguments);
+        SCOPED_TRACE(kCommands[i]);
+        const auto help = dmf(words(kCommands[i] + " --help"));
         EXPECT_EQ(help.status, 0);
         EXPECT_NE(help.out.find("Example:\n  "), std::string::npos);
         EXPECT_EQ(help.err, "");
-        EXPECT_NE(page.find(".SS " + kCommands[i].front()), std::string::npos);
-        EXPECT_NE(offered[2 * i].find(' ' + kCommands[i].back() + ' '), std::string::npos);
+        EXPECT_NE(page.find(".SS " + words(kCommands[i]).front()), std::string::npos);
+        EXPECT_NE(offered[2 * i].find(' ' + words(kCommands[i]).back() + ' '), std::string::npos);
         for (std::sregex_iterator match(help.out.begin(), help.out.end(), option), end; match != end; ++match) {
             EXPECT_NE(offered[2 * i + 1].find(' ' + (*match)[1].str() + ' '), std::string::npos) << (*match)[1];
             EXPECT_NE(page.find((*match)[1].str()), std::string::npos) << (*match)[1];
@@ -101,28 +68,13 @@ TEST_F(CommandLine, HelpManualAndCompletionKnowEveryCommandAndOption)
 
 TEST_F(CommandLine, AWrongOneIsToldWithStatus2InWordsAndInJson)
 {
-    const std::vector<std::vector<std::string>> wrong{
-        {},
-        {"fly"},
-        {"uri"},
-        {"uri", "parse"},
-        {"uri", "parse", "usb://QL/M?serial=1", "more"},
-        {"uri", "make", "usb", "--vendor", "QL"},
-        {"send"},
-        {"send", "socket://127.0.0.1:1", "--timeout", "soon"},
-        {"resolve", "socket://127.0.0.1:1", "--timeout", "-1"},
-        {"simulate", "--port", "65536"},
-        {"simulate", "--answer", "\\q"},
-        {"simulate", "--slow", "0"},
-        {"log", "loud"},
-        {"model", "value", "M", "P", "--location", "/tmp"},
-        {"--log-file"},
-    };
-    for (const auto& arguments : wrong) {
-        SCOPED_TRACE(joined(arguments));
-        auto withJson = arguments;
-        withJson.insert(withJson.begin(), "--json");
-        const auto result = dmf(withJson);
+    for (const std::string& line :
+         pieces("|fly|uri|uri parse|uri parse usb://QL/M?serial=1 more|uri make usb --vendor QL|send"
+                "|send socket://127.0.0.1:1 --timeout soon|resolve socket://127.0.0.1:1 --timeout -1"
+                "|simulate --port 65536|simulate --answer \\q|simulate --slow 0|log loud"
+                "|model value M P --location /tmp|--log-file")) {
+        SCOPED_TRACE(line);
+        const auto result = dmf(words("--json " + line));
         EXPECT_EQ(result.status, 2);
         EXPECT_TRUE(result.err.starts_with("dmf: ")) << result.err;
         const Json object = parseObject(result.out);
@@ -135,7 +87,7 @@ TEST_F(CommandLine, AWrongOneIsToldWithStatus2InWordsAndInJson)
     EXPECT_NE(plain.err.find("'fly'"), std::string::npos);
 }
 
-TEST_F(CommandLine, ALogFileReceivesWhatTheLibraryLogs)
+TEST_F(CommandLine, ALogFileReceivesWhatTheLibraryLogsAndOutputThatCannotBeWrittenIsAFailure)
 {
     const std::string log = folder / "run.log";
     EXPECT_EQ(dmf({"--log-file", log, "uri", "parse", "usb://acme/M?serial=1"}).status, 1);
@@ -145,30 +97,22 @@ TEST_F(CommandLine, ALogFileReceivesWhatTheLibraryLogs)
     const auto refused = dmf({"--log-file", folder, "uri", "parse", "usb://QL/M?serial=1"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.out, "");
+    const auto unwritten =
+        Process::run({"/bin/sh", "-c", "exec " DMF_BUILD_FOLDER "/bin/dmf uri make host printer1 >/dev/full"});
+    EXPECT_EQ(unwritten.status, 1);
+    EXPECT_NE(unwritten.err, "");
 }
 
 TEST_F(CommandLine, OutputIsTheSameInEveryLocale)
 {
-    const std::vector<std::vector<std::string>> commands{
-        {"uri", "parse", "usb://QL/Model%20100?serial=CN12"},
-        {"info", "socket://10.0.0.5/?vendor=QL&product=Aurora%20450n", "--json"},
-        {"send", "--help"}, // holds a number with a fraction or without
-        {"uri", "parse", "nonsense"},
-    };
-    for (const auto& arguments : commands) {
-        const auto plain = dmf(arguments, {}, {{"LC_ALL", "C"}});
+    for (const auto& line : // one holds a number with a fraction or without
+         pieces("uri parse usb://QL/Model%20100?serial=CN12|send --help|uri parse nonsense"
+                "|info socket://10.0.0.5/?vendor=QL&product=Aurora%20450n --json")) {
+        const auto plain = dmf(words(line), {}, {{"LC_ALL", "C"}});
         const auto german =
-            dmf(arguments, {}, {{"LC_ALL", "de_DE.UTF-8"}, {"LANGUAGE", "de"}, {"LANG", "de_DE.UTF-8"}});
+            dmf(words(line), {}, {{"LC_ALL", "de_DE.UTF-8"}, {"LANGUAGE", "de"}, {"LANG", "de_DE.UTF-8"}});
         EXPECT_EQ(plain.out, german.out);
         EXPECT_EQ(plain.err, german.err);
         EXPECT_EQ(plain.status, german.status);
     }
-}
-
-TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure)
-{
-    const auto result =
-        Process::run({"/bin/sh", "-c", "exec " DMF_BUILD_FOLDER "/bin/dmf uri make host printer1 >/dev/full"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err, "");
 }

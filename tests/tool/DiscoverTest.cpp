@@ -26,7 +26,7 @@ protected:
 
 TEST_F(Discover, TellsFindsAndWhatBecameOfEachSource)
 {
-    const auto found = json({"discover", "--types", "Simulated,USB", "--timeout", "0.5"});
+    const auto found = json({"discover", "--types", "Simulated,USB", "--timeout", "2"});
     EXPECT_EQ(found.status, 0) << found.err;
     EXPECT_EQ(found.json["services"].size(), 3u);
     EXPECT_EQ(found.json["services"][0]["vendorName"], "QL");
@@ -70,7 +70,7 @@ TEST_F(Discover, FollowsWhatIsOnTheNetwork)
     ASSERT_TRUE(office);
     EXPECT_EQ(event(follow.readLine()), "found Office");
 
-    const auto found = dmf({"discover", "--types", "Rendezvous", "--timeout", "1"});
+    const auto found = dmf({"discover", "--types", "Rendezvous", "--timeout", "3"});
     EXPECT_EQ(found.status, 0) << found.err;
     EXPECT_EQ(found.out, "dnssd://Office._ipp._tcp.local./?bidi  (QL Model 9)\n");
     EXPECT_EQ(found.err, "Rendezvous: 1 find\n");

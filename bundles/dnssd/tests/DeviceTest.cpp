@@ -2,10 +2,7 @@
 
 #include <atomic>
 
-#include <net/if.h>
-
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/ADMServiceInfoImp.h>
@@ -16,7 +13,6 @@
 #include "support/ChannelDelegate.h"
 
 using dmf::Data;
-using dmf::Dictionary;
 using dmf::dnssd::Resolved;
 using dmf::dnssd::ServiceName;
 using dmf::socket::Clock;
@@ -88,26 +84,24 @@ TEST_F(DnssdDevice, IsFoundByItsNameAndTakesBytesWhereverItMoves)
     const auto channel = channelTo(service);
     ASSERT_TRUE(channel);
     const auto talk = [&] {
-        Dictionary error;
-        Data answer;
         if (!channel->open())
             return std::string("not opened");
-        const bool isDone =
-            channel->writeData(Data::fromText("hello"), 5, &error) && channel->readDataOfLength(answer, 5, 5, &error);
+        auto result = written(*channel, Data::fromText("hello"));
+        result += " " + received(*channel, 5);
         channel->close();
-        return isDone ? std::string(answer.text()) : RecordingDelegate::describe(error);
+        return result;
     };
-    EXPECT_EQ(talk(), "here!");
+    EXPECT_EQ(talk(), "done here!");
 
     // It comes back at another port: the next opening finds it there.
     publication = nullptr;
     publication = avahi->publish(name.name, name.type, there.port(), txt);
     ASSERT_TRUE(publication);
-    EXPECT_EQ(talk(), "there");
+    EXPECT_EQ(talk(), "done there");
 
     // All addresses are known, link-local ones with the interface behind which they are.
     Resolved resolved;
-    ASSERT_EQ(resolve(name, Clock::now() + 5s, {}, resolved), Outcome::done);
+    ASSERT_EQ(resolve(name, Clock::now() + 30s, {}, resolved), Outcome::done);
     EXPECT_THAT(resolved.endpoint.addresses, Contains("127.0.0.1"));
     EXPECT_THAT(resolved.endpoint.addresses, Contains("10.77.0.1"));
     EXPECT_THAT(resolved.endpoint.addresses, Contains(testing::MatchesRegex("fe80::.*%.+")));
@@ -125,28 +119,28 @@ TEST_F(DnssdDevice, SearchesEndInTimeWhateverIsMissing)
     const ServiceName nobody{"Nobody", "_ipp._tcp", "local"};
     Resolved resolved;
     const Stopwatch withoutBus;
-    EXPECT_EQ(resolve(nobody, Clock::now() + 5s, {}, resolved), Outcome::refused);
-    EXPECT_LT(withoutBus.seconds(), 1);
+    EXPECT_EQ(resolve(nobody, Clock::now() + 30s, {}, resolved), Outcome::refused);
+    EXPECT_LT(withoutBus.seconds(), 20);
     ASSERT_TRUE(avahi->startBus());
-    EXPECT_EQ(resolve(nobody, Clock::now() + 5s, {}, resolved), Outcome::refused);
-    EXPECT_LT(withoutBus.seconds(), 2);
+    EXPECT_EQ(resolve(nobody, Clock::now() + 30s, {}, resolved), Outcome::refused);
+    EXPECT_LT(withoutBus.seconds(), 30);
     ASSERT_TRUE(avahi->startDaemon());
 
     const Stopwatch limited;
     EXPECT_EQ(resolve(nobody, Clock::now() + 300ms, {}, resolved), Outcome::timedOut);
-    EXPECT_LT(limited.seconds(), 1);
+    EXPECT_LT(limited.seconds(), 10);
     const Stopwatch cancelled;
     const auto handler = std::make_shared<Handler>();
     EXPECT_FALSE(serviceOf(nobody)->locateDeviceWithHandler(handler));
-    EXPECT_LT(cancelled.seconds(), 1);
-    EXPECT_EQ(resolve({std::string(64, 'x'), "_ipp._tcp", "local"}, Clock::now() + 5s, {}, resolved),
+    EXPECT_LT(cancelled.seconds(), 4);
+    EXPECT_EQ(resolve({std::string(64, 'x'), "_ipp._tcp", "local"}, Clock::now() + 30s, {}, resolved),
               Outcome::refused); // longer than a name can be
 
     // The daemon goes while it is asked.
     std::atomic<bool> isGone{false};
     const Stopwatch abandoned;
     EXPECT_EQ(resolve(
-                  nobody, Clock::now() + 5s,
+                  nobody, Clock::now() + 30s,
                   [&] {
                       if (!isGone.exchange(true))
                           avahi->stopDaemon();
@@ -154,5 +148,5 @@ TEST_F(DnssdDevice, SearchesEndInTimeWhateverIsMissing)
                   },
                   resolved),
               Outcome::refused);
-    EXPECT_LT(abandoned.seconds(), 2);
+    EXPECT_LT(abandoned.seconds(), 20);
 }

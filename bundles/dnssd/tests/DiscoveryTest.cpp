@@ -2,9 +2,9 @@
 
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <map>
 #include <mutex>
-#include <set>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@
 #include <dmf/DMKeys.h>
 
 #include "support/AvahiFixture.h"
+#include "support/TurnUntil.h"
 
 using dmf::Dictionary;
 using dmf::dnssd::Browse;
@@ -33,7 +34,7 @@ public:
         };
     }
 
-    bool waitFor(const std::function<bool()>& condition, std::chrono::seconds limit = 15s)
+    bool waitFor(const std::function<bool()>& condition, std::chrono::seconds limit = 30s)
     {
         std::unique_lock held(lock_);
         return changed_.wait_for(held, limit, condition);
@@ -101,18 +102,10 @@ std::shared_ptr<IDMServiceDiscovery> started(Recorder& recorder, const std::stri
     return discovery;
 }
 
-bool comesTrue(const std::function<bool()>& condition)
-{
-    const auto limit = std::chrono::steady_clock::now() + 15s;
-    while (!condition() && std::chrono::steady_clock::now() < limit)
-        std::this_thread::sleep_for(1ms);
-    return condition();
-}
-
 /// Until the source tells of that trouble (0 for none).
 bool waitForTrouble(IDMServiceDiscovery& discovery, int code)
 {
-    return comesTrue([&] {
+    return turnUntil([&] {
         const auto error = discovery.lastError();
         return (error.empty() ? 0 : error[kDMErrorCode].asNumber()->int32Value()) == code;
     });
@@ -120,7 +113,7 @@ bool waitForTrouble(IDMServiceDiscovery& discovery, int code)
 
 bool discoveryThreadEnds()
 {
-    return comesTrue([] { return !ADMServiceDiscoveryBase::runloop(); });
+    return turnUntil([] { return !ADMServiceDiscoveryBase::runloop(); });
 }
 
 class DnssdDiscovery : public testing::Test {
@@ -260,7 +253,7 @@ TEST_F(DnssdDiscovery, NothingIsReportedAfterAStopAndAnyThreadMayLetGo)
     Recorder watching;
     const auto watcher = started(watching);
     ASSERT_TRUE(watching.waitFor({"+First _ipp._tcp.", "+Second _ipp._tcp."}));
-    EXPECT_TRUE(comesTrue([&] { return weak.expired(); }));
+    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
     EXPECT_EQ(stopping.told().size(), 1u);
     EXPECT_EQ(releasing.told().size(), 1u);
 

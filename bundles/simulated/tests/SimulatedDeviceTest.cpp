@@ -1,8 +1,6 @@
 #include <future>
-#include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <dmf/ADMDataChannelFactory.h>
 #include <dmf/ADMDuplexDataChannel.h>
@@ -13,6 +11,7 @@
 
 #include "support/ChannelDelegate.h"
 #include "support/FakeServiceInfo.h"
+#include "support/Stopwatch.h"
 
 using dmf::Data;
 using dmf::Dictionary;
@@ -60,16 +59,9 @@ struct Stage {
     }
     std::string write(std::string_view text, double timeout = 10)
     {
-        Dictionary error;
-        return channel->writeData(Data::fromText(text), timeout, &error) ? "done" : RecordingDelegate::describe(error);
+        return written(*channel, Data::fromText(text), timeout);
     }
-    std::string read(std::uint32_t length, double timeout = 10)
-    {
-        Dictionary error;
-        Data data;
-        const bool isDone = channel->readDataOfLength(data, length, timeout, &error);
-        return std::string(data.text()) + (isDone ? "" : " " + RecordingDelegate::describe(error));
-    }
+    std::string read(std::uint32_t length, double timeout = 10) { return received(*channel, length, timeout); }
     RecordingDelegate recorder;
     std::shared_ptr<IDMDevice> device;
     std::shared_ptr<ADMDuplexDataChannel> channel;
@@ -105,10 +97,8 @@ TEST(SimulatedDevice, IsReachedThroughItsUri)
     EXPECT_EQ(info->connectionType(), "Simulated");
     const auto channel = ADMDataChannelFactory::init()->newDuplexDataChannelWithServiceInfo(info, "Print");
     ASSERT_TRUE(channel && channel->open());
-    EXPECT_TRUE(channel->writeData(Data::fromText("hello"), 10, nullptr));
-    Data answer;
-    EXPECT_TRUE(channel->readDataOfLength(answer, 5, 10, nullptr));
-    EXPECT_EQ(answer.text(), "hello");
+    EXPECT_EQ(written(*channel, Data::fromText("hello")), "done");
+    EXPECT_EQ(received(*channel, 5), "hello");
     EXPECT_EQ(info->device()->retrieveParameters({}, nullptr)["modelName"], "Model 9");
 }
 
@@ -184,10 +174,10 @@ TEST(SimulatedDevice, CloseEndsEveryWait)
         };
         auto reading = std::async(std::launch::async, [&] { return stage.read(1, 1800); });
         begun.get_future().wait();
-        const auto before = std::chrono::steady_clock::now();
+        const Stopwatch watch;
         stage.channel->close();
         EXPECT_EQ(reading.get(), " 3/1:0");
-        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+        EXPECT_LT(watch.seconds(), 10);
     }
 }
 
@@ -209,9 +199,9 @@ TEST(SimulatedDevice, CloseGetsInWhileMuchIsMovedByteByByte)
             writing = std::async(std::launch::async, [&] { return stage.channel->writeData(much, 1800, nullptr); });
             begun.get_future().wait();
         }
-        const auto before = std::chrono::steady_clock::now();
+        const Stopwatch watch;
         stage.channel->close();
-        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+        EXPECT_LT(watch.seconds(), 10);
         if (!hasWorker) {
             EXPECT_FALSE(writing.get());
         }

@@ -1,11 +1,7 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <functional>
-#include <future>
 #include <list>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -20,6 +16,7 @@
 
 #include "../transport/Endpoint.h"
 #include "../transport/FileDescriptor.h"
+#include "support/Stopwatch.h"
 
 /// The far end of one connection, as a test's device plays it. Everything that waits ends when the test does.
 class Conversation {
@@ -166,18 +163,15 @@ private:
     std::list<dmf::socket::FileDescriptor> fillers_;
 };
 
+/// A device that takes connections and says nothing.
+inline void sayNothing(Conversation& far)
+{
+    far.stayQuiet();
+}
+
 /// A port of this machine on which nobody listens.
 inline std::uint16_t unusedPort()
 {
     Peer peer([](Conversation&) {});
     return peer.port();
 }
-
-/// Seconds since it was made.
-class Stopwatch {
-public:
-    double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
-
-private:
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
