@@ -3,7 +3,6 @@
 #include <sys/single_threaded.h>
 
 #include <cstring>
-#include <memory>
 #include <thread>
 
 #include <gtest/gtest.h>

@@ -10,7 +10,6 @@
 using dmf::Date;
 using dmf::RunLoop;
 using namespace std::chrono_literals;
-using Entry = ADMDelayedInvocationQueue::Entry;
 
 namespace {
 
@@ -111,26 +110,4 @@ TEST_F(DelayedInvocation, TheQueueMayEndInsideACall)
     turn();
     EXPECT_EQ(RunLoop::current()->runMode(kMode, Date::distantPast()), RunLoop::Result::finished);
     EXPECT_EQ(calls, std::vector<std::string>{"ended"});
-}
-
-TEST(SortedInsert, OnlyADescendingResultStopsTheWalk)
-{
-    const Entry undated{{}, std::nullopt};
-    const Entry early{{}, Date(100)};
-    const Entry late{{}, Date(200)};
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(undated, early, nullptr), -1);
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, undated, nullptr), 1);
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(early, early, nullptr), 0);
-    EXPECT_EQ(DMSortDelayedInvocationsByDate(late, early, nullptr), 1);
-
-    std::vector<int> numbers = {10, 20, 20, 30};
-    int calls = 0;
-    const auto byNumber = [](int element, int added, void* context) {
-        ++*static_cast<int*>(context);
-        return element > added ? 1 : element == added ? 0 : -1;
-    };
-    com_ql_dmf_insertObject(numbers, 20, byNumber, &calls);
-    com_ql_dmf_insertObject(numbers, 99, byNumber, &calls);
-    EXPECT_EQ(numbers, (std::vector{10, 20, 20, 20, 30, 99}));
-    EXPECT_EQ(calls, 4 + 5);
 }

@@ -161,7 +161,7 @@ TEST(MessageQueue, ManyThreadsFeedOneRunLoopInOrder)
     auto result = std::async(std::launch::async, [&] {
         queue->scheduleInRunLoop(RunLoop::current(), kMode);
         started.set_value();
-        return RunLoop::current()->runMode(kMode, Date::afterNow(20));
+        return RunLoop::current()->runMode(kMode, Date::afterNow(40));
     });
     started.get_future().wait();
     std::vector<std::thread> senders;

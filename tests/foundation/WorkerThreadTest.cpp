@@ -19,6 +19,8 @@
 
 #include "foundation/HandOver.h"
 #include "support/HostFixture.h"
+#include "support/LoopThread.h"
+#include "support/TurnUntil.h"
 
 using dmf::Date;
 using dmf::RunLoop;
@@ -67,18 +69,6 @@ std::uintptr_t untilStopped(Worker& worker)
     return worker.waitForStop(7);
 }
 
-/// Waits, with a bound, for what a thread does by itself.
-template <class Condition>
-bool eventually(const Condition& condition)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (; std::chrono::steady_clock::now() < end; std::this_thread::yield()) {
-        if (condition())
-            return true;
-    }
-    return false;
-}
-
 /// Both forms, joinable and detached, keep the same promises save one.
 class WorkerForms : public testing::TestWithParam<bool> {
 protected:
@@ -110,7 +100,7 @@ TEST_P(WorkerForms, WorkThatEndsByItselfIsNotWaitedFor)
     const auto it = worker([](Worker&) { return std::uintptr_t{5}; });
     for (int round = 0; round < 50; ++round) {
         ASSERT_EQ(it->start(), 0);
-        ASSERT_TRUE(eventually([&] { return !it->isRunning(); }));
+        ASSERT_TRUE(turnUntil([&] { return !it->isRunning(); }));
         if (round % 2 == 0) {
             EXPECT_EQ(it->stop(), GetParam() ? 5u : 0u);
         }
@@ -144,7 +134,7 @@ TEST_P(WorkerForms, TheLastReferenceMayGoWhileTheWorkRuns)
     }
     EXPECT_FALSE(weak.expired()) << "a running worker keeps itself";
     released.set_value();
-    EXPECT_TRUE(eventually([&] { return weak.expired(); }));
+    EXPECT_TRUE(turnUntil([&] { return weak.expired(); }));
 }
 
 TEST_P(WorkerForms, AnExceptionEndsTheWorkWithOneLine)
@@ -225,16 +215,8 @@ TEST(Mutexes, AnswerWhatTheSystemAnswers)
 
     const auto recursive = ADMPOSIXMutex::newRecursiveMutex();
     EXPECT_EQ(recursive->lock() + recursive->lock() + recursive->unlock(), 0);
-    const auto tryElsewhere = [&] {
-        const auto attempt = [&] {
-            const auto status = recursive->trylock();
-            return status == 0 ? recursive->unlock() : status;
-        };
-        return std::async(std::launch::async, attempt).get();
-    };
-    EXPECT_EQ(tryElsewhere(), EBUSY) << "it is held once still";
+    EXPECT_EQ(std::async(std::launch::async, [&] { return recursive->trylock(); }).get(), EBUSY) << "held once still";
     EXPECT_EQ(recursive->unlock(), 0);
-    EXPECT_EQ(tryElsewhere(), 0);
 }
 
 TEST(Mutexes, AHandOverIsReleasedByAnotherThread)
@@ -257,16 +239,16 @@ TEST(Mutexes, AHandOverIsReleasedByAnotherThread)
 
 TEST(InvalidateHelper, InvalidatesOnTheTimersThreadAndWaitsForIt)
 {
-    std::promise<std::shared_ptr<RunLoop>> started;
-    std::promise<void> mayTurn;
-    std::thread owner([&] {
-        const auto keepAlive = RunLoopSource::create({});
-        RunLoop::current()->addSource(keepAlive, "mode");
-        started.set_value(RunLoop::current());
+    LoopThread owner("mode");
+    const auto loop = owner.loop();
+    std::promise<void> isBusy, mayTurn;
+    const auto busy = RunLoopSource::create([&] {
+        isBusy.set_value();
         mayTurn.get_future().wait();
-        RunLoop::current()->runMode("mode", Date::afterNow(10));
     });
-    const auto loop = started.get_future().get();
+    busy->signal();
+    loop->addSource(busy, "mode");
+    isBusy.get_future().wait();
     const auto timer = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::no, {});
     loop->addTimer(timer, "mode");
 
@@ -275,13 +257,12 @@ TEST(InvalidateHelper, InvalidatesOnTheTimersThreadAndWaitsForIt)
     // While the loop does not turn the request stays under way, and every other one is refused.
     auto first = std::async(std::launch::async, [&] { return helper.invalidateTimer(timer, loop, "mode"); });
     const auto own = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::no, {});
-    EXPECT_TRUE(eventually([&] { return !helper.invalidateTimer(own, RunLoop::current(), "mode"); }));
+    EXPECT_TRUE(turnUntil([&] { return !helper.invalidateTimer(own, RunLoop::current(), "mode"); }));
     EXPECT_TRUE(timer->isValid());
     mayTurn.set_value();
     EXPECT_TRUE(first.get());
     EXPECT_FALSE(timer->isValid());
     EXPECT_TRUE(helper.invalidateTimer(timer, loop, "mode")) << "free again";
-    loop->stop();
-    owner.join();
+    owner.end();
     EXPECT_TRUE(helper.invalidateTimer(timer, loop, "mode")) << "a run loop that has ended keeps nobody waiting";
 }

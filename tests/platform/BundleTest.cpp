@@ -6,7 +6,6 @@
 #include <functional>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "support/HostFixture.h"
 #include "support/TestPlugIns.h"
@@ -16,15 +15,6 @@ using dmf::Bundle;
 using dmf::ClassRegistry;
 using dmf::Dictionary;
 using testing::HasSubstr;
-
-namespace {
-
-void write(const fs::path& file, std::string_view content)
-{
-    std::ofstream(file, std::ios::binary) << content;
-}
-
-} // namespace
 
 TEST(Bundle, IsDescribedWithoutRunningItsCode)
 {
@@ -50,11 +40,11 @@ TEST(Bundle, FoldersThatAreNoBundlesAreRefusedWithAReason)
     };
     folder("/folder");
     folder("/bare.bundle");
-    write(host.path("/file.bundle"), "");
+    host.writeFile("/file.bundle", "");
     fs::create_symlink("/nowhere", host.path("/dangling.bundle"));
-    write(folder("/malformed.bundle") / "Info.plist", "<plist><dict><key>a</key></dict></plist>");
-    write(folder("/list.bundle") / "Info.plist", "<plist version=\"1.0\"><array/></plist>");
-    write(folder("/large.bundle") / "Info.plist", std::string(2'000'000, ' '));
+    host.writeFile("/malformed.bundle/Info.plist", "<plist><dict><key>a</key></dict></plist>");
+    host.writeFile("/list.bundle/Info.plist", "<plist version=\"1.0\"><array/></plist>");
+    host.writeFile("/large.bundle/Info.plist", std::string(2'000'000, ' '));
     testplugins::writeInfo(folder("/real.bundle"), {});
     fs::create_symlink(host.path("/real.bundle/Info.plist"), folder("/link.bundle") / "Info.plist");
     ASSERT_EQ(::mkfifo((folder("/pipe.bundle") / "Info.plist").c_str(), 0600), 0);
@@ -114,7 +104,8 @@ TEST(Bundle, NothingRunsOfABundleThatIsNotTrustedOrDoesNotFit)
         {"cannot be found", linkTo("nothing")},
         {"outside its folder", describe({{executable, "../outside.so"}})},
         {"outside its folder", linkTo(host.path("/outside.so"))},
-        {"Object.so: ", [&] { write(object, "no object at all"); }}, // the loader's own words
+        {"Object.so: ",
+         [&] { host.writeFile("/Refused.bundle/Object.so", "no object at all"); }}, // the loader's own words
     };
     for (const auto& [reason, spoil] : cases) {
         testplugins::make(path, "Refused");

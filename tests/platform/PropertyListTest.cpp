@@ -102,13 +102,13 @@ TEST(PropertyList, MalformedOnesAreRefusedWithAReason)
                 "|<data>T@==</data>|<data>TQ==TQ==</data>|<date>2040-02-30T12:00:01Z</date>|<date>2040-02-28T12:00:01</"
                 "date>"))
         EXPECT_FALSE(parseBody(body)) << body;
-    for (const char* text : {"", "bplist00", "<plist>", "<true/>", "<plist><true/></plist>x", "x<plist><true/></plist>",
-                             "<plist><string>\xC3</string></plist>", "<plist><string>\x01</string></plist>"}) {
-        std::string reason;
+    std::string reason;
+    for (const auto& text : pieces("|bplist00|<plist>|<true/>|<plist><true/></plist>x|x<plist><true/></plist>"
+                                   "|<plist><string>\xC3</string></plist>|<plist><string>\x01</string></plist>")) {
+        reason.clear();
         EXPECT_FALSE(parse(text, &reason)) << text;
         EXPECT_FALSE(reason.empty()) << text;
     }
-    std::string reason;
     EXPECT_FALSE(parse("<plist>\n<array>\n<string>a</string>\n<wrong/>\n</array></plist>", &reason));
     EXPECT_EQ(reason, "line 4: unknown element");
 }

@@ -5,7 +5,6 @@
 #include <clocale>
 #include <string>
 
-using dmf::CharacterSet;
 using dmf::TextRange;
 
 TEST(Unicode, TellsUtf8FromOtherBytes)
@@ -54,17 +53,13 @@ TEST(Unicode, ChangesLetterCaseAlikeInEveryLocale)
     std::setlocale(LC_ALL, before.c_str());
 }
 
-TEST(Unicode, ComparesWithoutRegardToCase)
+TEST(Unicode, ComparesAndFindsWithoutRegardToCase)
 {
     EXPECT_TRUE(dmf::equalIgnoringCase("ὀδυσσεύς", "ὈΔΥΣΣΕΎΣ"));
     EXPECT_TRUE(dmf::equalIgnoringCase("\u212A", "k"));
     EXPECT_FALSE(dmf::equalIgnoringCase("\xFF", "\xFE"));
     EXPECT_FALSE(dmf::equalIgnoringCase("i", "\u0131"));
     EXPECT_FALSE(dmf::equalIgnoringCase("[", "{"));
-}
-
-TEST(Unicode, FindsWithoutRegardToCase)
-{
     EXPECT_EQ(dmf::findIgnoringCase("a SERIAL=1 serial=2", "serial="), (TextRange{2, 7}));
     EXPECT_EQ(dmf::findIgnoringCase("a SERIAL=1 serial=2", "serial=", 3), (TextRange{11, 7}));
     // The match may be longer or shorter in bytes than what was searched for.
@@ -77,15 +72,4 @@ TEST(Unicode, FindsWithoutRegardToCase)
     EXPECT_EQ(dmf::findIgnoringCase(a, std::string(100'000, 'A') + "b"), std::nullopt);
     EXPECT_EQ(dmf::findIgnoringCase("é" + a + "B", a.substr(1) + "b"), (TextRange{3, 200'000}));
     EXPECT_EQ(dmf::findIgnoringCase("éabaabaaab", "abaaa"), (TextRange{5, 5}));
-}
-
-TEST(Unicode, SetsHoldTheirCharacters)
-{
-    EXPECT_TRUE(CharacterSet::letters().containsAnyOf("10.0.ж"));
-    EXPECT_FALSE(CharacterSet::letters().containsAnyOf("10.0.0.5 \xFF٣"));
-    const auto quotes = CharacterSet::ofCharacters("\"«»").unitedWith(CharacterSet::whitespace());
-    EXPECT_TRUE(quotes.contains(U'»') && quotes.contains('\t') && !quotes.contains('\n'));
-    EXPECT_TRUE(quotes.inverted().contains('x') && !quotes.inverted().contains(U'«'));
-    EXPECT_FALSE(CharacterSet::ofCharacters("\xFF").containsAnyOf("\xFF"));
-    EXPECT_TRUE(quotes.inverted().containsAnyOf("\xFF"));
 }

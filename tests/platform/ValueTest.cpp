@@ -14,7 +14,7 @@ using dmf::Dictionary;
 using dmf::Number;
 using dmf::Value;
 
-TEST(Value, NumbersCompareByQuantityAcrossKinds)
+TEST(Value, NumbersCompareByQuantityAndConversionsStopAtTheLimits)
 {
     EXPECT_EQ(Value(1), Value(1.0));
     EXPECT_NE(Value(-1), Value(std::numeric_limits<std::uint64_t>::max()));
@@ -22,10 +22,7 @@ TEST(Value, NumbersCompareByQuantityAcrossKinds)
     EXPECT_NE(Value(std::numeric_limits<std::int64_t>::max()), Value(9223372036854775808.0));
     EXPECT_NE(Value(1), Value(true));
     EXPECT_EQ(Value(1).hash(), Value(1.0).hash());
-}
 
-TEST(Value, ConversionsStopAtTheLimitsOfTheWantedType)
-{
     EXPECT_EQ(Number(1e300).int64Value(), std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(Number(-5).uint32Value(), 0u);
     EXPECT_EQ(Number(std::nan("")).int32Value(), 0);
@@ -47,6 +44,12 @@ TEST(Value, ContainersShareUntilOneIsChanged)
     longer.append(Data::fromText("three"));
     EXPECT_EQ(list.size(), 2u);
     EXPECT_THROW((void)list.at(2), std::out_of_range);
+
+    Data data = Data::fromText("abc");
+    const Data before = data;
+    data.append(data.bytes()); // its own
+    EXPECT_EQ(data.text(), "abcabc");
+    EXPECT_EQ(before.text(), "abc");
 }
 
 TEST(Value, DictionariesKeepSortedKeysAndNoNulls)
@@ -72,15 +75,6 @@ TEST(Value, ObjectsComeBackAsTheTypeTheyWereStoredAs)
     EXPECT_EQ(value.objectAs<Base>(), object);
     EXPECT_EQ(value.objectAs<Derived>(), nullptr);
     EXPECT_TRUE(Value::ofObject(std::shared_ptr<Base>()).isNull());
-}
-
-TEST(Data, AppendingItsOwnBytesIsSafe)
-{
-    Data data = Data::fromText("abc");
-    const Data before = data;
-    data.append(data.bytes());
-    EXPECT_EQ(data.text(), "abcabc");
-    EXPECT_EQ(before.text(), "abc");
 }
 
 TEST(Date, TextsRoundTripAndBadOnesAreRefused)
