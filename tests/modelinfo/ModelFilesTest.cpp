@@ -33,10 +33,7 @@ TEST(ModelFormat, IsReadFromTheFirstTwoHundredBytes)
 {
     using Factory = ADMModelInfoHandlerFactory;
     const std::string blanks(200, ' ');
-    const struct {
-        std::string contents;
-        Factory::Format format;
-    } cases[] = {
+    const std::pair<std::string, Factory::Format> cases[] = {
         {"<?xml version=\"1.0\"?><plist>", Factory::Format::propertyList},
         {"<?xml version=\"1.0\"?><Model>", Factory::Format::xml},
         {blanks.substr(0, 194) + "<plist", Factory::Format::propertyList},
@@ -47,18 +44,6 @@ TEST(ModelFormat, IsReadFromTheFirstTwoHundredBytes)
     };
     for (const auto& [contents, format] : cases)
         EXPECT_EQ(Factory::infoFormatForData(dmf::Data::fromText(contents)), format) << contents;
-}
-
-TEST(StoredNames, AreMadeOfEncipheredLowerCaseComponents)
-{
-    Database database;
-    ADMInfoFileManager manager;
-    const std::string folder = manager.realFileNameForFile("modelname").value();
-    const std::string file = manager.realFileNameForFile("default").value();
-    const auto stored = com_ql_dmf_dataFromHexadecimalRepresentation(folder);
-    EXPECT_EQ(ADMSecureData().decryptData(*stored, 2), dmf::Data::fromText("modelname"));
-
-    EXPECT_EQ(manager.realFileNameForFile("/ModelName//Default/"), folder + "/" + file);
 }
 
 TEST(ModelFiles, ThatCannotBeUsedGiveNoHandlerAndSayWhy)
@@ -263,17 +248,16 @@ TEST(ParentCircles, DoNotHangThreadsThatEnterThemAtDifferentFiles)
                              plist("<key>Parent</key><string>" + std::string(parent) + "</string><key>" + name +
                                    "</key><true/>"));
             std::atomic<int> waiting = 3;
-            std::vector<std::thread> threads;
-            for (const char* name : {"a", "b", "c"}) {
-                threads.emplace_back([&, name] {
-                    --waiting;
-                    while (waiting > 0)
-                        std::this_thread::yield();
-                    EXPECT_TRUE(database.info(table, name)->value().asDictionary()->contains(name));
-                });
+            {
+                std::vector<std::jthread> threads;
+                for (const char* name : {"a", "b", "c"})
+                    threads.emplace_back([&, name] {
+                        --waiting;
+                        while (waiting > 0)
+                            std::this_thread::yield();
+                        EXPECT_TRUE(database.info(table, name)->value().asDictionary()->contains(name));
+                    });
             }
-            for (std::thread& thread : threads)
-                thread.join();
             // Somewhere the circle is cut, once.
             std::size_t entries = 0;
             for (const char* name : {"a", "b", "c"})
@@ -312,6 +296,7 @@ TEST(Handlers, AreReadOnceByHoweverManyThreads)
         roots.push_back(std::async(std::launch::async, [&] {
             auto root = database.info("H", "child");
             EXPECT_EQ(root->value(), (dmf::Dictionary{{"A", "1"}, {"B", "2"}, {"Parent", "parent"}}));
+            EXPECT_EQ(root->infoForPath("A | B").size(), 2u);
             return root;
         }));
     const auto first = roots.front().get();
@@ -328,6 +313,9 @@ TEST(Families, AreTheDecipheredNamesOfTheirFiles)
     Database::write(folder / "README", "no enciphered name");
     Database::write(folder / "0011223344556677", "hexadecimal, but no enciphered name");
     database.add("DMF", "FamilyName/Folder/Below", xml(""));
+
+    const auto stored = com_ql_dmf_dataFromHexadecimalRepresentation(folder.filename().string());
+    EXPECT_EQ(ADMSecureData().decryptData(*stored, 2), dmf::Data::fromText("familyname"));
 
     ADMInfoFileManager manager(database.resources().string());
     EXPECT_THAT(manager.familyList(), testing::UnorderedElementsAre("aurora", "rora 2", "meridian", "folder"));

@@ -13,12 +13,6 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
-std::string readFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<std::string> texts(const std::vector<ModelProblem>& problems)
 {
     std::vector<std::string> lines;
@@ -34,36 +28,6 @@ std::string storedComponent(std::string_view name)
 }
 
 } // namespace
-
-TEST(ModelPack, OpensToWhatWasPacked)
-{
-    Database database;
-    const auto source = database.location("source");
-    const auto packed = database.location("packed");
-    const auto opened = database.location("opened");
-    const std::string list = plist("<key>k</key><string>\xc3\xa4</string>");
-    Database::write(source / "One/ModelName/Laser 9.5.xml", xml("<A/>"));
-    Database::write(source / "One/Default.plist", list);
-    Database::write(source / "Two/deep/er/still/x.xml", xml(""));
-    Database::write(source / "README.md", "not packed");
-    Database::write(source / "One/.hidden", "not packed");
-
-    const ModelCounts counts = packModels(source, packed);
-    EXPECT_THAT(texts(counts.problems), IsEmpty());
-    const auto listing = listModels(packed);
-    ASSERT_EQ(listing.entries.size(), 3u);
-    EXPECT_EQ(listing.entries[0].name, "default");
-    EXPECT_EQ(listing.entries[1].name, "modelname/laser 9.5");
-    EXPECT_EQ(listing.entries[2].table, "Two");
-
-    EXPECT_EQ(unpackModels(packed, opened).files, 3u);
-    EXPECT_EQ(readFile(opened / "One/default.plist"), list);
-    EXPECT_EQ(readFile(opened / "Two/deep/er/still/x.xml"), xml(""));
-
-    // The library reads what was packed.
-    ASSERT_TRUE(ADMModelInfoManager::sharedManager()->registerTable("One", packed.string()));
-    EXPECT_EQ(database.info("One", "DEFAULT")->value(), (dmf::Dictionary{{"k", "\xc3\xa4"}}));
-}
 
 TEST(ModelPack, LeavesOutWhatTheLibraryCouldNotUse)
 {

@@ -47,7 +47,7 @@ struct DeviceSettings : testing::Test {
 
 } // namespace
 
-TEST_F(DeviceSettings, StringsAreCleanedAndCutOrRefused)
+TEST_F(DeviceSettings, StringsAreCleanedAndCutOrRefusedAndAddressesNeedTextOnBothSidesOfOneSign)
 {
     EXPECT_EQ(validated("deviceName", "office-printer"), "officepr");
     EXPECT_EQ(validated("deviceName", "B\xC3\xBCro \xE4\xB8\xAD\xE6\x96\x87 ok"),
@@ -55,16 +55,12 @@ TEST_F(DeviceSettings, StringsAreCleanedAndCutOrRefused)
     EXPECT_TRUE(validated("deviceName", "ab").isNull());
     EXPECT_TRUE(validated("deviceName", "----").isNull());
     EXPECT_TRUE(validated("deviceName", 7).isNull());
-    Value longText = "any length at all";
-    EXPECT_TRUE(Limited({0, 1}).validateStringValue(longText, "size", nullptr));
-    EXPECT_EQ(longText, "any length at all");
-}
-
-TEST_F(DeviceSettings, AddressesNeedTextOnBothSidesOfOneSign)
-{
     EXPECT_EQ(validated("contactEmail", "a@b"), "a@b");
     for (const char* address : {"ab", "@b", "a@", "a@b@c", "@", ""})
         EXPECT_TRUE(validated("contactEmail", address).isNull()) << address;
+    Value longText = "any length at all";
+    EXPECT_TRUE(Limited({0, 1}).validateStringValue(longText, "size", nullptr));
+    EXPECT_EQ(longText, "any length at all");
 }
 
 TEST_F(DeviceSettings, NumbersAreMovedIntoTheirRange)
@@ -133,6 +129,10 @@ TEST_F(DeviceSettings, OnlyWritableKeysAreWrittenAndNoted)
 TEST_F(DeviceSettings, OperationsAreForwardedWhereTheyConcernASetting)
 {
     EXPECT_EQ(proxy->performWith("deviceName", {}), "printer");
+    for (const char* name : {"reset", "set", "set:", "setX", "deviceName:"})
+        EXPECT_EQ(proxy->keyFromSetSelector(name), std::nullopt) << name;
+    EXPECT_EQ(proxy->keyFromSetSelector("setDeviceName:"), "deviceName");
+    EXPECT_EQ(proxy->keyFromSetSelector("setURL:"), "URL");
     proxy->performWith("setPaperSize:", {"Letter"});
     proxy->performWith("setSerialNumber:", {"forged"});
     EXPECT_EQ(proxy->valueForKey("PaperSize"), "Letter");
@@ -146,15 +146,6 @@ TEST_F(DeviceSettings, OperationsAreForwardedWhereTheyConcernASetting)
     std::vector<Value> arguments{"a@", "contactEmail", {}};
     EXPECT_EQ(proxy->perform("validateValue:forKey:error:", arguments), false);
     EXPECT_NE(arguments[2].objectAs<dmf::Error>(), nullptr);
-}
-
-TEST_F(DeviceSettings, SettersAreReadBackIntoKeys)
-{
-    EXPECT_EQ(proxy->keyFromSetSelector("setDeviceName:"), "deviceName");
-    EXPECT_EQ(proxy->keyFromSetSelector("setPaperSize:"), "PaperSize");
-    EXPECT_EQ(proxy->keyFromSetSelector("setURL:"), "URL");
-    for (const char* name : {"reset", "set", "set:", "setX", "deviceName:"})
-        EXPECT_EQ(proxy->keyFromSetSelector(name), std::nullopt) << name;
 }
 
 TEST_F(DeviceSettings, ProxiesAreEqualByTheirValues)
@@ -178,17 +169,7 @@ TEST_F(DeviceSettings, ObserversAreNotKeptAlive)
     EXPECT_EQ(holder->object(), nullptr);
 }
 
-TEST(DataStorePath, StepsAreWrittenAndReadBack)
-{
-    auto path = com_ql_dmf_stringByConvertingToDataStoreDomainName("printer");
-    EXPECT_EQ(path, "domain[@name=\"printer\"]");
-    path = com_ql_dmf_stringByAppendingDataStorePathComponent(path, "network");
-    path = com_ql_dmf_stringByAppendingDataStorePathComponent(path, "host name");
-    EXPECT_EQ(com_ql_dmf_dataStoreDomainName(path), "printer");
-    EXPECT_EQ(com_ql_dmf_dataStoreKeyList(path), (std::vector<std::string>{"network", "host name"}));
-}
-
-TEST(DataStorePath, MalformedStepsGiveNothing)
+TEST(DataStorePath, StepsAreWrittenAndReadBackAndMalformedOnesGiveNothing)
 {
     using Keys = std::optional<std::vector<std::string>>;
     const struct {
@@ -206,4 +187,10 @@ TEST(DataStorePath, MalformedStepsGiveNothing)
     for (const auto& [path, keys] : rows)
         EXPECT_EQ(com_ql_dmf_dataStoreKeyList(path), keys) << path;
     EXPECT_EQ(com_ql_dmf_dataStoreDomainName("domain[@name=\"\"]"), std::nullopt);
+
+    auto written = com_ql_dmf_stringByConvertingToDataStoreDomainName("printer");
+    for (const char* step : {"network", "host name"})
+        written = com_ql_dmf_stringByAppendingDataStorePathComponent(written, step);
+    EXPECT_EQ(com_ql_dmf_dataStoreDomainName(written), "printer");
+    EXPECT_EQ(com_ql_dmf_dataStoreKeyList(written), Keys({"network", "host name"}));
 }
