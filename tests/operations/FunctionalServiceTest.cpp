@@ -34,13 +34,19 @@ std::shared_ptr<TestOperation> makeOn(const std::shared_ptr<ADMOperationQueue>& 
                                                                        std::move(work), queue);
 }
 
+/// The run loop of a thread that is gone: one that is not this thread's.
+std::shared_ptr<RunLoop> otherRunLoop()
+{
+    return std::async(std::launch::async, [] { return RunLoop::current(); }).get();
+}
+
 } // namespace
 
 TEST(OperationBasedService, IsScheduledOnOneRunLoop)
 {
     const auto service = makeService();
     const auto a = RunLoop::current();
-    const auto b = std::async(std::launch::async, [] { return RunLoop::current(); }).get(); // of a thread that is gone
+    const auto b = otherRunLoop();
     service->scheduleInRunLoop(a, "M1");
     service->scheduleInRunLoop(a, "M2");
     service->scheduleInRunLoop(a, std::nullopt);

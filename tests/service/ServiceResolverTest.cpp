@@ -237,11 +237,14 @@ TEST_F(ServiceResolver, SchedulingGivesTheModeSomethingToWaitFor)
 TEST_F(ServiceResolver, TheFactoryGoesByConnectionType)
 {
     auto& factory = ADMServiceResolver::sharedFactory();
+    const auto isGeneric = [](const std::shared_ptr<ADMServiceResolver>& resolver) {
+        return std::dynamic_pointer_cast<ADMGenericServiceResolver>(resolver) != nullptr;
+    };
     EXPECT_EQ(factory.newServiceResolverWithConnectionType(std::nullopt), nullptr);
+    EXPECT_TRUE(isGeneric(factory.newServiceResolverWithConnectionType("USB")));
     static const char anchor = 0;
     factory.addResolverClass(nullptr, "Pigeon");
-    EXPECT_TRUE(
-        std::dynamic_pointer_cast<ADMGenericServiceResolver>(factory.newServiceResolverWithConnectionType("Pigeon")));
+    EXPECT_TRUE(isGeneric(factory.newServiceResolverWithConnectionType("Pigeon")));
     factory.addResolverClass(std::make_shared<dmf::Class>("MakesNone", &anchor), "Pigeon");
     EXPECT_EQ(factory.newServiceResolverWithConnectionType("Pigeon"), nullptr);
     auto throwing = std::make_shared<dmf::Class>("Throwing", &anchor);

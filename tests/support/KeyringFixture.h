@@ -79,13 +79,22 @@ private:
     std::unique_ptr<Process> daemon_;
 };
 
+/// Who is there when the keyring's program asks for a password.
+enum class Person { nobody, silent, agrees, refuses };
+
 /// The real keyring program on a bus of the test's own, with one unlocked default keyring that is empty.
 class KeyringFixture {
 public:
-    /// Where the program that asks people never comes, a question has no end.
-    explicit KeyringFixture(bool prompterNeverComes = false)
-        : bus(prompterNeverComes ? "org.gnome.keyring.SystemPrompter" : "")
+    explicit KeyringFixture(Person person = Person::nobody)
+        : bus(person == Person::silent ? "org.gnome.keyring.SystemPrompter" : "")
     {
+        if (person == Person::agrees || person == Person::refuses) {
+            std::vector<std::string> command{DMF_BUILD_FOLDER "/bin/dmf_test_person"};
+            if (person == Person::agrees)
+                command.emplace_back(kPassword);
+            person_ = std::make_unique<Process>(command, bus.environment());
+            personsName_ = person_->readLine().value();
+        }
         program_ = startProgram("--foreground");
         run({"/usr/bin/gdbus", "wait", "--session", "--timeout", "15", "org.freedesktop.secrets"});
         // The name is there before the keyring is.
@@ -120,13 +129,22 @@ public:
     }
 
 private:
+    static constexpr const char* kPassword = "password of the keyring";
+
+    [[nodiscard]] Process::Environment environment() const
+    {
+        auto all = bus.environment();
+        if (!personsName_.empty())
+            all["GNOME_KEYRING_TEST_PROMPTER"] = personsName_;
+        return all;
+    }
     std::unique_ptr<Process> startProgram(const std::string& form) const
     {
         auto started = std::make_unique<Process>(
             std::vector<std::string>{"/usr/bin/gnome-keyring-daemon", form, "--unlock", "--components=secrets",
                                      "--control-directory=" + (bus.folder() / "control").string()},
-            bus.environment());
-        started->write("password of the keyring");
+            environment());
+        started->write(kPassword);
         started->closeInput();
         return started;
     }
@@ -144,5 +162,7 @@ private:
         return begin == std::string::npos ? "/" : answer.substr(begin, end - begin);
     }
 
+    std::unique_ptr<Process> person_;
+    std::string personsName_; // on the bus
     std::unique_ptr<Process> program_;
 };
