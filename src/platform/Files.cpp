@@ -10,9 +10,9 @@
 namespace dmf::internal {
 namespace {
 
-struct Descriptor {
+struct ReadDescriptor {
     int value;
-    ~Descriptor()
+    ~ReadDescriptor()
     {
         if (value >= 0)
             ::close(value);
@@ -52,7 +52,7 @@ std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path
 {
     // Without waiting: opening a named pipe would otherwise last until somebody writes to it.
     const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
-    const Descriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow)};
+    const ReadDescriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow)};
     if (file.value < 0)
         return refuse(refusal, errno == ELOOP ? "is a link" : errorText(errno));
     struct stat status {};

@@ -1,15 +1,10 @@
 #include <dmf/ADMIOProvider.h>
 
-namespace {
-
-constexpr std::string_view kOperations[] = {"implementorClassForProtocolWithName:"};
-constexpr dmf::Protocol kProtocol("ADMIOProvider", {}, kOperations);
-
-} // namespace
-
 const dmf::Protocol& ADMIOProvider::protocol()
 {
-    return kProtocol;
+    static constexpr std::string_view operations[] = {"implementorClassForProtocolWithName:"};
+    static constexpr dmf::Protocol it("ADMIOProvider", {}, operations);
+    return it;
 }
 
 ADMIOProvider::~ADMIOProvider() = default;
