@@ -338,16 +338,17 @@ CharacterSet CharacterSet::unitedWith(const CharacterSet& other) const
 
 bool CharacterSet::containsAnyOf(std::string_view utf8) const
 {
-    while (!utf8.empty()) {
-        const auto byte = static_cast<std::uint8_t>(utf8.front());
-        if (byte >= 128) {
-            if (contains(takeCharacter(utf8)))
+    for (std::size_t at = 0; at < utf8.size();) {
+        if (const auto byte = static_cast<std::uint8_t>(utf8[at]); byte < 128) {
+            if (contains(byte))
                 return true;
+            ++at;
             continue;
         }
-        if (contains(byte))
+        std::string_view rest = utf8.substr(at);
+        if (contains(takeCharacter(rest)))
             return true;
-        utf8.remove_prefix(1);
+        at = utf8.size() - rest.size();
     }
     return false;
 }

@@ -9,12 +9,13 @@ namespace dmf::internal {
 namespace {
 
 enum Trait : std::uint8_t {
-    kLegal = 1,     ///< may stand in a URL somewhere
-    kEndsQuery = 2, ///< "#"
-    kEndsPath = 4,  ///< "#" and "?"
-    kEndsHost = 8,  ///< "#", "?" and "/"
-    kInScheme = 16, ///< letters, digits, "+", "-" and "."
-    kUnescaped = 32 ///< stands as it is in an escaped text, unless it is asked for
+    kLegal = 1,      ///< may stand in a URL somewhere
+    kEndsQuery = 2,  ///< "#"
+    kEndsPath = 4,   ///< "#" and "?"
+    kEndsHost = 8,   ///< "#", "?" and "/"
+    kInScheme = 16,  ///< letters, digits, "+", "-" and "."
+    kUnescaped = 32, ///< stands as it is in an escaped text, unless it is asked for
+    kEscape = 64     ///< "%"
 };
 
 constexpr bool isLetter(char c) noexcept
@@ -33,7 +34,8 @@ constexpr std::array<std::uint8_t, 256> makeTraits() noexcept
     add("-.", kLegal | kInScheme | kUnescaped);
     add("_~!$&'()*,;=:@", kLegal | kUnescaped);
     add("+", kLegal | kInScheme | kUnescaped);
-    add("[]%", kLegal); // "%" as far as an escape follows
+    add("[]", kLegal);
+    add("%", kLegal | kEscape); // as far as two digits follow
     add("/", kLegal | kUnescaped | kEndsHost);
     add("?", kLegal | kUnescaped | kEndsHost | kEndsPath);
     add("#", kLegal | kEndsHost | kEndsPath | kEndsQuery);
@@ -67,10 +69,14 @@ bool isLegal(std::string_view text) noexcept
 {
     // Without a branch for each character: texts are legal as a rule.
     std::uint8_t common = kLegal;
-    for (const char c : text)
-        common &= kTraits[static_cast<std::uint8_t>(c)];
-    if (common == 0)
-        return false;
+    std::uint8_t any = 0;
+    for (const char c : text) {
+        const std::uint8_t traits = kTraits[static_cast<std::uint8_t>(c)];
+        common &= traits;
+        any |= traits;
+    }
+    if (common == 0 || (any & kEscape) == 0)
+        return common != 0;
     for (auto percent = text.find('%'); percent != std::string_view::npos; percent = text.find('%', percent + 3)) {
         if (escapedByte(text.substr(percent)) < 0)
             return false;

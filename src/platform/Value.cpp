@@ -1,5 +1,7 @@
 #include <dmf/platform/Value.h>
 
+#include <dmf/platform/Secret.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -31,6 +33,25 @@ std::string nestedDescription(const Value& value)
     return text ? quoted(*text) : value.description();
 }
 
+void checkIndex(std::size_t index, std::size_t size)
+{
+    if (index >= size)
+        throw std::out_of_range("array index " + std::to_string(index) + " beyond " + std::to_string(size));
+}
+
+/// Short texts lie in the elements themselves and stay behind when they are moved. Some are secrets, whose owners can
+/// wipe the elements only, so nothing is left where they were.
+template <class T>
+void moveInto(SharedList<T>& list, std::vector<T>& elements)
+{
+    for (T& element : elements)
+        list.append(std::move(element));
+    const std::size_t size = elements.size();
+    elements.clear();
+    if (size > 0)
+        Secret::wipe(elements.data(), size * sizeof(T));
+}
+
 /// FNV-1a, 32 bits.
 class Hash {
 public:
@@ -52,43 +73,47 @@ private:
 
 } // namespace
 
-Array::Array(std::initializer_list<Value> values) : Array(std::vector<Value>(values)) {}
+Array::Array(std::initializer_list<Value> values)
+{
+    storage_.reserve(values.size());
+    for (const Value& value : values)
+        storage_.append(Value(value));
+}
 
 Array::Array(std::vector<Value> values)
 {
-    if (!values.empty())
-        storage_.edit() = std::move(values);
+    storage_.reserve(values.size());
+    moveInto(storage_, values);
 }
 
 Array Array::ofStrings(const std::vector<std::string>& strings)
 {
-    return Array(std::vector<Value>(strings.begin(), strings.end()));
+    Array array;
+    array.reserve(strings.size());
+    for (const std::string& text : strings)
+        array.append(text);
+    return array;
 }
 
 std::size_t Array::size() const noexcept
 {
-    const auto* values = storage_.get();
-    return values ? values->size() : 0;
+    return storage_.size();
 }
 
 const Value& Array::at(std::size_t index) const
 {
-    const auto* values = storage_.get();
-    if (!values || index >= values->size())
-        throw std::out_of_range("array index " + std::to_string(index) + " beyond " + std::to_string(size()));
-    return (*values)[index];
+    checkIndex(index, size());
+    return begin()[index];
 }
 
 const Value* Array::begin() const noexcept
 {
-    const auto* values = storage_.get();
-    return values ? values->data() : nullptr;
+    return storage_.begin();
 }
 
 const Value* Array::end() const noexcept
 {
-    const auto* values = storage_.get();
-    return values ? values->data() + values->size() : nullptr;
+    return storage_.end();
 }
 
 bool Array::contains(const Value& value) const
@@ -98,20 +123,18 @@ bool Array::contains(const Value& value) const
 
 void Array::reserve(std::size_t count)
 {
-    storage_.edit().reserve(count);
+    storage_.reserve(count);
 }
 
 void Array::append(Value value)
 {
-    storage_.edit().push_back(std::move(value));
+    storage_.append(std::move(value));
 }
 
 void Array::removeAt(std::size_t index)
 {
-    if (index >= size())
-        throw std::out_of_range("array index " + std::to_string(index) + " beyond " + std::to_string(size()));
-    auto& values = storage_.edit();
-    values.erase(values.begin() + static_cast<std::ptrdiff_t>(index));
+    checkIndex(index, size());
+    storage_.erase(index);
 }
 
 std::string Array::description() const
@@ -131,22 +154,9 @@ bool operator==(const Array& left, const Array& right)
            std::equal(left.begin(), left.end(), right.begin(), right.end());
 }
 
-namespace {
-
-template <class Entries>
-auto lowerBound(Entries& entries, std::string_view key)
-{
-    return std::lower_bound(entries.begin(), entries.end(), key,
-                            [](const Dictionary::Entry& entry, std::string_view wanted) { return entry.key < wanted; });
-}
-
-} // namespace
-
 Dictionary::Dictionary(std::initializer_list<Entry> entries)
 {
-    if (entries.size() == 0)
-        return;
-    storage_.edit().reserve(entries.size());
+    storage_.reserve(entries.size());
     for (const Entry& entry : entries)
         set(entry.key, entry.value);
 }
@@ -154,8 +164,6 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries)
 Dictionary::Dictionary(std::vector<Entry> entries)
 {
     std::erase_if(entries, [](const Entry& entry) { return entry.value.isNull(); });
-    if (entries.empty())
-        return;
     const auto comesFirst = [](const Entry& left, const Entry& right) { return left.key < right.key; };
     const auto outOfOrder = [](const Entry& left, const Entry& right) { return left.key >= right.key; };
     if (std::adjacent_find(entries.begin(), entries.end(), outOfOrder) != entries.end()) {
@@ -166,25 +174,29 @@ Dictionary::Dictionary(std::vector<Entry> entries)
                            }).base();
         entries.erase(entries.begin(), first);
     }
-    storage_.edit() = std::move(entries);
+    storage_.reserve(entries.size());
+    moveInto(storage_, entries);
 }
 
 std::size_t Dictionary::size() const noexcept
 {
-    const auto* entries = storage_.get();
-    return entries ? entries->size() : 0;
+    return storage_.size();
 }
 
 const Dictionary::Entry* Dictionary::begin() const noexcept
 {
-    const auto* entries = storage_.get();
-    return entries ? entries->data() : nullptr;
+    return storage_.begin();
 }
 
 const Dictionary::Entry* Dictionary::end() const noexcept
 {
-    const auto* entries = storage_.get();
-    return entries ? entries->data() + entries->size() : nullptr;
+    return storage_.end();
+}
+
+std::size_t Dictionary::lowerBound(std::string_view key) const noexcept
+{
+    const auto comesBefore = [](const Entry& entry, std::string_view wanted) { return entry.key < wanted; };
+    return static_cast<std::size_t>(std::lower_bound(begin(), end(), key, comesBefore) - begin());
 }
 
 const Value& Dictionary::operator[](std::string_view key) const noexcept
@@ -195,11 +207,8 @@ const Value& Dictionary::operator[](std::string_view key) const noexcept
 
 const Value* Dictionary::find(std::string_view key) const noexcept
 {
-    const auto* entries = storage_.get();
-    if (!entries)
-        return nullptr;
-    const auto place = lowerBound(*entries, key);
-    return place != entries->end() && place->key == key ? &place->value : nullptr;
+    const Entry* const place = begin() + lowerBound(key);
+    return place != end() && place->key == key ? &place->value : nullptr;
 }
 
 std::optional<std::string> Dictionary::string(std::string_view key) const
@@ -209,32 +218,38 @@ std::optional<std::string> Dictionary::string(std::string_view key) const
 
 void Dictionary::reserve(std::size_t count)
 {
-    storage_.edit().reserve(count);
+    storage_.reserve(count);
+}
+
+template <class Content>
+void Dictionary::put(std::string_view key, Content&& content)
+{
+    const auto made = [&] { return Entry{std::string(key), Value(std::forward<Content>(content))}; };
+    // Whoever fills a dictionary in the order of its keys pays for no search and no shifting.
+    if (empty() || end()[-1].key < key)
+        return storage_.appendMade(made);
+    const std::size_t place = lowerBound(key);
+    if (begin()[place].key == key)
+        storage_.edit()[place].value = Value(std::forward<Content>(content));
+    else
+        storage_.insert(place, made());
 }
 
 void Dictionary::set(std::string_view key, Value value)
 {
-    if (value.isNull())
-        return;
-    auto& entries = storage_.edit();
-    // Whoever fills a dictionary in the order of its keys pays for no search and no shifting.
-    if (entries.empty() || entries.back().key < key) {
-        entries.emplace_back(std::string(key), std::move(value));
-        return;
-    }
-    const auto place = lowerBound(entries, key);
-    if (place->key == key)
-        place->value = std::move(value);
-    else
-        entries.insert(place, Entry{std::string(key), std::move(value)});
+    if (!value.isNull())
+        put(key, std::move(value));
+}
+
+void Dictionary::setText(std::string_view key, std::string_view text)
+{
+    put(key, text);
 }
 
 void Dictionary::remove(std::string_view key)
 {
-    if (!contains(key))
-        return;
-    auto& entries = storage_.edit();
-    entries.erase(lowerBound(entries, key));
+    if (contains(key))
+        storage_.erase(lowerBound(key));
 }
 
 void Dictionary::merge(const Dictionary& other)

@@ -4,7 +4,6 @@
 #include <dmf/DMStringExtension.h>
 #include <dmf/platform/Unicode.h>
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -24,9 +23,15 @@ namespace {
 void setAddress(Dictionary& params, std::string_view address)
 {
     dmf::Array all;
-    all.append(address);
+    all.append(dmf::Value(address));
     params.set(kAllIPAddressesParam, std::move(all));
     params.set(kIPAddressParam, address);
+}
+
+bool holdsTwoColons(std::string_view text)
+{
+    const auto colon = text.find(':');
+    return colon != std::string_view::npos && text.find(':', colon + 1) != std::string_view::npos;
 }
 
 /// An authority of fewer than two colons: a host name or an IPv4 address, and maybe a port, which is not checked.
@@ -105,7 +110,7 @@ bool ADMServiceURIParser::parseSocket()
 
     Dictionary params;
     params.reserve(3);
-    if (std::count(authority->begin(), authority->end(), ':') < 2)
+    if (!holdsTwoColons(*authority))
         readHostAndPort(*authority, params, components_);
     else if (!readIPv6Authority(*authority, params))
         return false;

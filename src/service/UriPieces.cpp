@@ -42,6 +42,9 @@ std::optional<Pair> firstTwoPieces(std::string_view element)
 
 std::optional<std::string_view> textAfterKey(std::string_view element, std::string_view key)
 {
+    // Where a key belongs, which is also where its characters are bytes.
+    if (equalIgnoringAsciiCase(element.substr(0, key.size()), key))
+        return element.substr(key.size());
     if (!holdsKey(element, key))
         return std::nullopt;
     for (std::size_t dropped = 0; dropped < key.size() && !element.empty(); ++dropped)

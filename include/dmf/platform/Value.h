@@ -14,7 +14,7 @@
 #include <dmf/platform/Data.h>
 #include <dmf/platform/Date.h>
 #include <dmf/platform/Export.h>
-#include <dmf/platform/Shared.h>
+#include <dmf/platform/SharedList.h>
 
 namespace dmf {
 
@@ -85,7 +85,7 @@ public:
     friend DMF_EXPORT bool operator==(const Array& left, const Array& right);
 
 private:
-    Shared<std::vector<Value>> storage_;
+    SharedList<Value> storage_;
 };
 
 /// Values by key, the keys sorted by their bytes. Holds no null values: storing one changes nothing, so that a null
@@ -114,6 +114,8 @@ public:
 
     void reserve(std::size_t count);
     void set(std::string_view key, Value value);
+    /// The same, made in its place.
+    void set(std::string_view key, std::same_as<std::string_view> auto text) { setText(key, text); }
     void remove(std::string_view key);
     /// Stores every entry of `other`; its values replace earlier ones.
     void merge(const Dictionary& other);
@@ -122,7 +124,13 @@ public:
     friend DMF_EXPORT bool operator==(const Dictionary& left, const Dictionary& right);
 
 private:
-    Shared<std::vector<Entry>> storage_;
+    void setText(std::string_view key, std::string_view text);
+    template <class Content>
+    void put(std::string_view key, Content&& content);
+    /// Where `key` is or would be.
+    [[nodiscard]] std::size_t lowerBound(std::string_view key) const noexcept;
+
+    SharedList<Entry> storage_;
 };
 
 /// One value of any kind that property lists and messages are made of: nothing, a boolean, a number, a string (UTF-8),
