@@ -3,7 +3,6 @@
 #include <dmf/platform/Unicode.h>
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "foundation/LogLevel.h"
@@ -24,22 +23,6 @@ constexpr std::size_t kOrdinaryLineLength = 1024;
 std::string defaultLogFile()
 {
     return Host::current().path("/var/log/qlio/DMF_" + Host::current().processName + ".log");
-}
-
-bool isAscii(std::string_view text)
-{
-    const auto highBits = [&](std::size_t at) {
-        std::uint64_t bytes = 0;
-        std::memcpy(&bytes, text.data() + at, sizeof bytes);
-        return bytes & 0x8080808080808080u;
-    };
-    if (text.size() < sizeof(std::uint64_t))
-        return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) >= 0; });
-    const std::size_t last = text.size() - sizeof(std::uint64_t);
-    std::uint64_t found = highBits(last);
-    for (std::size_t at = 0; at < last; at += sizeof(std::uint64_t))
-        found |= highBits(at);
-    return found == 0;
 }
 
 char* append(char* to, std::string_view text)
@@ -172,7 +155,9 @@ void ADMLoggerImp::printWithLevel(std::string_view level, std::string_view forma
 
 void ADMLoggerImp::writeMessage(std::string_view prefix, std::string_view text)
 {
-    if (!isAscii(text) && !dmf::isValidUtf8(text))
+    if (dmf::internal::isPlainText(text))
+        return writePlainMessage(prefix, text);
+    if (!dmf::isValidUtf8(text))
         return;
     if (dmf::internal::holdsControls(text)) {
         try {

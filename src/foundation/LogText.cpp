@@ -1,5 +1,8 @@
 #include "LogText.h"
 
+#include <cstdint>
+#include <cstring>
+
 namespace dmf::internal {
 
 namespace {
@@ -25,19 +28,32 @@ void appendHexadecimal(std::string& to, unsigned char byte)
 }
 } // namespace
 
+bool isPlainText(std::string_view text) noexcept
+{
+    // Eight bytes at a time, each in a lane of its own whose highest bit tells of a byte that is not plain. A carry out
+    // of a lane comes from a byte that has told already.
+    constexpr std::uint64_t kEach = 0x0101010101010101;
+    std::uint64_t found = 0;
+    const auto look = [&](std::uint64_t bytes) {
+        const std::uint64_t deleted = bytes + kEach;                           // 0x7F becomes 0x80
+        const std::uint64_t control = ~((bytes | kEach * 0x80) - kEach * ' '); // below the blank the bit goes
+        found |= bytes | deleted | control;
+    };
+    for (; text.size() >= sizeof kEach; text.remove_prefix(sizeof kEach)) {
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, text.data(), sizeof bytes);
+        look(bytes);
+    }
+    std::uint64_t rest = kEach * ' ';
+    text.copy(reinterpret_cast<char*>(&rest), text.size());
+    look(rest);
+    return (found & kEach * 0x80) == 0;
+}
+
 bool holdsControls(std::string_view text) noexcept
 {
-    // Nearly every line is free of them, which a loop without a way out tells many bytes at a time.
-    bool mayHold = false;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        mayHold |= (byte < 0x20) | (byte == 0x7F) | (byte == kHighControlLead);
-    }
-    if (!mayHold)
-        return false;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        if (isControl(byte) || (byte == kHighControlLead && isHighControl(text, at)))
+        if (isControl(static_cast<unsigned char>(text[at])) || isHighControl(text, at))
             return true;
     }
     return false;

@@ -5,6 +5,9 @@
 
 namespace dmf::internal {
 
+/// Whether the text is nothing but printable ASCII, as nearly every line is. Cheaper to tell than what else it may be.
+[[nodiscard]] bool isPlainText(std::string_view text) noexcept;
+
 /// Whether the text, which is UTF-8, holds control characters other than the tabulator.
 [[nodiscard]] bool holdsControls(std::string_view text) noexcept;
 
