@@ -8,6 +8,7 @@
 #include <dmf/platform/PropertyList.h>
 #include <dmf/platform/Url.h>
 #include <dmf/platform/Xml.h>
+#include <dmf/platform/XmlReader.h>
 
 #include <array>
 #include <cstdlib>
@@ -44,10 +45,28 @@ void propertyList(Bytes bytes)
     require(again && *again == *value);
 }
 
+/// Counts the elements of which the receiver hears the begin and the end.
+struct Counter final : XmlReceiver {
+    void beginElement(std::string_view name, std::span<const Attribute>) override
+    {
+        require(!name.empty());
+        ++open;
+    }
+    void text(std::string_view text) override { require(open > 0 && !text.empty()); }
+    void endElement() override { require(open-- > 0); }
+
+    int open = 0;
+};
+
 void xml(Bytes bytes)
 {
-    for (const unsigned options : {0U, 1U, 2U})
+    for (const unsigned options : {kXmlTidy, kXmlPreserveWhitespace})
         (void)XmlDocument::parse(textOf(bytes), options);
+    // Both ways to read take the same documents.
+    Counter counter;
+    const bool isRead = readXml(textOf(bytes), counter);
+    require(isRead == (XmlDocument::parse(textOf(bytes)) != nullptr));
+    require(!isRead || counter.open == 0);
 }
 
 void archive(Bytes bytes)

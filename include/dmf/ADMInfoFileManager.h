@@ -46,7 +46,7 @@ private:
     [[nodiscard]] std::vector<std::string> readFamilies() const;
 
     const ADMSecureData secureData_{};
-    std::string familyFolder_; // empty for none; constant once made
+    std::string ownTable_; // the folder of the library's own table; empty for none; constant once made
     std::mutex lock_;
     std::map<std::string, std::string, std::less<>> storedNames_; // by component; guarded by lock_
     std::optional<std::vector<std::string>> families_;            // guarded by lock_; constant once filled

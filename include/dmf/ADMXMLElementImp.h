@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -102,12 +103,16 @@ private:
     [[nodiscard]] Pointer cached(std::string_view identifier) const;
     [[nodiscard]] const std::string& identifier() const;
     [[nodiscard]] dmf::Value computedValue() const;
-    void enterIntoCache(ADMXMLElementImp& child);
-    void leaveCache(const ADMXMLElementImp& child);
+    /// Child elements by identifier, of equal ones the last; the keys lie in the children, which keep theirs for life.
+    using ElementCache = std::unordered_map<std::string_view, ADMXMLElementImp*>;
+    [[nodiscard]] const ElementCache& elementCache() const;
+    static void enter(ADMXMLElementImp& child, ElementCache& cache);
+    void forgetCache() noexcept;
 
     dmf::Dictionary attributes_;
-    mutable std::optional<std::string> identifier_; // made on demand, guarded by the lazy-fill lock of this address
-    /// By identifier; the keys lie in the children, which keep theirs for life.
-    std::unordered_map<std::string_view, ADMXMLElementImp*> elementCache_;
+    /// Made on demand, guarded by the lazy-fill lock of this address.
+    mutable std::unique_ptr<const std::string> identifier_;
+    mutable std::atomic<ElementCache*> elementCache_{nullptr}; // owned; made on demand, then kept up to date
     std::uint32_t elementsCount_ = 0;
+    bool isChild_ = false; // was added to another element at some time
 };

@@ -12,6 +12,8 @@
 #include <dmf/platform/Protocol.h>
 #include <dmf/platform/Value.h>
 
+class ADMXMLNodeImp;
+
 enum class ADMXMLNodeKind : std::uint32_t { element = 0, text = 1 };
 
 /// A node of an XML tree: an element or a run of text. Trees are built by one thread; once built, reading them is
@@ -48,6 +50,11 @@ public:
     [[nodiscard]] virtual bool isACopyOf(const ADMXMLNode& other) const = 0;
     /// No children, or a single text node.
     [[nodiscard]] virtual bool isLeaf() const = 0;
+
+protected:
+    friend class ADMXMLNodeImp;
+    /// This node as one of the library's own; null for every other class.
+    [[nodiscard]] virtual ADMXMLNodeImp* asOwnKind() noexcept;
 };
 
 /// An element of an XML tree. Look-ups answer an empty pointer, or an empty list, for "none".

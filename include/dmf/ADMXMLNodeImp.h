@@ -44,17 +44,22 @@ protected:
     friend class ADMXMLElementImp;
     using Children = std::vector<std::shared_ptr<ADMXMLNodeImp>>;
 
+    [[nodiscard]] ADMXMLNodeImp* asOwnKind() noexcept override;
     /// This node as an element; null for every other node.
     [[nodiscard]] virtual ADMXMLElementImp* asElement() noexcept;
     /// `node` as what this library makes; throws std::invalid_argument for an object of another class.
-    [[nodiscard]] static std::shared_ptr<ADMXMLNodeImp> ownKind(const std::shared_ptr<ADMXMLNode>& node);
+    [[nodiscard]] static std::shared_ptr<ADMXMLNodeImp> ownKind(std::shared_ptr<ADMXMLNode> node);
     [[nodiscard]] bool hasName(std::string_view name) const noexcept { return name_ && *name_ == name; }
     /// Keeps `computed` as the user info unless there is one by now, and hands back what is kept.
     [[nodiscard]] dmf::Value keepValue(dmf::Value computed) const;
 
+    /// Moves those of the children that only this list keeps and that have children to `parents`; lets the others go.
+    static void takeApart(Children& children, Children& parents);
+
     std::optional<std::string> name_;
     std::optional<std::string> content_;
     Children children_;
-    mutable dmf::Value userInfo_; // guarded by the lazy-fill lock of this address, since reading fills it
+    /// Null for none, as most nodes have. Guarded by the lazy-fill lock of this address, since reading fills it.
+    mutable std::unique_ptr<dmf::Value> userInfo_;
     ADMXMLNodeKind kind_ = ADMXMLNodeKind::element;
 };

@@ -35,8 +35,7 @@ std::optional<std::string> deciphered(const ADMSecureData& secureData, const std
 ADMInfoFileManager::ADMInfoFileManager() = default;
 
 ADMInfoFileManager::ADMInfoFileManager(std::string_view pathToFiles)
-    : familyFolder_(std::string(pathToFiles) + '/' + std::string(kDMFKey) + '/' +
-                    enciphered(secureData_, dmf::lowercased(kDMFamilyName)))
+    : ownTable_(std::string(pathToFiles) + '/' + std::string(kDMFKey))
 {
 }
 
@@ -82,12 +81,13 @@ const std::vector<std::string>& ADMInfoFileManager::familyList()
 std::vector<std::string> ADMInfoFileManager::readFamilies() const
 {
     std::vector<std::string> families;
-    if (familyFolder_.empty())
+    if (ownTable_.empty())
         return families;
+    const std::string folder = ownTable_ + '/' + enciphered(secureData_, dmf::lowercased(kDMFamilyName));
     // What lies in folders below is no family: a path with a "/" is no hexadecimal text.
     std::vector<std::string> storedNames;
     std::error_code failure;
-    for (std::filesystem::directory_iterator entry(familyFolder_, failure), end; !failure && entry != end;
+    for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
          entry.increment(failure))
         storedNames.push_back(entry->path().filename().string());
     std::sort(storedNames.begin(), storedNames.end());

@@ -12,10 +12,14 @@
 namespace dmf::internal::xml {
 namespace {
 
-/// Walks a tree once, without recursion: its depth is not known to be bounded before.
+/// Walks a tree once, without recursion: its depth is not known to be bounded before. What it finds in order goes to
+/// the receiver, where there is one; otherwise the references in the tree are resolved.
 class Check {
 public:
-    Check(std::string_view text, std::string_view buffer) : text_(text), buffer_(buffer) {}
+    Check(std::string_view text, std::string_view buffer, XmlReceiver* receiver)
+        : text_(text), buffer_(buffer), receiver_(receiver), mayHoldSectionEnds_(text.find(kSectionEnd) != text.npos)
+    {
+    }
 
     std::optional<Fault> run(pugi::xml_document& document)
     {
@@ -80,8 +84,8 @@ private:
             fail(node.name(), "an XML declaration that is not at the start");
         const std::string encoding = lowercased(node.attribute("encoding").value());
         constexpr std::array<std::string_view, 5> harmless{"", "utf-8", "utf8", "us-ascii", "ascii"};
-        const bool ascii = std::ranges::all_of(text_, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-        if (!ascii && std::ranges::find(harmless, encoding) == harmless.end())
+        const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+        if (std::ranges::find(harmless, encoding) == harmless.end() && !std::ranges::all_of(text_, isAscii))
             fail(node.name(), "an encoding other than UTF-8", XmlErrorCode::encoding);
     }
 
@@ -92,6 +96,8 @@ private:
             return node.first_child();
         for (;; node = node.parent()) {
             if (node.type() == pugi::node_element) {
+                if (receiver_ && !fault_)
+                    endReceived();
                 --depth;
                 while (!prefixes_.empty() && prefixes_.back().depth > depth)
                     prefixes_.pop_back();
@@ -108,17 +114,25 @@ private:
         if (depth > kXmlMaximumDepth)
             return fail(node.name(), "elements nested too deeply", XmlErrorCode::tooDeep);
         names_.clear();
-        for (auto attribute : node.attributes()) {
+        for (auto attribute = node.first_attribute(); attribute; attribute = attribute.next_attribute()) {
             names_.push_back(attribute.name());
             declarePrefix(attribute, depth);
             value(attribute);
         }
-        std::ranges::sort(names_);
-        if (std::ranges::adjacent_find(names_) != names_.end())
-            fail(node.name(), "an attribute given twice");
+        if (names_.size() > 1)
+            noneTwice(node);
         name(node.name());
         for (const auto attribute : names_)
             name(attribute);
+        if (receiver_ && !fault_)
+            beginReceived(node);
+    }
+
+    void noneTwice(const pugi::xml_node& node)
+    {
+        std::ranges::sort(names_);
+        if (std::ranges::adjacent_find(names_) != names_.end())
+            fail(node.name(), "an attribute given twice");
     }
 
     void declarePrefix(const pugi::xml_attribute& attribute, std::size_t depth)
@@ -158,11 +172,54 @@ private:
     {
         if (node.type() == pugi::node_comment)
             return comment(node);
-        if (node.type() != pugi::node_pcdata)
+        if (node.type() == pugi::node_cdata) {
+            if (receiver_)
+                run_ += node.value();
+        } else if (receiver_) {
+            received(node.value());
+        } else {
+            sectionEnd(node.value());
+            decode(node);
+        }
+    }
+
+    void sectionEnd(const char* text)
+    {
+        if (mayHoldSectionEnds_ && std::strstr(text, kSectionEnd))
+            fail(text, "\"]]>\" in text");
+    }
+
+    void received(const char* text)
+    {
+        sectionEnd(text);
+        if (!appendDecoded(run_, text))
+            fail(text, "an unknown entity", XmlErrorCode::entity);
+    }
+
+    void beginReceived(const pugi::xml_node& node)
+    {
+        endRun();
+        attributes_.clear();
+        for (auto attribute = node.first_attribute(); attribute; attribute = attribute.next_attribute())
+            attributes_.push_back({attribute.name(), attribute.value()});
+        receiver_->beginElement(node.name(), attributes_);
+        if (*node.value()) // a text that stands first lies in the element itself
+            received(node.value());
+    }
+
+    void endReceived()
+    {
+        endRun();
+        receiver_->endElement();
+    }
+
+    void endRun()
+    {
+        if (run_.empty())
             return;
-        if (std::strstr(node.value(), "]]>"))
-            fail(node.value(), "\"]]>\" in text");
-        decode(node);
+        if (!isWhitespace(run_))
+            receiver_->text(run_);
+        run_.clear();
     }
 
     void comment(const pugi::xml_node& node)
@@ -187,10 +244,16 @@ private:
         std::string_view name;
         std::size_t depth;
     };
+    static constexpr const char* kSectionEnd = "]]>";
+
     std::string_view text_;
     std::string_view buffer_;
+    XmlReceiver* const receiver_; // null: the tree is kept
+    const bool mayHoldSectionEnds_;
     std::vector<Prefix> prefixes_;        // those in force where the walk stands
     std::vector<std::string_view> names_; // of the attributes of one element
+    std::vector<XmlReceiver::Attribute> attributes_;
+    std::string run_; // the text since the last tag, for the receiver
     std::string scratch_;
     std::optional<Fault> fault_;
 };
@@ -204,7 +267,13 @@ Error errorOf(const Fault& fault)
 
 std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text, std::string_view buffer)
 {
-    return Check(text, buffer).run(document);
+    return Check(text, buffer, nullptr).run(document);
+}
+
+std::optional<Fault> handOver(pugi::xml_document& document, std::string_view text, std::string_view buffer,
+                              XmlReceiver& receiver)
+{
+    return Check(text, buffer, &receiver).run(document);
 }
 
 } // namespace dmf::internal::xml

@@ -42,18 +42,10 @@ std::shared_ptr<XmlDocument> XmlDocument::parse(std::string_view text, unsigned 
         return refuse({refusal.code, refusal.reason});
 
     auto state = std::make_shared<XmlNode::State>();
-    auto& buffer = state->buffer;
-    // The tokenizer puts its own end mark over the last byte, so that must be one that nobody misses.
-    buffer.reserve(text.size() + 1);
-    buffer.append(text).push_back('\n');
-    const unsigned flags = pugi::parse_cdata | pugi::parse_comments | pugi::parse_eol | pugi::parse_wconv_attribute |
-                           pugi::parse_doctype | pugi::parse_declaration | pugi::parse_fragment |
-                           (options & kXmlPreserveWhitespace ? pugi::parse_ws_pcdata : 0);
-    const auto parsed = state->document.load_buffer_inplace(buffer.data(), buffer.size(), flags, pugi::encoding_utf8);
-    if (!parsed)
-        return refuse({XmlErrorCode::malformed,
-                       xml::atLine(text, static_cast<std::size_t>(parsed.offset), parsed.description())});
-    if (const auto fault = xml::checkTree(state->document, text, buffer))
+    const unsigned spaces = options & kXmlPreserveWhitespace ? pugi::parse_ws_pcdata : 0;
+    if (const auto fault = xml::tokenize(text, spaces, state->buffer, state->document))
+        return refuse(*fault);
+    if (const auto fault = xml::checkTree(state->document, text, state->buffer))
         return refuse(*fault);
     return std::shared_ptr<XmlDocument>(new XmlDocument(std::move(state)));
 }

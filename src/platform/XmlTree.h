@@ -1,6 +1,7 @@
 #pragma once
 
 #include <dmf/platform/Xml.h>
+#include <dmf/platform/XmlReader.h>
 
 #include <pugixml.hpp>
 
@@ -41,10 +42,18 @@ struct Fault {
 };
 [[nodiscard]] Error errorOf(const Fault& fault);
 
+/// Copies `text` into `buffer` and reads it into `document`: what lies there is as it was written. `options` are those
+/// of the tokenizer that are not always in force.
+[[nodiscard]] std::optional<Fault> tokenize(std::string_view text, unsigned options, std::string& buffer,
+                                            pugi::xml_document& document);
+
 /// Checks what the tokenizer let pass and resolves the references in all texts, which are still as they were read.
 /// Afterwards the tree holds the root element and comments only. `text` is what was read, for line numbers.
 [[nodiscard]] std::optional<Fault> checkTree(pugi::xml_document& document, std::string_view text,
                                              std::string_view buffer);
+/// The same for a tree that is not kept: its parts go to the receiver in their order, up to the first fault.
+[[nodiscard]] std::optional<Fault> handOver(pugi::xml_document& document, std::string_view text,
+                                            std::string_view buffer, XmlReceiver& receiver);
 
 [[nodiscard]] bool isText(const pugi::xml_node& node);
 /// The node after `node` in document order below `top`; empty after the last one.

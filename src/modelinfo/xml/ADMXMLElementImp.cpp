@@ -25,7 +25,10 @@ std::string_view textOrEmpty(const dmf::Value& value)
 
 ADMXMLElementImp::ADMXMLElementImp(std::optional<std::string> name) : ADMXMLNodeImp(std::move(name)) {}
 
-ADMXMLElementImp::~ADMXMLElementImp() = default;
+ADMXMLElementImp::~ADMXMLElementImp()
+{
+    forgetCache();
+}
 
 ADMXMLElementImp* ADMXMLElementImp::asElement() noexcept
 {
@@ -64,7 +67,8 @@ const std::string& ADMXMLElementImp::identifier() const
 {
     std::lock_guard guard(dmf::internal::lazyFillLock(this));
     if (!identifier_)
-        identifier_ = identifierNamed(name_ ? std::string_view(*name_) : std::string_view(), attributes_);
+        identifier_ = std::make_unique<const std::string>(
+            identifierNamed(name_ ? std::string_view(*name_) : std::string_view(), attributes_));
     return *identifier_; // never changes again
 }
 
@@ -75,31 +79,18 @@ std::string ADMXMLElementImp::elementIdentifier() const
 
 // Building.
 
-void ADMXMLElementImp::enterIntoCache(ADMXMLElementImp& child)
-{
-    const auto [entry, added] = elementCache_.try_emplace(child.identifier(), &child);
-    if (added)
-        return;
-    // The key must lie in the element that the entry is for, since the other one may be removed.
-    elementCache_.erase(entry);
-    elementCache_.emplace(child.identifier(), &child);
-}
-
-void ADMXMLElementImp::leaveCache(const ADMXMLElementImp& child)
-{
-    const auto entry = elementCache_.find(child.identifier());
-    if (entry != elementCache_.end() && entry->second == &child)
-        elementCache_.erase(entry);
-}
-
 void ADMXMLElementImp::addElement(std::shared_ptr<ADMXMLNode> node)
 {
-    auto own = ownKind(node);
+    auto own = ownKind(std::move(node));
     if (!own)
         return;
     if (auto* element = own->asElement()) {
         ++elementsCount_;
-        enterIntoCache(*element);
+        // Only set where it is not: an element that another tree has as well may be read by other threads.
+        if (!element->isChild_)
+            element->isChild_ = true;
+        if (auto* cache = elementCache_.load(std::memory_order_relaxed))
+            enter(*element, *cache);
     } else if (own->kind() == ADMXMLNodeKind::text) {
         content_ = own->content();
     }
@@ -113,7 +104,7 @@ void ADMXMLElementImp::addChild(std::shared_ptr<ADMXMLNode> child)
 
 void ADMXMLElementImp::removeAllElements()
 {
-    elementCache_.clear();
+    forgetCache();
     elementsCount_ = 0;
     std::erase_if(children_, [](const auto& child) { return child->asElement() != nullptr; });
 }
@@ -122,24 +113,16 @@ void ADMXMLElementImp::removeChildAtIndex(std::size_t index)
 {
     if (index >= children_.size())
         return;
-    const auto removed = children_[index];
-    ADMXMLNodeImp::removeChildAtIndex(index);
-    auto* element = removed->asElement();
-    if (!element)
-        return;
-    --elementsCount_;
-    leaveCache(*element);
-    // The last of those that look the same is the one that is found.
-    for (auto child = children_.rbegin(); child != children_.rend(); ++child) {
-        auto* other = (*child)->asElement();
-        if (other && other->identifier() == element->identifier())
-            return enterIntoCache(*other);
+    if (children_[index]->asElement()) {
+        forgetCache();
+        --elementsCount_;
     }
+    ADMXMLNodeImp::removeChildAtIndex(index);
 }
 
 void ADMXMLElementImp::removeChildren()
 {
-    elementCache_.clear();
+    forgetCache();
     elementsCount_ = 0;
     ADMXMLNodeImp::removeChildren();
 }
@@ -151,6 +134,9 @@ Dictionary ADMXMLElementImp::attributes() const
 
 void ADMXMLElementImp::setAttributes(Dictionary attributes)
 {
+    // Its parents know it by what it was when it was added.
+    if (isChild_)
+        (void)identifier();
     attributes_ = std::move(attributes);
 }
 
@@ -169,11 +155,44 @@ Dictionary ADMXMLElementImp::namespaces() const
 
 // Looking up.
 
+void ADMXMLElementImp::enter(ADMXMLElementImp& child, ElementCache& cache)
+{
+    const auto [entry, added] = cache.try_emplace(child.identifier(), &child);
+    if (added)
+        return;
+    // The key must lie in the element that the entry is for.
+    cache.erase(entry);
+    cache.emplace(child.identifier(), &child);
+}
+
+/// Made by the first who asks: most elements of a tree are never asked.
+const ADMXMLElementImp::ElementCache& ADMXMLElementImp::elementCache() const
+{
+    if (const auto* made = elementCache_.load(std::memory_order_acquire))
+        return *made;
+    auto cache = std::make_unique<ElementCache>(elementsCount_);
+    for (const auto& child : children_) {
+        if (auto* element = child->asElement())
+            enter(*element, *cache);
+    }
+    ElementCache* first = nullptr;
+    // Two threads may both make it; the first one's counts.
+    if (!elementCache_.compare_exchange_strong(first, cache.get(), std::memory_order_acq_rel))
+        return *first;
+    return *cache.release();
+}
+
+void ADMXMLElementImp::forgetCache() noexcept
+{
+    const std::unique_ptr<ElementCache> gone(elementCache_.exchange(nullptr, std::memory_order_relaxed));
+}
+
 ADMXMLElementImp::Pointer ADMXMLElementImp::cached(std::string_view identifier) const
 {
-    const auto entry = elementCache_.find(identifier);
-    return entry == elementCache_.end() ? nullptr
-                                        : std::static_pointer_cast<ADMXMLElementImp>(entry->second->shared_from_this());
+    const ElementCache& cache = elementCache();
+    const auto entry = cache.find(identifier);
+    return entry == cache.end() ? nullptr
+                                : std::static_pointer_cast<ADMXMLElementImp>(entry->second->shared_from_this());
 }
 
 template <class Accept>
@@ -250,12 +269,12 @@ std::vector<std::shared_ptr<ADMXMLElement>> ADMXMLElementImp::elementsForXPath(s
 
 bool ADMXMLElementImp::isMatrix() const
 {
-    return !isLeaf() && elementCache_.size() == elementsCount_;
+    return !isLeaf() && elementCache().size() == elementsCount_;
 }
 
 bool ADMXMLElementImp::isArray() const
 {
-    return elementCache_.size() == 1 && elementsCount_ > 1;
+    return elementsCount_ > 1 && elementCache().size() == 1;
 }
 
 // As a whole.

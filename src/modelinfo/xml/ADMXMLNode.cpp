@@ -35,6 +35,11 @@ const dmf::Protocol& ADMXMLNode::protocol()
 
 ADMXMLNode::~ADMXMLNode() = default;
 
+ADMXMLNodeImp* ADMXMLNode::asOwnKind() noexcept
+{
+    return nullptr;
+}
+
 const dmf::Protocol& ADMXMLElement::protocol()
 {
     return elementProtocol;

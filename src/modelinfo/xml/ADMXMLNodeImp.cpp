@@ -21,13 +21,22 @@ std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::textNodeWithContent(std::string co
 ADMXMLNodeImp::~ADMXMLNodeImp()
 {
     // One level after the other: a tree that a program built can be deeper than the stack.
-    Children dying = std::move(children_);
+    Children dying;
+    takeApart(children_, dying);
     while (!dying.empty()) {
         const auto node = std::move(dying.back());
         dying.pop_back();
-        if (node.use_count() == 1)
-            std::ranges::move(std::exchange(node->children_, {}), std::back_inserter(dying));
+        takeApart(node->children_, dying);
     }
+}
+
+void ADMXMLNodeImp::takeApart(Children& children, Children& parents)
+{
+    for (auto& child : children) {
+        if (child.use_count() == 1 && !child->children_.empty())
+            parents.push_back(std::move(child));
+    }
+    children.clear();
 }
 
 std::optional<std::string> ADMXMLNodeImp::name() const
@@ -58,22 +67,24 @@ void ADMXMLNodeImp::setContent(std::optional<std::string> content)
 dmf::Value ADMXMLNodeImp::userInfo() const
 {
     std::lock_guard guard(lazyFillLock(this));
-    return userInfo_;
+    return userInfo_ ? *userInfo_ : dmf::Value();
 }
 
 void ADMXMLNodeImp::setUserInfo(dmf::Value userInfo)
 {
+    auto kept = userInfo.isNull() ? nullptr : std::make_unique<dmf::Value>(std::move(userInfo));
     // What was there goes after the lock is free: its end may run the program's code.
     std::lock_guard guard(lazyFillLock(this));
-    std::swap(userInfo_, userInfo);
+    std::swap(userInfo_, kept);
 }
 
 dmf::Value ADMXMLNodeImp::keepValue(dmf::Value computed) const
 {
+    auto kept = std::make_unique<dmf::Value>(std::move(computed));
     std::lock_guard guard(lazyFillLock(this));
-    if (userInfo_.isNull())
-        userInfo_ = std::move(computed);
-    return userInfo_;
+    if (!userInfo_)
+        userInfo_ = std::move(kept);
+    return *userInfo_;
 }
 
 std::vector<std::shared_ptr<ADMXMLNode>> ADMXMLNodeImp::children() const
@@ -81,17 +92,18 @@ std::vector<std::shared_ptr<ADMXMLNode>> ADMXMLNodeImp::children() const
     return {children_.begin(), children_.end()};
 }
 
-std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::ownKind(const std::shared_ptr<ADMXMLNode>& node)
+std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::ownKind(std::shared_ptr<ADMXMLNode> node)
 {
-    auto own = std::dynamic_pointer_cast<ADMXMLNodeImp>(node);
+    // Asked of the node itself: trees are built of thousands of nodes, and a dynamic cast takes longer than the rest.
+    ADMXMLNodeImp* const own = node ? node->asOwnKind() : nullptr;
     if (node && !own)
         throw std::invalid_argument("an XML node of a foreign class");
-    return own;
+    return {std::move(node), own};
 }
 
 void ADMXMLNodeImp::addChild(std::shared_ptr<ADMXMLNode> child)
 {
-    if (auto own = ownKind(child))
+    if (auto own = ownKind(std::move(child)))
         children_.push_back(std::move(own));
 }
 
@@ -127,6 +139,11 @@ bool ADMXMLNodeImp::isACopyOf(const ADMXMLNode& other) const
 bool ADMXMLNodeImp::isLeaf() const
 {
     return children_.empty() || (children_.size() == 1 && children_.front()->kind_ == ADMXMLNodeKind::text);
+}
+
+ADMXMLNodeImp* ADMXMLNodeImp::asOwnKind() noexcept
+{
+    return this;
 }
 
 ADMXMLElementImp* ADMXMLNodeImp::asElement() noexcept
