@@ -2,18 +2,28 @@
 
 #include <dmf/platform/Unicode.h>
 
+#include <gio/gio.h>
+
 #include <memory>
 #include <mutex>
 #include <string_view>
 #include <utility>
+#include <vector>
 
-#include "platform/BoundedSecretService.h"
 #include "platform/BoundedWork.h"
-#include "platform/GlibOwners.h"
+#include "platform/KeyringPrompt.h"
 #include "platform/MessageBus.h"
+#include "platform/SecretSession.h"
 
 namespace dmf::internal {
 namespace {
+
+constexpr const char* kServicePath = "/org/freedesktop/secrets";
+constexpr const char* kService = "org.freedesktop.Secret.Service";
+constexpr const char* kCollection = "org.freedesktop.Secret.Collection";
+constexpr const char* kItem = "org.freedesktop.Secret.Item";
+constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+constexpr const char* kNoObject = "/";
 
 // Names that other programs use for network passwords, so that people find the item by them. "label" is there besides
 // the item's own label, which cannot be searched for.
@@ -22,22 +32,42 @@ constexpr const char* kAccountAttribute = "user";
 constexpr const char* kLabelAttribute = "label";
 constexpr const char* kAuthenticationAttribute = "authtype";
 constexpr const char* kHttpBasic = "basic";
+// Told for programs that show keyrings, never searched for: a keyring that was locked when its program started forgets
+// the schemas.
+constexpr const char* kSchemaAttribute = "xdg:schema";
+constexpr const char* kSchema = "com.ql.dmf.Credential";
 
-/// Its name is stored for programs that show keyrings, but never searched for: a keyring that was locked when its
-/// program started forgets the schemas.
-const SecretSchema* schema()
-{
-    static const SecretSchema* const credential = secret_schema_new(
-        "com.ql.dmf.Credential", SECRET_SCHEMA_DONT_MATCH_NAME, kServerAttribute, SECRET_SCHEMA_ATTRIBUTE_STRING,
-        kAccountAttribute, SECRET_SCHEMA_ATTRIBUTE_STRING, kLabelAttribute, SECRET_SCHEMA_ATTRIBUTE_STRING,
-        kAuthenticationAttribute, SECRET_SCHEMA_ATTRIBUTE_STRING, nullptr);
-    return credential;
-}
+using Paths = std::vector<std::string>;
 
 /// Text that a message of the bus can carry.
 bool isSendable(std::string_view text)
 {
     return isValidUtf8(text) && text.find('\0') == std::string_view::npos;
+}
+
+Paths pathsOf(GVariant* list)
+{
+    Paths paths;
+    GVariantIter iterator;
+    const char* path = nullptr;
+    for (g_variant_iter_init(&iterator, list); g_variant_iter_next(&iterator, "&o", &path);)
+        paths.emplace_back(path);
+    return paths;
+}
+
+/// The paths in the first part of an answer.
+Paths firstPaths(const Variant& answer)
+{
+    return answer ? pathsOf(Variant(g_variant_get_child_value(answer.get(), 0)).get()) : Paths();
+}
+
+GVariant* variantOfPaths(const Paths& paths)
+{
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("ao"));
+    for (const auto& path : paths)
+        g_variant_builder_add(&builder, "o", path.c_str());
+    return g_variant_builder_end(&builder);
 }
 
 /// The place, if it can be searched for and stored under.
@@ -48,27 +78,25 @@ std::optional<KeyringPlace> usablePlace(const KeyringPlaceOf& placeOf)
 }
 
 /// The attributes of a place: all that is searched for, with the account where one item is meant.
-Owned<GHashTable> attributesOf(const KeyringPlace& place, const char* account = nullptr)
+GVariant* attributesOf(const KeyringPlace& place, const std::string* account, bool withSchema = false)
 {
-    return Owned<GHashTable>(secret_attributes_build(schema(), kServerAttribute, place.server.c_str(), kLabelAttribute,
-                                                     place.label.c_str(), kAuthenticationAttribute, kHttpBasic,
-                                                     account ? kAccountAttribute : nullptr, account, nullptr));
-}
-
-/// The first of the items, which are let go.
-Owned<SecretItem> firstOf(GList* items)
-{
-    Owned<SecretItem> first(items ? SECRET_ITEM(g_object_ref(items->data)) : nullptr);
-    g_list_free_full(items, &g_object_unref);
-    return first;
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
+    g_variant_builder_add(&builder, "{ss}", kServerAttribute, place.server.c_str());
+    g_variant_builder_add(&builder, "{ss}", kLabelAttribute, place.label.c_str());
+    g_variant_builder_add(&builder, "{ss}", kAuthenticationAttribute, kHttpBasic);
+    if (account)
+        g_variant_builder_add(&builder, "{ss}", kAccountAttribute, account->c_str());
+    if (withSchema)
+        g_variant_builder_add(&builder, "{ss}", kSchemaAttribute, kSchema);
+    return g_variant_builder_end(&builder);
 }
 
 /// The Secret Service, for one piece of work.
 class Keyring {
 public:
     Keyring(const std::string& busAddress, BoundedWork& work)
-        : work_(work), bus_(busAddress, work),
-          service_(bus_.isConnected() ? openSecretService(bus_, work, problem_.slot()) : nullptr)
+        : work_(work), bus_(busAddress, work), session_(bus_, work)
     {
     }
 
@@ -77,96 +105,162 @@ public:
     [[nodiscard]] bool store(const KeyringPlace& place, const std::string& account, const Secret& password);
 
 private:
-    /// The default collection; nothing without an error when there is none.
-    [[nodiscard]] Owned<SecretCollection> defaultCollection(GError** error)
+    using Problem = MessageBus::Problem;
+
+    [[nodiscard]] Variant call(const std::string& path, const char* interface, const char* operation,
+                               GVariant* arguments, const char* answer, Problem* problem = nullptr)
     {
-        return Owned<SecretCollection>(secret_collection_for_alias_sync(
-            service_.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, work_.cancellable(), error));
+        return bus_.call(kKeyringName, path, interface, operation, arguments, answer, problem);
     }
-    [[nodiscard]] bool unlock(SecretCollection* collection);
-    [[nodiscard]] bool agreeOnCipher();
-    [[nodiscard]] bool create(SecretCollection* collection, const KeyringPlace& place, const std::string& account,
+    [[nodiscard]] Variant property(const std::string& path, const char* interface, const char* name);
+    /// The default collection's path; nothing when there is none.
+    [[nodiscard]] std::optional<std::string> defaultCollection(Problem& problem);
+    [[nodiscard]] std::optional<bool> isLocked(const std::string& collection);
+    [[nodiscard]] bool unlock(const std::string& collection);
+    [[nodiscard]] std::optional<std::string> accountOf(const std::string& item);
+    [[nodiscard]] std::optional<Secret> passwordOf(const std::string& item);
+    [[nodiscard]] bool create(const std::string& collection, const KeyringPlace& place, const std::string& account,
                               const Secret& password);
 
     BoundedWork& work_;
     MessageBus bus_;
-    CallError problem_; // why there is no service_
-    Owned<SecretService> service_;
+    SecretSession session_;
 };
+
+Variant Keyring::property(const std::string& path, const char* interface, const char* name)
+{
+    const auto answer = call(path, kProperties, "Get", g_variant_new("(ss)", interface, name), "(v)");
+    GVariant* value = nullptr;
+    if (answer)
+        g_variant_get(answer.get(), "(v)", &value);
+    return Variant(value);
+}
+
+std::optional<std::string> Keyring::defaultCollection(Problem& problem)
+{
+    const auto answer = call(kServicePath, kService, "ReadAlias", g_variant_new("(s)", "default"), "(o)", &problem);
+    const char* path = kNoObject;
+    if (answer)
+        g_variant_get(answer.get(), "(&o)", &path);
+    return std::string_view(path) != kNoObject ? std::optional<std::string>(path) : std::nullopt;
+}
+
+std::optional<bool> Keyring::isLocked(const std::string& collection)
+{
+    const auto value = property(collection, kCollection, "Locked");
+    if (!value || !g_variant_is_of_type(value.get(), G_VARIANT_TYPE_BOOLEAN))
+        return std::nullopt;
+    return g_variant_get_boolean(value.get()) != FALSE;
+}
 
 KeyringState Keyring::state()
 {
     if (!bus_.isConnected())
         return work_.isLate() ? KeyringState::silent : KeyringState::noBus;
-    const auto collection = service_ ? defaultCollection(problem_.slot()) : nullptr;
+    Problem problem = Problem::none;
+    const auto collection = defaultCollection(problem);
     if (!collection)
-        return !problem_                   ? KeyringState::noKeyring
-               : problem_.saysNoSuchName() ? KeyringState::noService
-                                           : KeyringState::silent;
-    return secret_collection_get_locked(collection.get()) ? KeyringState::locked : KeyringState::ready;
+        return problem == Problem::none         ? KeyringState::noKeyring
+               : problem == Problem::noSuchName ? KeyringState::noService
+                                                : KeyringState::silent;
+    const auto locked = isLocked(*collection);
+    return !locked ? KeyringState::silent : *locked ? KeyringState::locked : KeyringState::ready;
 }
 
 /// Only what is needed: the person is asked once, and only by the keyring's own program.
-bool Keyring::unlock(SecretCollection* collection)
+bool Keyring::unlock(const std::string& collection)
 {
-    GList only{collection, nullptr, nullptr};
-    return secret_service_unlock_sync(service_.get(), &only, work_.cancellable(), nullptr, nullptr) == 1;
+    work_.allowForPerson();
+    const auto answer =
+        call(kServicePath, kService, "Unlock", g_variant_new("(@ao)", variantOfPaths({collection})), "(aoo)");
+    if (!answer)
+        return false;
+    const char* prompt = kNoObject;
+    g_variant_get_child(answer.get(), 1, "&o", &prompt);
+    if (std::string_view(prompt) != kNoObject && !performKeyringPrompt(bus_, work_, prompt))
+        return false;
+    return isLocked(collection) == false;
 }
 
-/// libsecret goes back to plain text with a service that cannot encipher; that one is not used.
-bool Keyring::agreeOnCipher()
+std::optional<std::string> Keyring::accountOf(const std::string& item)
 {
-    return secret_service_ensure_session_sync(service_.get(), work_.cancellable(), nullptr) &&
-           std::string_view(secret_service_get_session_algorithms(service_.get())) != "plain";
+    const auto attributes = property(item, kItem, "Attributes");
+    const char* account = nullptr;
+    if (!attributes || !g_variant_is_of_type(attributes.get(), G_VARIANT_TYPE("a{ss}")) ||
+        !g_variant_lookup(attributes.get(), kAccountAttribute, "&s", &account))
+        return std::nullopt;
+    return account;
+}
+
+std::optional<Secret> Keyring::passwordOf(const std::string& item)
+{
+    const auto answer = call(item, kItem, "GetSecret", g_variant_new("(o)", session_.path()), "((oayays))");
+    if (!answer)
+        return std::nullopt;
+    const Variant secret(g_variant_get_child_value(answer.get(), 0));
+    auto password = session_.decipher(secret.get());
+    return password && isValidUtf8(password->view()) ? std::move(password) : std::nullopt;
 }
 
 std::optional<KeyringItem> Keyring::find(const KeyringPlace& place)
 {
-    if (!service_)
+    if (!bus_.isConnected())
         return std::nullopt;
-    // Items that can be read come before items of locked keyrings, so nobody needs to be asked.
-    const auto item = firstOf(secret_service_search_sync(service_.get(), schema(), attributesOf(place).get(),
-                                                         SECRET_SEARCH_NONE, work_.cancellable(), nullptr));
-    if (!item || secret_item_get_locked(item.get()) || !agreeOnCipher() ||
-        !secret_item_load_secret_sync(item.get(), work_.cancellable(), nullptr))
+    // The answer tells items that can be read from items in locked keyrings, so nobody needs to be asked.
+    const auto items = firstPaths(
+        call(kServicePath, kService, "SearchItems", g_variant_new("(@a{ss})", attributesOf(place, nullptr)), "(aoao)"));
+    if (items.empty() || !session_.open())
         return std::nullopt;
-
-    const Owned<GHashTable> attributes(secret_item_get_attributes(item.get()));
-    const auto* const account = static_cast<const char*>(g_hash_table_lookup(attributes.get(), kAccountAttribute));
-    const Owned<SecretValue> value(secret_item_get_secret(item.get()));
-    if (!account || !value)
+    auto account = accountOf(items.front());
+    auto password = account ? passwordOf(items.front()) : std::nullopt;
+    if (!password)
         return std::nullopt;
-    gsize size = 0;
-    const char* const text = secret_value_get(value.get(), &size);
-    const std::string_view password(text, size);
-    return isValidUtf8(password) ? std::optional(KeyringItem{account, Secret(password)}) : std::nullopt;
+    return KeyringItem{*std::move(account), *std::move(password)};
 }
 
-bool Keyring::create(SecretCollection* collection, const KeyringPlace& place, const std::string& account,
+bool Keyring::create(const std::string& collection, const KeyringPlace& place, const std::string& account,
                      const Secret& password)
 {
     // Looking and adding are two steps for the service: within the process no other store comes between.
     static std::mutex* const stores = new std::mutex;
-    const std::lock_guard guard(*stores);
-    const auto attributes = attributesOf(place, account.c_str());
-    CallError problem;
-    const auto existing = firstOf(secret_collection_search_sync(
-        collection, schema(), attributes.get(), SECRET_SEARCH_NONE, work_.cancellable(), problem.slot()));
-    if (existing || problem)
+    std::unique_lock guard(*stores);
+    const auto found =
+        call(collection, kCollection, "SearchItems", g_variant_new("(@a{ss})", attributesOf(place, &account)), "(ao)");
+    if (!found || !firstPaths(found).empty())
         return false;
-    const auto text = password.view();
-    const Owned<SecretValue> value(secret_value_new(text.data(), static_cast<gssize>(text.size()), "text/plain"));
-    return Owned<SecretItem>(secret_item_create_sync(collection, schema(), attributes.get(), place.label.c_str(),
-                                                     value.get(), SECRET_ITEM_CREATE_NONE, work_.cancellable(),
-                                                     nullptr)) != nullptr;
+
+    GVariantBuilder properties;
+    g_variant_builder_init(&properties, G_VARIANT_TYPE("a{sv}"));
+    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Label",
+                          g_variant_new_string(place.label.c_str()));
+    g_variant_builder_add(&properties, "{sv}", "org.freedesktop.Secret.Item.Attributes",
+                          attributesOf(place, &account, true));
+    const auto answer =
+        call(collection, kCollection, "CreateItem",
+             g_variant_new("(a{sv}@(oayays)b)", &properties, session_.encipher(password), FALSE), "(oo)");
+    if (!answer)
+        return false;
+    const char *item = kNoObject, *prompt = kNoObject;
+    g_variant_get(answer.get(), "(&o&o)", &item, &prompt);
+    if (std::string_view(prompt) == kNoObject)
+        return std::string_view(item) != kNoObject;
+    guard.unlock();
+    work_.allowForPerson();
+    return performKeyringPrompt(bus_, work_, prompt);
 }
 
 bool Keyring::store(const KeyringPlace& place, const std::string& account, const Secret& password)
 {
-    const auto collection = service_ ? defaultCollection(nullptr) : nullptr;
-    if (!collection || (secret_collection_get_locked(collection.get()) && !unlock(collection.get())))
+    if (!bus_.isConnected())
         return false;
-    return agreeOnCipher() && create(collection.get(), place, account, password);
+    Problem problem = Problem::none;
+    const auto collection = defaultCollection(problem);
+    if (!collection)
+        return false;
+    const auto locked = isLocked(*collection);
+    if (!locked || (*locked && !unlock(*collection)))
+        return false;
+    return session_.open() && create(*collection, place, account, password);
 }
 
 } // namespace

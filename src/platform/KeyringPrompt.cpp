@@ -1,29 +1,26 @@
 #include "platform/KeyringPrompt.h"
 
-#include <utility>
+#include <optional>
 
 namespace dmf::internal {
 namespace {
 
-constexpr const char* kKeyringName = "org.freedesktop.secrets";
 constexpr const char* kPrompt = "org.freedesktop.Secret.Prompt";
 
 /// The end of a prompt, listened for from before it begins.
 class PromptEnd {
 public:
-    PromptEnd(MessageBus& bus, const char* prompt) : connection_(bus.connection()), context_(bus.context())
+    PromptEnd(MessageBus& bus, const std::string& prompt) : connection_(bus.connection()), context_(bus.context())
     {
         GDBusConnection* const connection = connection_;
-        g_main_context_push_thread_default(context_); // where signals are told; the caller's may not be turned
-        completed_ = g_dbus_connection_signal_subscribe(connection, kKeyringName, kPrompt, "Completed", prompt, nullptr,
-                                                        G_DBUS_SIGNAL_FLAGS_NONE, &onCompleted, this, nullptr);
+        completed_ = g_dbus_connection_signal_subscribe(connection, kKeyringName, kPrompt, "Completed", prompt.c_str(),
+                                                        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, &onCompleted, this, nullptr);
         // A program that ends cannot say so in any other way.
         left_ = g_dbus_connection_signal_subscribe(connection, "org.freedesktop.DBus", "org.freedesktop.DBus",
                                                    "NameOwnerChanged", "/org/freedesktop/DBus", kKeyringName,
                                                    G_DBUS_SIGNAL_FLAGS_NONE, &onOwnerChanged, this, nullptr);
         // Nor can a bus.
         closed_ = g_signal_connect(connection, "closed", G_CALLBACK(&onClosed), this);
-        g_main_context_pop_thread_default(context_);
     }
     ~PromptEnd()
     {
@@ -34,46 +31,39 @@ public:
     PromptEnd(const PromptEnd&) = delete;
     PromptEnd& operator=(const PromptEnd&) = delete;
 
-    /// What the person agreed to, or nothing; `hasEnded` tells whether there was an end, or the work was late.
-    [[nodiscard]] Owned<GVariant> wait(BoundedWork& work)
+    /// Whether the person agreed; nothing when the work was late.
+    [[nodiscard]] std::optional<bool> wait(BoundedWork& work)
     {
         GSource* const cancelled = g_cancellable_source_new(work.cancellable());
         g_source_set_callback(cancelled,
                               G_SOURCE_FUNC(+[](GCancellable*, gpointer) -> gboolean { return G_SOURCE_REMOVE; }),
                               nullptr, nullptr);
         g_source_attach(cancelled, context_);
-        while (!hasEnded_ && !work.isLate())
+        while (!agreed_ && !work.isLate())
             g_main_context_iteration(context_, TRUE);
         g_source_destroy(cancelled);
         g_source_unref(cancelled);
-        return std::move(answer_);
+        return agreed_;
     }
-    [[nodiscard]] bool hasEnded() const noexcept { return hasEnded_; }
 
 private:
-    void end(Owned<GVariant> answer, bool isAgreed)
-    {
-        hasEnded_ = true;
-        answer_ = isAgreed ? std::move(answer) : nullptr;
-    }
     static void onCompleted(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters,
                             gpointer self)
     {
         gboolean isDismissed = TRUE;
-        GVariant* answer = nullptr;
         if (g_variant_is_of_type(parameters, G_VARIANT_TYPE("(bv)")))
-            g_variant_get(parameters, "(bv)", &isDismissed, &answer);
-        static_cast<PromptEnd*>(self)->end(Owned<GVariant>(answer), !isDismissed);
+            g_variant_get_child(parameters, 0, "b", &isDismissed);
+        static_cast<PromptEnd*>(self)->agreed_ = !isDismissed;
     }
     static void onOwnerChanged(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
                                gpointer self)
     {
-        static_cast<PromptEnd*>(self)->end(nullptr, false);
+        static_cast<PromptEnd*>(self)->agreed_ = false;
     }
 
     static void onClosed(GDBusConnection*, gboolean, GError*, gpointer self)
     {
-        static_cast<PromptEnd*>(self)->end(nullptr, false);
+        static_cast<PromptEnd*>(self)->agreed_ = false;
     }
 
     GDBusConnection* const connection_;
@@ -81,27 +71,27 @@ private:
     guint completed_ = 0;
     guint left_ = 0;
     gulong closed_ = 0;
-    bool hasEnded_ = false;
-    Owned<GVariant> answer_;
+    std::optional<bool> agreed_;
 };
 
 } // namespace
 
-Owned<GVariant> performKeyringPrompt(MessageBus& bus, BoundedWork& work, const char* prompt)
+bool performKeyringPrompt(MessageBus& bus, BoundedWork& work, const std::string& prompt)
 {
-    work.allowForPerson();
     PromptEnd end(bus, prompt);
-    if (!bus.call(kKeyringName, prompt, kPrompt, "Prompt", g_variant_new("(s)", ""), "()"))
-        return nullptr;
-    auto answer = end.wait(work);
-    if (!end.hasEnded()) {
-        // Nobody waits any more: the window goes away. Sent without the work's cancellable, which is cancelled.
+    const bool isAsked = bus.call(kKeyringName, prompt, kPrompt, "Prompt", g_variant_new("(s)", ""), "()") != nullptr;
+    const auto agreed = isAsked ? end.wait(work) : std::nullopt;
+    if (!agreed && work.isLate()) {
+        // Nobody waits any more: the window goes away, or does not come. Sent without the work's cancellable, which is
+        // cancelled.
         constexpr int limit = 1000; // milliseconds
-        (void)Owned<GVariant>(g_dbus_connection_call_sync(bus.connection(), kKeyringName, prompt, kPrompt, "Dismiss",
-                                                          nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, limit, nullptr,
-                                                          nullptr));
+        GVariant* const answer =
+            g_dbus_connection_call_sync(bus.connection(), kKeyringName, prompt.c_str(), kPrompt, "Dismiss", nullptr,
+                                        nullptr, G_DBUS_CALL_FLAGS_NONE, limit, nullptr, nullptr);
+        if (answer)
+            g_variant_unref(answer);
     }
-    return answer;
+    return agreed.value_or(false);
 }
 
 } // namespace dmf::internal

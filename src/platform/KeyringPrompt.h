@@ -1,14 +1,13 @@
 #pragma once
 
-#include "platform/BoundedWork.h"
-#include "platform/GlibOwners.h"
+#include <string>
+
 #include "platform/MessageBus.h"
 
 namespace dmf::internal {
 
-/// Lets the keyring's program ask the person, and waits for the answer: what the question was about, or nothing when
-/// the person refused, the program or the bus ended meanwhile, or the work was late, in which case the question is
-/// taken back. The caller of the work is told to allow for the person.
-[[nodiscard]] Owned<GVariant> performKeyringPrompt(MessageBus& bus, BoundedWork& work, const char* prompt);
+/// Has the keyring's program ask the person what the prompt is about, and waits until it has been answered; false when
+/// it was refused, when the program has nowhere to ask, and when the work is late: then the question is taken back.
+[[nodiscard]] bool performKeyringPrompt(MessageBus& bus, BoundedWork& work, const std::string& prompt);
 
 } // namespace dmf::internal

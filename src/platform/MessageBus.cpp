@@ -8,6 +8,32 @@
 namespace dmf::internal {
 namespace {
 
+/// An owner of the error that a call fills, if it does.
+class CallError {
+public:
+    CallError() = default;
+    ~CallError() { g_clear_error(&error_); }
+    CallError(const CallError&) = delete;
+    CallError& operator=(const CallError&) = delete;
+
+    GError** slot() noexcept { return &error_; }
+    /// The bus itself says so, or failed to start who should have it.
+    [[nodiscard]] bool saysNoSuchName() const noexcept
+    {
+        if (!error_ || error_->domain != G_DBUS_ERROR)
+            return false;
+        switch (error_->code) {
+        case G_DBUS_ERROR_SERVICE_UNKNOWN:
+        case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
+        case G_DBUS_ERROR_TIMED_OUT: return true;
+        default: return error_->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED && error_->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY;
+        }
+    }
+
+private:
+    GError* error_ = nullptr;
+};
+
 std::string unixAddress(const std::string& path)
 {
     char* const escaped = g_dbus_address_escape_value(path.c_str());
@@ -72,13 +98,17 @@ MessageBus::~MessageBus()
     g_weak_ref_clear(&watched);
 }
 
-Owned<GVariant> MessageBus::call(const char* name, const char* path, const char* interface, const char* operation,
-                                 GVariant* arguments, const char* answer)
+Variant MessageBus::call(const std::string& name, const std::string& path, const char* interface, const char* operation,
+                         GVariant* arguments, const char* answer, Problem* problem)
 {
     constexpr int noLimitOfItsOwn = G_MAXINT; // the work's bound is the limit
-    return Owned<GVariant>(g_dbus_connection_call_sync(connection_, name, path, interface, operation, arguments,
-                                                       G_VARIANT_TYPE(answer), G_DBUS_CALL_FLAGS_NONE, noLimitOfItsOwn,
-                                                       work_.cancellable(), nullptr));
+    CallError error;
+    Variant result(g_dbus_connection_call_sync(connection_, name.c_str(), path.c_str(), interface, operation, arguments,
+                                               G_VARIANT_TYPE(answer), G_DBUS_CALL_FLAGS_NONE, noLimitOfItsOwn,
+                                               work_.cancellable(), error.slot()));
+    if (problem)
+        *problem = result ? Problem::none : error.saysNoSuchName() ? Problem::noSuchName : Problem::other;
+    return result;
 }
 
 } // namespace dmf::internal
@@ -107,7 +137,7 @@ BusServiceState busServiceState(Bus bus, std::string_view serviceName)
         if (!isOwned)
             return work.isLate() ? BusServiceState::silent : BusServiceState::missing;
         // Whatever comes back, an error too, comes from somebody alive.
-        (void)connection.call(name.c_str(), "/", "org.freedesktop.DBus.Peer", "Ping", nullptr, "()");
+        (void)connection.call(name, "/", "org.freedesktop.DBus.Peer", "Ping", nullptr, "()");
         return work.isLate() ? BusServiceState::silent : BusServiceState::answers;
     });
     return state.value_or(BusServiceState::silent);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,9 +10,16 @@
 #include <dmf/platform/DesktopServices.h>
 
 #include "platform/BoundedWork.h"
-#include "platform/GlibOwners.h"
 
 namespace dmf::internal {
+
+struct UnreferenceVariant {
+    void operator()(GVariant* variant) const noexcept { g_variant_unref(variant); }
+};
+using Variant = std::unique_ptr<GVariant, UnreferenceVariant>;
+
+/// The name that the keyring's program has on the session bus.
+inline constexpr const char* kKeyringName = "org.freedesktop.secrets";
 
 /// The address of the bus for this program, by its environment; nothing when it names none. Never starts a bus. Looked
 /// up before the work begins: the work may outlive what the environment is read through.
@@ -40,6 +48,8 @@ private:
 /// within a bound. Reentrant; used by the thread of its work.
 class MessageBus {
 public:
+    enum class Problem : std::uint8_t { none, noSuchName, other };
+
     /// Connects; `isConnected` tells whether it went well.
     MessageBus(const std::string& address, BoundedWork& work);
     ~MessageBus();
@@ -50,9 +60,12 @@ public:
     [[nodiscard]] GDBusConnection* connection() const noexcept { return connection_; }
     /// Where what the bus tells by itself is dispatched.
     [[nodiscard]] GMainContext* context() const noexcept { return context_.get(); }
-    /// Calls and waits for the answer: a tuple of the kind `answer`, or empty. A floating `arguments` is taken over.
-    [[nodiscard]] Owned<GVariant> call(const char* name, const char* path, const char* interface, const char* operation,
-                                       GVariant* arguments, const char* answer);
+
+    /// Calls and waits for the answer: a tuple of the kind `answer`, or empty, with `problem` telling why. A floating
+    /// `arguments` is taken over.
+    [[nodiscard]] Variant call(const std::string& name, const std::string& path, const char* interface,
+                               const char* operation, GVariant* arguments, const char* answer,
+                               Problem* problem = nullptr);
 
 private:
     BoundedWork& work_;

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "auth/KeyringThreads.h"
+#include "auth/PlainKeyring.h"
 #include "auth/Service.h"
 #include "auth/SilentBus.h"
 #include "platform/Keyring.h"
@@ -59,6 +60,7 @@ TEST(Keyring, GivesBackWhatWasStoredAndShowsItToOtherPrograms)
               "p\xC3\xA4ss w\xC3\xB6rd");
     const auto shown = keyring.run({"/usr/bin/secret-tool", "search", "server", kUri}).out;
     EXPECT_NE(shown.find("label = Model 9\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("schema = com.ql.dmf.Credential\n"), std::string::npos) << shown;
 
     EXPECT_EQ(find(service(kUri, "Model 8")), nullptr) << "another label";
     EXPECT_EQ(find(service("ipp://other", "Model 9")), nullptr) << "another server";
@@ -249,8 +251,22 @@ TEST(Keyring, DoesNotWaitForAServiceThatAsksItsDeviceForTheModel)
     EXPECT_TRUE(find(service(kUri, "Model 9"))) << "under the model's name";
 }
 
-TEST(Keyring, ThatIsNotThereCostsLittleTime)
+TEST(Keyring, ThatTakesPasswordsInPlainTextOnlyIsHandedNone)
 {
+    for (const bool isConfused : {false, true}) {
+        SCOPED_TRACE(isConfused);
+        SessionBus bus;
+        PlainKeyring keyring(bus.address(), isConfused);
+        MachineOn machine(bus.address());
+        EXPECT_EQ(dmf::keyringState(), KeyringState::ready);
+        EXPECT_FALSE(keep("eva", "password", service(kUri)));
+        EXPECT_EQ(keyring.items(), 0);
+    }
+}
+
+TEST(Keyring, ThatIsNotThereCostsLittleTimeAndNoWords)
+{
+    testing::internal::CaptureStderr(); // libraries below would write their warnings into the host's
     SessionBus withoutService;
     const struct {
         std::string address;
@@ -271,6 +287,7 @@ TEST(Keyring, ThatIsNotThereCostsLittleTime)
         EXPECT_EQ(dmf::keyringState(), state);
         EXPECT_LT(Clock::now() - begin, 4s);
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(Keyring, IsFoundInTheRuntimeFolderWhereTheEnvironmentNamesNoBus)

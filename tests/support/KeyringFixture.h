@@ -93,7 +93,9 @@ public:
             if (person == Person::agrees)
                 command.emplace_back(kPassword);
             person_ = std::make_unique<Process>(command, bus.environment());
-            personsName_ = person_->readLine().value();
+            personsName_ = person_->readLine().value_or("");
+            if (personsName_.empty())
+                throw std::runtime_error("nobody can be asked: " + person_->wait().err);
         }
         program_ = startProgram("--foreground");
         run({"/usr/bin/gdbus", "wait", "--session", "--timeout", "15", "org.freedesktop.secrets"});
