@@ -17,7 +17,7 @@ using Result = RunLoop::Result;
 
 namespace {
 
-constexpr const char* kMode = "queue mode";
+constexpr const char* kQueueMode = "queue mode";
 
 struct Target {
     std::vector<std::string> received;
@@ -33,7 +33,7 @@ struct Target {
 
 Result turn()
 {
-    return RunLoop::current()->runMode(kMode, Date::distantPast());
+    return RunLoop::current()->runMode(kQueueMode, Date::distantPast());
 }
 
 } // namespace
@@ -43,7 +43,7 @@ TEST(MessageQueue, OneTurnDeliversWhatIsPendingAndWhatIsAddedMeanwhile)
     const auto target = std::make_shared<Target>();
     const auto queue = ADMMessageQueue::messageQueueWithTarget(target, &Target::take);
     target->onFirst = [](ADMMessageQueue& it) { it.addObject("d"); };
-    queue->scheduleInRunLoop(RunLoop::current(), kMode);
+    queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
     for (const char* object : {"a", "b", "c"})
         queue->addObject(object);
     queue->addObject(nullptr);
@@ -69,7 +69,7 @@ TEST(MessageQueue, NeedsATargetAndDoesNotKeepIt)
     auto target = std::make_shared<Target>();
     const auto queue = ADMMessageQueue::initWithTarget(target, &Target::take);
     EXPECT_EQ(target.use_count(), 1);
-    queue->scheduleInRunLoop(RunLoop::current(), kMode);
+    queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
     queue->addObject("nobody's");
     target.reset();
     turn();
@@ -82,7 +82,7 @@ TEST(MessageQueue, RemembersEachScheduling)
     const auto queue = ADMMessageQueue::initWithTarget(target, &Target::take);
     const auto loop = RunLoop::current();
     queue->addObject("early"); // before there is a source that could be signalled
-    queue->scheduleInRunLoop(loop, kMode);
+    queue->scheduleInRunLoop(loop, kQueueMode);
     queue->scheduleInRunLoop(loop, "another mode");
     turn();
     EXPECT_TRUE(target->received.empty());
@@ -90,7 +90,7 @@ TEST(MessageQueue, RemembersEachScheduling)
     turn();
     EXPECT_EQ(target->received, std::vector<std::string>{"early"});
 
-    queue->removeFromRunLoop(loop, kMode);
+    queue->removeFromRunLoop(loop, kQueueMode);
     EXPECT_TRUE(queue->runLoops().empty()) << "every entry of the run loop goes";
     EXPECT_EQ(turn(), Result::finished);
     queue->addObject("late");
@@ -102,7 +102,7 @@ TEST(MessageQueue, InvalidatingDropsEverything)
 {
     const auto target = std::make_shared<Target>();
     const auto queue = ADMMessageQueue::initWithTarget(target, &Target::take);
-    queue->scheduleInRunLoop(RunLoop::current(), kMode);
+    queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
     const auto source = queue->CFSource();
     target->onFirst = [](ADMMessageQueue& it) { it.invalidate(); };
     queue->addObject("first");
@@ -124,7 +124,7 @@ TEST(MessageQueue, TheLastReferenceMayGoInADelivery)
         queue.reset();
         delivered += *kept;
     });
-    queue->scheduleInRunLoop(RunLoop::current(), kMode);
+    queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
     queue->addObject(1);
     queue->addObject(2);
     turn();
@@ -137,7 +137,7 @@ TEST(MessageQueue, WhatTheTargetThrowsLeavesTheRestToTheNextTurn)
     const auto target = std::make_shared<Target>();
     const auto queue = ADMMessageQueue::initWithTarget(target, &Target::take);
     target->onFirst = [](ADMMessageQueue&) { throw std::runtime_error("target"); };
-    queue->scheduleInRunLoop(RunLoop::current(), kMode);
+    queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
     queue->addObject("bad");
     queue->addObject("good");
     EXPECT_THROW(turn(), std::runtime_error);
@@ -159,9 +159,9 @@ TEST(MessageQueue, ManyThreadsFeedOneRunLoopInOrder)
             RunLoop::current()->stop();
     });
     auto result = std::async(std::launch::async, [&] {
-        queue->scheduleInRunLoop(RunLoop::current(), kMode);
+        queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
         started.set_value();
-        return RunLoop::current()->runMode(kMode, Date::afterNow(40));
+        return RunLoop::current()->runMode(kQueueMode, Date::afterNow(40));
     });
     started.get_future().wait();
     std::vector<std::thread> senders;

@@ -43,8 +43,8 @@ private:
 };
 
 /// A queue on the test's run loop, and what its operations and callbacks have told.
-struct Stage {
-    Stage() { queue->scheduleInRunLoop(RunLoop::current(), kDefaultRunLoopMode); }
+struct OperationStage {
+    OperationStage() { queue->scheduleInRunLoop(RunLoop::current(), kDefaultRunLoopMode); }
 
     std::shared_ptr<ADMCallback> note(const std::string& text)
     {
@@ -66,7 +66,7 @@ struct Stage {
 
 TEST(OperationQueue, RunsOperationsInOrderAndReportsOnTheRunLoop)
 {
-    Stage stage;
+    OperationStage stage;
     Gate gate;
     EXPECT_EQ(stage.queue->threadState(), ThreadState::notStarted);
     const auto first = gate.operation(stage.note("first"));
@@ -93,7 +93,7 @@ TEST(OperationQueue, RunsOperationsInOrderAndReportsOnTheRunLoop)
 
 TEST(OperationQueue, LeavesOutCanceledOperationsAndTheirCallbacks)
 {
-    Stage stage;
+    OperationStage stage;
     Gate gate;
     const auto running = gate.operation(stage.note("running"));
     bool wasPerformed = false;
@@ -130,7 +130,7 @@ TEST(OperationQueue, GoesOnAfterAnExceptionAndLogsIt)
 {
     HostFixture host;
     host.setEnvironment("DMFConsoleLog", "1");
-    Stage stage;
+    OperationStage stage;
     stage.schedule([](TestOperation&) -> std::shared_ptr<ADMCallback> { throw std::runtime_error("no paper"); });
     stage.schedule([](TestOperation& it) { return it.ADMSchedulableOperation::performOperation(); });
     stage.settle();
@@ -142,7 +142,7 @@ TEST(OperationQueue, GoesOnAfterAnExceptionAndLogsIt)
 
 TEST(OperationQueue, OperationsAndCallbacksMayScheduleOthers)
 {
-    Stage stage;
+    OperationStage stage;
     stage.schedule([&](TestOperation& it) {
         stage.schedule([&](TestOperation&) {
             return calling([&] {
@@ -160,7 +160,7 @@ TEST(OperationQueue, OperationsAndCallbacksMayScheduleOthers)
 
 TEST(OperationQueue, AnInvalidOneTakesAndTellsNothing)
 {
-    Stage stage;
+    OperationStage stage;
     Gate gate;
     const auto running = gate.operation(stage.note("running"));
     bool wasPerformed = false;
@@ -189,7 +189,7 @@ TEST(OperationQueue, AnInvalidOneTakesAndTellsNothing)
     EXPECT_FALSE(wasPerformed);
 
     // A thread that waits for operations ends as well.
-    Stage idle;
+    OperationStage idle;
     idle.settle();
     idle.queue->invalidate();
     EXPECT_TRUE(turnUntil([&] { return idle.queue->threadState() == ThreadState::ended; }));
@@ -222,7 +222,7 @@ TEST(OperationQueue, CancelsAllEvenWhenOneThrowsOrReleasesTheQueue)
 TEST(OperationQueue, TheLastReferenceMayGoAnywhere)
 {
     // In an operation, on the queue's thread.
-    auto inOperation = std::make_unique<Stage>();
+    auto inOperation = std::make_unique<OperationStage>();
     std::promise<void> gone;
     auto operation = makeOperation([&](TestOperation& it) {
         inOperation->queue.reset();
@@ -235,7 +235,7 @@ TEST(OperationQueue, TheLastReferenceMayGoAnywhere)
     EXPECT_TRUE(inOperation->told.empty());
 
     // In a callback, with others waiting.
-    Stage inCallback;
+    OperationStage inCallback;
     inCallback.queue->scheduleCallback(calling([&] { inCallback.queue.reset(); }));
     inCallback.queue->scheduleCallback(inCallback.note("too late"));
     ASSERT_TRUE(turnUntil([&] { return !inCallback.queue; }));
@@ -243,7 +243,7 @@ TEST(OperationQueue, TheLastReferenceMayGoAnywhere)
     EXPECT_TRUE(inCallback.told.empty());
 
     // On the client's thread, while an operation runs: nobody waits for it.
-    Stage outside;
+    OperationStage outside;
     Gate gate;
     std::promise<void> ended;
     auto running = gate.operation(outside.note("too late"));
@@ -259,7 +259,7 @@ TEST(OperationQueue, TheLastReferenceMayGoAnywhere)
 TEST(OperationQueue, ServesManyThreadsAtOnce)
 {
     constexpr int perThread = 200;
-    Stage stage;
+    OperationStage stage;
     std::atomic<int> performed{0};
     int reported = 0;
     std::vector<std::thread> threads;

@@ -50,8 +50,8 @@ std::string codeOf(ChannelError code)
 }
 
 /// A service of a device with a script, scheduled on the test's run loop, and what it has told.
-struct Stage {
-    explicit Stage(const std::string& script)
+struct StatusStage {
+    explicit StatusStage(const std::string& script)
     {
         const auto found = serviceClass(); // first: the URI's scheme is the bundle's
         const auto info = ADMServiceInfoImp::serviceInfoWithURI(
@@ -109,7 +109,7 @@ TEST(SimulatedStatusService, IsFoundByItsInterface)
 
 TEST(SimulatedStatusService, RunsOperationsOneAfterAnotherAndReportsEach)
 {
-    Stage stage("answer=ready&answerDelay=20&selfTestDelay=10");
+    StatusStage stage("answer=ready&answerDelay=20&selfTestDelay=10");
     const auto status = stage.service->newStatusOperation();
     const auto test = stage.service->newSelfTestOperation();
     EXPECT_EQ(status->authenticationContext(), stage.service->authenticationContext());
@@ -135,7 +135,7 @@ TEST(SimulatedStatusService, RunsOperationsOneAfterAnotherAndReportsEach)
 
 TEST(SimulatedStatusService, RunsAnOperationWhileItsCallerWaits)
 {
-    Stage stage("answer=ready");
+    StatusStage stage("answer=ready");
     const auto status = stage.service->newStatusOperation();
     stage.service->performOperation(status);
     EXPECT_TRUE(status->isFinished() && status->isOperationSucceed());
@@ -143,7 +143,7 @@ TEST(SimulatedStatusService, RunsAnOperationWhileItsCallerWaits)
     EXPECT_TRUE(stage.told.empty());
 
     // Beside one that is scheduled, has its outcome first, and reports later, in its own mode.
-    Stage both("answer=ready&selfTestDelay=200");
+    StatusStage both("answer=ready&selfTestDelay=200");
     const auto scheduled = both.service->newStatusOperation();
     both.service->scheduleOperation(scheduled);
     const auto test = both.service->newSelfTestOperation();
@@ -176,7 +176,7 @@ TEST(SimulatedStatusService, TellsWhatWentWrong)
     };
     for (const auto& it : cases) {
         SCOPED_TRACE(std::string(it.script) + " " + it.operation);
-        Stage stage(it.script);
+        StatusStage stage(it.script);
         if (it.timeout > 0)
             stage.setParameter(kDMParameterOperationTimeoutKey, it.timeout);
         const std::string name = it.operation;
@@ -196,7 +196,7 @@ TEST(SimulatedStatusService, TellsWhatWentWrong)
 
 TEST(SimulatedStatusService, CanceledOperationsEndAtOnceAndTellNothing)
 {
-    Stage stage("selfTestDelay=60000"); // and no answer ever
+    StatusStage stage("selfTestDelay=60000"); // and no answer ever
     const auto status = stage.service->newStatusOperation();
     const auto test = stage.service->newSelfTestOperation();
     for (const auto& operation : {status, test})
@@ -231,7 +231,7 @@ TEST(SimulatedStatusService, CanceledOperationsEndAtOnceAndTellNothing)
 
 TEST(SimulatedStatusService, MayBeReleasedAnyTime)
 {
-    Stage stage("selfTestDelay=60000&answer=ready");
+    StatusStage stage("selfTestDelay=60000&answer=ready");
     const auto test = stage.service->newSelfTestOperation();
     stage.service->scheduleOperation(test);
     const std::weak_ptr<SimulatedStatusService> watched = stage.service;
@@ -240,7 +240,7 @@ TEST(SimulatedStatusService, MayBeReleasedAnyTime)
     EXPECT_TRUE(test->isCanceled() && test->isFinished());
     EXPECT_FALSE(test->delegate());
 
-    Stage inReport("answer=ready");
+    StatusStage inReport("answer=ready");
     inReport.delegate->operationDidFinish = [&](SimulatedStatusService&, SimulatedOperation&) {
         inReport.service.reset();
     };
@@ -248,7 +248,7 @@ TEST(SimulatedStatusService, MayBeReleasedAnyTime)
     EXPECT_TRUE(turnUntil([&] { return !inReport.service; }));
 
     // While its caller waits.
-    Stage waiting("selfTestDelay=60000");
+    StatusStage waiting("selfTestDelay=60000");
     waiting.setParameter(kDMParameterOperationTimeoutKey, 0.2);
     const auto timer = dmf::RunLoopTimer::create(dmf::Date::now(), 0, dmf::RunLoopTimer::Repeat::no,
                                                  [&](dmf::RunLoopTimer&) { waiting.service.reset(); });
@@ -261,7 +261,7 @@ TEST(SimulatedStatusService, MayBeReleasedAnyTime)
 
 TEST(SimulatedStatusService, OperationsFollowTheServiceToAnotherMode)
 {
-    Stage stage("answer=ready&answerDelay=20");
+    StatusStage stage("answer=ready&answerDelay=20");
     const auto first = stage.service->newStatusOperation();
     const auto second = stage.service->newStatusOperation();
     stage.service->scheduleOperation(first);
