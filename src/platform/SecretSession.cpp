@@ -24,9 +24,8 @@ constexpr const char* kInterfaceText = "<node><interface name='org.freedesktop.S
 /// The one call that libsecret makes, so that GIO refuses answers of another kind.
 GDBusInterfaceInfo* interfaceInfo()
 {
-    static GDBusInterfaceInfo* const info =
-        g_dbus_node_info_lookup_interface(g_dbus_node_info_new_for_xml(kInterfaceText, nullptr), kInterface);
-    return info;
+    static GDBusNodeInfo* const node = g_dbus_node_info_new_for_xml(kInterfaceText, nullptr);
+    return g_dbus_node_info_lookup_interface(node, kInterface);
 }
 
 void leaveConstructorOut(gpointer itself, gpointer)
