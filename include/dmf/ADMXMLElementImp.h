@@ -107,6 +107,7 @@ private:
     using ElementCache = std::unordered_map<std::string_view, ADMXMLElementImp*>;
     [[nodiscard]] const ElementCache& elementCache() const;
     static void enter(ADMXMLElementImp& child, ElementCache& cache);
+    void keepInCache(ADMXMLElementImp& child) noexcept;
     void forgetCache() noexcept;
 
     dmf::Dictionary attributes_;
@@ -114,5 +115,5 @@ private:
     mutable std::unique_ptr<const std::string> identifier_;
     mutable std::atomic<ElementCache*> elementCache_{nullptr}; // owned; made on demand, then kept up to date
     std::uint32_t elementsCount_ = 0;
-    bool isChild_ = false; // was added to another element at some time
+    std::atomic<bool> isChild_{false}; // was added to another element at some time
 };

@@ -53,7 +53,7 @@ protected:
     /// Keeps `computed` as the user info unless there is one by now, and hands back what is kept.
     [[nodiscard]] dmf::Value keepValue(dmf::Value computed) const;
 
-    /// Moves those of the children that only this list keeps and that have children to `parents`; lets the others go.
+    /// Moves those of the children that others keep as well or that have children to `parents`; lets the others go.
     static void takeApart(Children& children, Children& parents);
 
     std::optional<std::string> name_;

@@ -14,7 +14,8 @@ class NodePool;
 }
 
 /// Builds the tree of a document from its parts as a reader hands them over: elements with their attributes, and a text
-/// node for each text. Its nodes are cheaper than those that are made one by one. Reentrant.
+/// node for each text. Its nodes are cheaper than those that are made one by one. Good for one document; text or an
+/// end with no element open throws std::logic_error. Reentrant.
 class DMF_EXPORT ADMXMLTreeBuilder final : public dmf::XmlReceiver {
 public:
     ADMXMLTreeBuilder();
@@ -30,6 +31,8 @@ public:
     [[nodiscard]] std::shared_ptr<ADMXMLElementImp> takeRoot() noexcept;
 
 private:
+    void wantOpen() const;
+
     const std::unique_ptr<dmf::internal::NodePool> pool_;
     std::vector<std::shared_ptr<ADMXMLElementImp>> open_;
     std::shared_ptr<ADMXMLElementImp> root_;

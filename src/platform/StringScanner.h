@@ -53,7 +53,8 @@ public:
 private:
     [[nodiscard]] std::size_t afterBlanks() const noexcept
     {
-        const bool startsPlain = location_ < text_.size() && text_[location_] > ' ';
+        const auto byte = static_cast<unsigned char>(location_ < text_.size() ? text_[location_] : ' ');
+        const bool startsPlain = byte > ' ' && byte < 0x80;
         return startsPlain ? location_ : afterSomeBlanks();
     }
     [[nodiscard]] DMF_EXPORT std::size_t afterSomeBlanks() const noexcept;

@@ -247,6 +247,17 @@ TEST(Logger, AMessageIsOneLineInOneWriteAndForeignThrowsPassOnWithoutTheLock)
     EXPECT_THAT(handle->text,
                 testing::EndsWith("] uri 'usb://a\\nE  [20260101T00:00:00.000] forged\\r\\x1b[2J\\x7f\ttab \\u0085 "
                                   "\xc3\xa9'\n"));
+
+    // Wherever it stands: texts are looked through several bytes at a time.
+    for (std::size_t length = 1; length <= 17; ++length)
+        for (std::size_t place = 0; place < length; ++place)
+            for (const char control : {'\x1f', '\x7f'}) {
+                std::string text(length, '~');
+                text[place] = control;
+                handle->text.clear();
+                logger->printWithLevel("info", text, {});
+                EXPECT_EQ(handle->text.find(control), std::string::npos) << length << ' ' << place;
+            }
 }
 
 TEST(Logger, AFullPipeThatIsReadLaterLosesNothing)

@@ -10,7 +10,7 @@ namespace {
 using dmf::Dictionary;
 using Element = std::shared_ptr<ADMXMLElementImp>;
 
-Element element(const char* attribute)
+Element elementNamed(const char* attribute)
 {
     auto result = std::make_shared<ADMXMLElementImp>("E");
     result->setAttributes({{"name", attribute}});
@@ -31,9 +31,9 @@ TEST(XmlElementLookUp, AnswersDoNotDependOnTheFirstQuestion)
         const auto root = std::make_shared<ADMXMLElementImp>("r");
         const auto ask = [&] { return !isAskedEarly || !root->isMatrix(); };
         EXPECT_TRUE(ask());
-        const auto first = element("a");
-        const auto second = element("a");
-        const auto changed = element("c");
+        const auto first = elementNamed("a");
+        const auto second = elementNamed("a");
+        const auto changed = elementNamed("c");
         for (const auto& child : {first, second, changed})
             root->addElement(child);
         (void)ask();
@@ -49,7 +49,7 @@ TEST(XmlElementLookUp, AnswersDoNotDependOnTheFirstQuestion)
         root->removeChildAtIndex(1);
         EXPECT_EQ(known(root, "a"), first);
         EXPECT_TRUE(root->isMatrix());
-        const auto third = element("a");
+        const auto third = elementNamed("a");
         root->addElement(third);
         EXPECT_EQ(known(root, "a"), third);
         root->removeChildAtIndex(0);

@@ -1,5 +1,8 @@
 #include <dmf/ADMXMLElementImp.h>
+#include <dmf/ADMXMLTreeBuilder.h>
 #include <dmf/DMXMLExtension.h>
+
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -139,10 +142,47 @@ TEST(XmlElement, CopiesAreDeepAndCompareEqualAndDeepTreesEndWithoutRecursion)
     EXPECT_FALSE(root->isACopyOf(*copy));
     EXPECT_FALSE(element("a", {{"k", "1"}})->isACopyOf(*element("a", {{"k", "2"}})));
 
-    auto deep = element("e");
-    for (int i = 0; i < 200'000; ++i)
-        deep = element("e", {}, {deep});
-    deep.reset(); // a stack that overflows would end the program
+    for (const bool isTwice : {false, true}) {
+        auto deep = element("e");
+        for (int i = 0; i < 200'000; ++i)
+            deep = isTwice ? element("e", {}, {deep, deep}) : element("e", {}, {deep});
+        deep.reset(); // a stack that overflows would end the program
+    }
+}
+
+TEST(XmlElement, WhatOthersHoldOfADyingTreeStaysWhole)
+{
+    /// Gets hold of another node when the one that it is kept in goes.
+    struct Heir {
+        std::weak_ptr<ADMXMLElementImp> coveted;
+        Element& inherited;
+        explicit Heir(Element& to) : inherited(to) {}
+        ~Heir() { inherited = coveted.lock(); }
+    };
+    Element inherited;
+    auto heir = std::make_shared<Heir>(inherited);
+    auto first = element("first", {}, {leaf("a", "1")});
+    auto second = element("second", {}, {leaf("b", "2")});
+    heir->coveted = first;
+    second->setUserInfo(Value::ofObject(std::move(heir)));
+    auto root = element("r", {}, {first, second});
+    EXPECT_TRUE(first->infoNamed("a"));
+    first.reset();
+    second.reset();
+    root.reset();
+    ASSERT_TRUE(inherited);
+    EXPECT_EQ(inherited->stringRepresentation(), "<first><a>1</a></first>");
+    EXPECT_TRUE(inherited->infoNamed("a"));
+
+    // Parsed nodes lie next to each other; each is good for itself, on any thread.
+    ADMXMLTreeBuilder builder;
+    ASSERT_TRUE(dmf::readXml("<r><a>1</a><b><c>2</c></b></r>", builder));
+    auto tree = builder.takeRoot();
+    std::shared_ptr<ADMInfo> kept = tree->infoNamed("b");
+    std::weak_ptr<ADMXMLElementImp> gone = tree;
+    std::thread([owned = std::move(tree)]() mutable { owned.reset(); }).join();
+    EXPECT_TRUE(gone.expired());
+    EXPECT_EQ(kept->infoNamed("c")->stringValue(), "2");
 }
 
 TEST(XmlExtension, SettingAValueLeavesOneChild)

@@ -4,8 +4,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace dmf {
@@ -103,6 +105,8 @@ private:
     [[nodiscard]] static Block* make(std::size_t capacity)
     {
         static_assert(alignof(T) <= alignof(Block) && sizeof(Block) % alignof(T) == 0);
+        if (capacity > (std::numeric_limits<std::size_t>::max() - sizeof(Block)) / sizeof(T))
+            throw std::length_error("more elements than memory can hold");
         auto* const block = ::new (::operator new(sizeof(Block) + capacity * sizeof(T))) Block;
         block->capacity = capacity;
         return block;

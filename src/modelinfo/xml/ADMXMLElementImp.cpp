@@ -9,6 +9,7 @@
 #include "platform/XmlText.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 using dmf::Dictionary;
@@ -84,17 +85,16 @@ void ADMXMLElementImp::addElement(std::shared_ptr<ADMXMLNode> node)
     auto own = ownKind(std::move(node));
     if (!own)
         return;
+    children_.push_back(own); // first, since it may fail
     if (auto* element = own->asElement()) {
         ++elementsCount_;
         // Only set where it is not: an element that another tree has as well may be read by other threads.
-        if (!element->isChild_)
-            element->isChild_ = true;
-        if (auto* cache = elementCache_.load(std::memory_order_relaxed))
-            enter(*element, *cache);
+        if (!element->isChild_.load(std::memory_order_relaxed))
+            element->isChild_.store(true, std::memory_order_relaxed);
+        keepInCache(*element);
     } else if (own->kind() == ADMXMLNodeKind::text) {
         content_ = own->content();
     }
-    children_.push_back(std::move(own));
 }
 
 void ADMXMLElementImp::addChild(std::shared_ptr<ADMXMLNode> child)
@@ -135,7 +135,7 @@ Dictionary ADMXMLElementImp::attributes() const
 void ADMXMLElementImp::setAttributes(Dictionary attributes)
 {
     // Its parents know it by what it was when it was added.
-    if (isChild_)
+    if (isChild_.load(std::memory_order_relaxed))
         (void)identifier();
     attributes_ = std::move(attributes);
 }
@@ -163,6 +163,18 @@ void ADMXMLElementImp::enter(ADMXMLElementImp& child, ElementCache& cache)
     // The key must lie in the element that the entry is for.
     cache.erase(entry);
     cache.emplace(child.identifier(), &child);
+}
+
+void ADMXMLElementImp::keepInCache(ADMXMLElementImp& child) noexcept
+{
+    auto* const cache = elementCache_.load(std::memory_order_relaxed);
+    if (!cache)
+        return;
+    try {
+        enter(child, *cache);
+    } catch (const std::bad_alloc&) {
+        forgetCache(); // whoever looks for an element next makes it anew
+    }
 }
 
 /// Made by the first who asks: most elements of a tree are never asked.

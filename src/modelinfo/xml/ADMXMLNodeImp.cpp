@@ -26,14 +26,16 @@ ADMXMLNodeImp::~ADMXMLNodeImp()
     while (!dying.empty()) {
         const auto node = std::move(dying.back());
         dying.pop_back();
-        takeApart(node->children_, dying);
+        // Only now: whoever has got hold of it meanwhile has it whole, and who shared it may have let go.
+        if (node.use_count() == 1)
+            takeApart(node->children_, dying);
     }
 }
 
 void ADMXMLNodeImp::takeApart(Children& children, Children& parents)
 {
     for (auto& child : children) {
-        if (child.use_count() == 1 && !child->children_.empty())
+        if (child.use_count() > 1 || !child->children_.empty())
             parents.push_back(std::move(child));
     }
     children.clear();

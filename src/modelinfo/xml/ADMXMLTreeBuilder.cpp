@@ -3,6 +3,7 @@
 #include "modelinfo/xml/NodePool.h"
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -29,6 +30,7 @@ void ADMXMLTreeBuilder::beginElement(std::string_view name, std::span<const Attr
 
 void ADMXMLTreeBuilder::text(std::string_view text)
 {
+    wantOpen();
     using Node = ADMXMLNodeImp;
     auto node = std::allocate_shared<Node>(NodeAllocator<Node>(*pool_), std::nullopt);
     node->setKind(ADMXMLNodeKind::text);
@@ -38,12 +40,19 @@ void ADMXMLTreeBuilder::text(std::string_view text)
 
 void ADMXMLTreeBuilder::endElement()
 {
+    wantOpen();
     auto finished = std::move(open_.back());
     open_.pop_back();
     if (open_.empty())
         root_ = std::move(finished);
     else
         open_.back()->addElement(std::move(finished));
+}
+
+void ADMXMLTreeBuilder::wantOpen() const
+{
+    if (open_.empty())
+        throw std::logic_error("no XML element has begun");
 }
 
 std::shared_ptr<ADMXMLElementImp> ADMXMLTreeBuilder::takeRoot() noexcept
