@@ -34,15 +34,15 @@ public:
     /// Whether the person agreed; nothing when the work was late.
     [[nodiscard]] std::optional<bool> wait(BoundedWork& work)
     {
-        GSource* const cancelled = g_cancellable_source_new(work.cancellable());
-        g_source_set_callback(cancelled,
-                              G_SOURCE_FUNC(+[](GCancellable*, gpointer) -> gboolean { return G_SOURCE_REMOVE; }),
-                              nullptr, nullptr);
-        g_source_attach(cancelled, context_);
+        // Not by a source of the cancellable: one that is let go while it is being cancelled may never be freed. What
+        // is woken before it sleeps does not sleep.
+        const gulong watch = g_cancellable_connect(work.cancellable(), G_CALLBACK(+[](GCancellable*, gpointer context) {
+                                                       g_main_context_wakeup(static_cast<GMainContext*>(context));
+                                                   }),
+                                                   context_, nullptr);
         while (!agreed_ && !work.isLate())
             g_main_context_iteration(context_, TRUE);
-        g_source_destroy(cancelled);
-        g_source_unref(cancelled);
+        g_cancellable_disconnect(work.cancellable(), watch);
         return agreed_;
     }
 
