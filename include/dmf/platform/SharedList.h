@@ -43,7 +43,7 @@ public:
     [[nodiscard]] const T* end() const noexcept { return block_ ? block_->elements() + block_->size : nullptr; }
     [[nodiscard]] bool sharesStorageWith(const SharedList& other) const noexcept { return block_ == other.block_; }
 
-    /// Makes room for `count` elements in all.
+    /// Makes room for `count` elements in all; throws std::length_error for more than memory can have.
     void reserve(std::size_t count)
     {
         if (count > 0 && !hasRoomFor(count))
