@@ -15,7 +15,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/Archive.h"
+#include "platform/documents/Archive.h"
 
 namespace dmf::fuzz {
 namespace {

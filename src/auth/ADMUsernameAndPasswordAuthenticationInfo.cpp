@@ -2,7 +2,7 @@
 
 #include <dmf/ADMServiceInfo.h>
 
-#include "platform/Keyring.h"
+#include "platform/secrets/Keyring.h"
 
 using namespace dmf::internal;
 

@@ -7,7 +7,7 @@
 #include <dmf/ADMDuplexDataChannelBase.h>
 #include <dmf/platform/Error.h>
 
-#include "foundation/HandOver.h"
+#include "foundation/threads/HandOver.h"
 
 using dmf::internal::HandOver;
 namespace ProviderStatus = dmf::ProviderStatus;

@@ -9,7 +9,7 @@
 #include <dmf/DMLog.h>
 #include <dmf/platform/Error.h>
 
-#include "ErrorRecord.h"
+#include "channels/ErrorRecord.h"
 
 using dmf::ChannelError;
 using dmf::internal::errorRecord;

@@ -5,7 +5,7 @@
 
 #include <dmf/ADMConnectionProvider.h>
 
-#include "ErrorRecord.h"
+#include "channels/ErrorRecord.h"
 
 using dmf::ChannelError;
 using dmf::internal::errorRecord;

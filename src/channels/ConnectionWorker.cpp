@@ -4,7 +4,7 @@
 
 #include <dmf/ADMDuplexDataChannelBase.h>
 
-#include "foundation/HandOver.h"
+#include "foundation/threads/HandOver.h"
 
 using dmf::internal::HandOver;
 namespace ProviderStatus = dmf::ProviderStatus;

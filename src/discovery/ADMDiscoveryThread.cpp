@@ -8,8 +8,8 @@
 #include <exception>
 #include <utility>
 
-#include "foundation/HandOver.h"
-#include "platform/RunLoopFeed.h"
+#include "foundation/threads/HandOver.h"
+#include "platform/runloop/RunLoopFeed.h"
 
 using dmf::RunLoop;
 using dmf::internal::HandOver;

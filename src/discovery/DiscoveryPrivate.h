@@ -14,8 +14,8 @@
 
 #include "discovery/DiscoveryRun.h"
 #include "discovery/FoundServices.h"
-#include "platform/RunLoopFeed.h"
-#include "service/ResolveParameters.h"
+#include "platform/runloop/RunLoopFeed.h"
+#include "service/resolution/ResolveParameters.h"
 
 /// The state of a discovery, and the ways from its back ends to its client. Locks are taken in the order lock,
 /// reportLock. None is held while a delegate, a filter or a back end is called, or while anybody is waited for.

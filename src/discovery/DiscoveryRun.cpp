@@ -12,8 +12,8 @@
 #include <exception>
 #include <utility>
 
-#include "platform/Host.h"
-#include "platform/Thread.h"
+#include "platform/host/Host.h"
+#include "platform/host/Thread.h"
 
 namespace dmf::internal {
 

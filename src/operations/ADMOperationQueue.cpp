@@ -10,8 +10,8 @@
 #include <mutex>
 #include <utility>
 
-#include "CallbackPort.h"
-#include "platform/Thread.h"
+#include "operations/CallbackPort.h"
+#include "platform/host/Thread.h"
 
 using dmf::internal::CallbackPort;
 using dmf::internal::ThreadForm;

@@ -3,7 +3,7 @@
 #include <dmf/platform/Error.h>
 #include <dmf/platform/Format.h>
 
-#include "modelinfo/TypeName.h"
+#include "modelinfo/tree/TypeName.h"
 
 ADMSchedulableOperation::ADMSchedulableOperation(Initializer&& initializer)
     : serviceInfo_(std::move(initializer.serviceInfo_))

@@ -1,4 +1,4 @@
-#include "CallbackPort.h"
+#include "operations/CallbackPort.h"
 
 #include <dmf/ADMCallback.h>
 

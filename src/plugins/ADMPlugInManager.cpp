@@ -14,7 +14,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/Host.h"
+#include "platform/host/Host.h"
 #include "plugins/PlugInReports.h"
 #include "plugins/PlugInRules.h"
 

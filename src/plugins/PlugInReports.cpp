@@ -1,8 +1,8 @@
-#include "PlugInReports.h"
+#include "plugins/PlugInReports.h"
 
 #include <dmf/DMKeys.h>
 
-#include "platform/Host.h"
+#include "platform/host/Host.h"
 #include "plugins/PlugInRules.h"
 
 namespace dmf::internal {

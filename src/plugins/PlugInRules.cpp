@@ -1,4 +1,4 @@
-#include "PlugInRules.h"
+#include "plugins/PlugInRules.h"
 
 #include <dmf/ADMIOProvider.h>
 #include <dmf/ADMInterface.h>

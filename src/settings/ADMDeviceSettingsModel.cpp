@@ -6,7 +6,7 @@
 
 #include <dmf/DMKeys.h>
 
-#include "SettingsError.h"
+#include "settings/SettingsError.h"
 
 namespace {
 

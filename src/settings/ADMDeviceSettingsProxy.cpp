@@ -6,7 +6,7 @@
 #include <dmf/platform/Format.h>
 #include <dmf/platform/Unicode.h>
 
-#include "SettingsError.h"
+#include "settings/SettingsError.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <dmf/platform/Format.h>
 
-#include "platform/StringScanner.h"
+#include "platform/text/StringScanner.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "auth/PlainKeyring.h"
 #include "auth/Service.h"
 #include "auth/SilentBus.h"
-#include "platform/Keyring.h"
+#include "platform/secrets/Keyring.h"
 #include "support/HostFixture.h"
 #include "support/KeyringFixture.h"
 

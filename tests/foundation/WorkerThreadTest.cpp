@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/HandOver.h"
+#include "foundation/threads/HandOver.h"
 #include "support/HostFixture.h"
 #include "support/LoopThread.h"
 #include "support/TurnUntil.h"

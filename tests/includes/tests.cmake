@@ -8,7 +8,7 @@ foreach(header ${installed_headers})
     file(CONFIGURE OUTPUT "${file}" CONTENT "#include <@header@>\n#include <@header@>\n" @ONLY)
     list(APPEND alone "${file}")
 endforeach()
-if(NOT DMF_SANITIZE) # it would only tell the same again
+if(DMF_TEST_HEADERS AND NOT DMF_SANITIZE) # sanitizers would only tell the same again
     add_library(headers-alone OBJECT ${alone})
     target_link_libraries(headers-alone PRIVATE dmf::dmf dmf_options)
 endif()
@@ -37,3 +37,6 @@ set_tests_properties(include-direction-finds-faults PROPERTIES PASS_REGULAR_EXPR
 
 # The page that lists what is exported says what the headers say.
 add_test(NAME reference-is-current COMMAND "${Python3_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/list-api" --check)
+
+# The picture of the rooms is that of the sources.
+add_test(NAME picture-is-current COMMAND "${Python3_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/draw-rooms" --check)

@@ -1,4 +1,4 @@
-#include "platform/Archive.h"
+#include "platform/documents/Archive.h"
 
 #include <algorithm>
 #include <cmath>

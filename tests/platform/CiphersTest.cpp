@@ -1,4 +1,4 @@
-#include "platform/Ciphers.h"
+#include "platform/secrets/Ciphers.h"
 
 #include <gtest/gtest.h>
 

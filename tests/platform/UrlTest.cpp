@@ -2,8 +2,8 @@
 
 #include <dmf/platform/Unicode.h>
 
-#include "platform/StringScanner.h"
-#include "platform/UrlParts.h"
+#include "platform/text/StringScanner.h"
+#include "platform/text/UrlParts.h"
 
 #include <gtest/gtest.h>
 

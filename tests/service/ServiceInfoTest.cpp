@@ -10,7 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "FakeTransport.h"
-#include "platform/Archive.h"
+#include "platform/documents/Archive.h"
 #include "support/HostFixture.h"
 #include "support/LogCapture.h"
 

@@ -10,7 +10,7 @@
 
 #include <unistd.h>
 
-#include "platform/Host.h"
+#include "platform/host/Host.h"
 
 /// A machine of the test's own: an empty root folder that is removed at the end, a clock that the test moves, an empty
 /// environment and a system log that is kept. Put it first in a test, so that it goes last.

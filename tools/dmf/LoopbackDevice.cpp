@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kBlock = 64 * 1024;
+constexpr std::size_t kReadBlock = 64 * 1024;
 constexpr std::size_t kMostClients = 64;
 // A device that is slow, or reads nothing, has to be felt by the client, not hidden by the system's buffers.
 constexpr int kSmallBuffer = 4096;
@@ -101,7 +101,7 @@ struct LoopbackDevice::State {
     // How many bytes may be read from the client now.
     std::size_t allowance(const Client& client) const
     {
-        std::uint64_t most = kBlock;
+        std::uint64_t most = kReadBlock;
         if (behaviour.bytesPerSecond) {
             const std::chrono::duration<double> elapsed = Clock::now() - client.start;
             const auto due =
@@ -154,7 +154,7 @@ struct LoopbackDevice::State {
 
     void read(Client& client)
     {
-        static std::array<char, kBlock> buffer;
+        static std::array<char, kReadBlock> buffer;
         const ssize_t got = ::recv(client.socket.get(), buffer.data(), allowance(client), 0);
         if (got < 0) {
             if (errno != EAGAIN && errno != EINTR)

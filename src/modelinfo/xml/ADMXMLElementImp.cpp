@@ -4,9 +4,9 @@
 #include <dmf/platform/Format.h>
 #include <dmf/platform/Unicode.h>
 
-#include "modelinfo/LazyFill.h"
-#include "modelinfo/TypeName.h"
-#include "platform/XmlText.h"
+#include "modelinfo/tree/LazyFill.h"
+#include "modelinfo/tree/TypeName.h"
+#include "platform/documents/XmlText.h"
 
 #include <algorithm>
 #include <new>

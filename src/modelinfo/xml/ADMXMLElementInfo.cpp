@@ -4,7 +4,7 @@
 
 #include <dmf/DMStringExtension.h>
 
-#include "modelinfo/NumberText.h"
+#include "modelinfo/tree/NumberText.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #include <dmf/ADMXMLNodeImp.h>
 
-#include "modelinfo/LazyFill.h"
+#include "modelinfo/tree/LazyFill.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -4,7 +4,7 @@
 
 #include <dmf/platform/Xml.h>
 
-#include "platform/XmlText.h"
+#include "platform/documents/XmlText.h"
 
 #include <unordered_map>
 #include <utility>

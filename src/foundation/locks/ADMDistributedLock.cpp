@@ -1,0 +1,110 @@
+#include <dmf/ADMDistributedLock.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <thread>
+
+#include <dmf/DMLog.h>
+#include <dmf/platform/Format.h>
+
+#include "platform/files/Files.h"
+#include "platform/files/LockFile.h"
+#include "platform/host/Host.h"
+
+using dmf::internal::Host;
+using dmf::internal::LockFileIdentity;
+
+/// The lock file and, while this object holds it, which file that is.
+struct ADMDistributedLock::Platform {
+    std::string path;
+    std::optional<LockFileIdentity> held;
+
+    bool tryLock()
+    {
+        const auto made = dmf::internal::makeLockFile(path);
+        if (!made)
+            return false;
+        ::close(made->descriptor);
+        held = made->identity;
+        return true;
+    }
+};
+
+namespace {
+
+void sleepFor(double seconds)
+{
+    // Short enough that a wait whose clock is set on, or whose pause is set too long, still ends.
+    constexpr double longest = 3600.0;
+    if (seconds > 0)
+        std::this_thread::sleep_for(std::chrono::duration<double>(std::min(seconds, longest)));
+}
+
+} // namespace
+
+std::shared_ptr<ADMDistributedLock> ADMDistributedLock::initWithName(std::optional<std::string_view> name)
+{
+    if (!name)
+        return nullptr;
+    const auto path = Host::current().path(dmf::formatted("/tmp/%@.dmf", *name));
+    // A name is one file in the folder of the locks, never a way out of it.
+    if (name->find('/') != std::string_view::npos || name->find('\0') != std::string_view::npos ||
+        !dmf::internal::isFolder(dmf::internal::folderOf(path))) {
+        DMFLog("errors", "[ADMDistributedLock initWithName]: cannot create file for distributed lock with path %@",
+               path);
+        return nullptr;
+    }
+    auto platform = std::make_unique<Platform>();
+    platform->path = path;
+    return std::make_shared<ADMDistributedLock>(Passkey(), std::move(platform));
+}
+
+ADMDistributedLock::ADMDistributedLock(Passkey, std::unique_ptr<Platform> platform) : platform_(std::move(platform)) {}
+
+ADMDistributedLock::~ADMDistributedLock() = default;
+
+bool ADMDistributedLock::lock()
+try {
+    const Host& host = Host::current();
+    const double start = host.steadyNow();
+    do {
+        const auto holder = dmf::internal::lockFileAt(platform_->path);
+        if (holder && holder->date().secondsSince1970() != 0 &&
+            dmf::Date::now().timeIntervalSince(holder->date()) > timeout_) {
+            DMFLog("debug", "-[ADMDistributedLock lock]: distributed lock is broken");
+            // Several waiters may see the same stale lock; the file is removed once, and never a successor of it. One
+            // that cannot be removed, another user's for example, may yet be given back while this object waits.
+            dmf::internal::removeLockFile(platform_->path, *holder);
+        }
+        if (platform_->tryLock()) {
+            lockDate_ = platform_->held->date();
+            return true;
+        }
+        sleepFor(pollingTimeInterval_);
+    } while (host.steadyNow() - start < 2 * timeout_);
+    DMFLog("debug", "-[ADMDistributedLock lock]: timeout. Lock hasn't been acquired");
+    return false;
+} catch (const std::exception&) {
+    DMFLog("errors", "-[ADMDistributedLock lock] : exception caught during operating on lock");
+    return false;
+}
+
+bool ADMDistributedLock::unlock()
+try {
+    if (!lockDate_)
+        return true;
+    if (!dmf::internal::giveBackLockFile(platform_->path, *platform_->held)) {
+        DMFLog("errors", "-[ADMDistributedLock unlock] : the lock has already been broken by somebody else. Using of a "
+                         "shared resource could be unsafe");
+        return true;
+    }
+    lockDate_.reset();
+    return true;
+} catch (const std::exception&) {
+    DMFLog("errors", "-[ADMDistributedLock unlock]: exception caughtduring unlocking");
+    return false;
+}

@@ -1,0 +1,88 @@
+#include "platform/host/Host.h"
+
+#include <syslog.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace dmf::internal {
+namespace {
+
+std::atomic<Host*> gInstalled{nullptr};
+std::atomic<std::uint64_t> gGeneration{1};
+
+Host& machine()
+{
+    static Host* const real = new Host; // never destroyed: library threads may outlive static objects
+    return *real;
+}
+
+double seconds(clockid_t clock, std::int64_t offset) noexcept
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9 +
+           static_cast<double>(offset) * 1e-6;
+}
+
+} // namespace
+
+Host::Host()
+    : processName(program_invocation_short_name), systemLog([](int priority, std::string_view line) {
+          ::syslog(LOG_USER | priority, "%.*s", static_cast<int>(line.size()), line.data());
+      })
+{
+}
+
+double Host::now() const noexcept
+{
+    return seconds(CLOCK_REALTIME, clockOffset.load(std::memory_order_relaxed));
+}
+
+std::int64_t Host::roughNow() const noexcept
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &time);
+    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000 + clockOffset.load(std::memory_order_relaxed);
+}
+
+double Host::steadyNow() const noexcept
+{
+    return seconds(CLOCK_MONOTONIC, clockOffset.load(std::memory_order_relaxed));
+}
+
+std::string Host::path(std::string_view absolute) const
+{
+    return rootFolder + std::string(absolute);
+}
+
+std::optional<std::string> Host::environment(const std::string& name) const
+{
+    if (environmentOverride) {
+        const auto entry = environmentOverride->find(name);
+        return entry == environmentOverride->end() ? std::nullopt : std::optional(entry->second);
+    }
+    const char* value = std::getenv(name.c_str());
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+Host& Host::current() noexcept
+{
+    Host* installed = gInstalled.load(std::memory_order_acquire);
+    return installed ? *installed : machine();
+}
+
+Host* Host::install(Host* host) noexcept
+{
+    Host* const before = gInstalled.exchange(host, std::memory_order_acq_rel);
+    gGeneration.fetch_add(1, std::memory_order_acq_rel);
+    return before;
+}
+
+std::uint64_t Host::generation() noexcept
+{
+    return gGeneration.load(std::memory_order_acquire);
+}
+
+} // namespace dmf::internal

@@ -1,0 +1,243 @@
+#include "platform/runloop/RunLoopPrivate.h"
+
+#include <dmf/platform/Format.h>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "platform/host/Host.h"
+#include "platform/host/Thread.h"
+
+namespace dmf {
+
+using internal::Host;
+using internal::RunFrame;
+using internal::RunLoopMode;
+
+namespace {
+
+/// Set once the thread's run loop was let go: what the thread's last destructors ask for is not kept.
+constinit thread_local bool gThreadIsEnding = false;
+
+bool isMainThread() noexcept
+{
+    thread_local const bool isMain = ::syscall(SYS_gettid) == ::getpid();
+    return isMain;
+}
+
+/// Keeps a thread's run loop until the thread ends.
+struct ThreadSlot {
+    std::shared_ptr<RunLoop> loop;
+    void (*end)(RunLoop&) = nullptr;
+    ~ThreadSlot()
+    {
+        gThreadIsEnding = true;
+        if (loop)
+            end(*loop);
+    }
+};
+
+} // namespace
+
+/// Notes a run in the loop and in the mode for as long as it lasts.
+class RunLoop::Private::Run {
+public:
+    Run(Private& loop, std::string_view name, RunLoopMode& mode, RunFrame& frame)
+        : loop_(loop), mode_(mode), outer_(mode.setFrame(&frame))
+    {
+        std::lock_guard guard(loop_.lock);
+        loop_.running.emplace_back(name);
+    }
+    ~Run()
+    {
+        mode_.setFrame(outer_);
+        std::lock_guard guard(loop_.lock);
+        loop_.running.pop_back();
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+private:
+    Private& loop_;
+    RunLoopMode& mode_;
+    RunFrame* const outer_;
+};
+
+RunLoop::Private::Private(GMainContext* context, bool pushed) : pushedContext(pushed ? context : nullptr)
+{
+    if (pushed)
+        g_main_context_push_thread_default(context);
+    modes.emplace(kDefaultRunLoopMode, RunLoopMode::create(context));
+}
+
+std::shared_ptr<RunLoopMode> RunLoop::Private::existingMode(std::string_view name)
+{
+    std::lock_guard guard(lock);
+    const auto entry = modes.find(name);
+    return entry == modes.end() ? nullptr : entry->second;
+}
+
+std::shared_ptr<RunLoopMode> RunLoop::Private::mode(std::string_view name)
+{
+    std::lock_guard guard(lock);
+    if (hasEnded)
+        return nullptr;
+    auto entry = modes.find(name);
+    if (entry == modes.end())
+        entry = modes.emplace(name, RunLoopMode::create(g_main_context_new())).first;
+    return entry->second;
+}
+
+void RunLoop::Private::wakeAll()
+{
+    std::lock_guard guard(lock);
+    for (const auto& entry : modes)
+        entry.second->wake();
+}
+
+void RunLoop::Private::end()
+{
+    decltype(modes) ended;
+    {
+        std::lock_guard guard(lock);
+        hasEnded = true;
+        ended.swap(modes);
+    }
+    if (pushedContext)
+        g_main_context_pop_thread_default(std::exchange(pushedContext, nullptr));
+    for (const auto& entry : ended)
+        entry.second->end();
+}
+
+/// The default mode is the thread's default context as it is now, so that a host's own loop turns it. Where nobody has
+/// made one, the loop has its own (never the process's, which the main thread turns); the library's own threads make
+/// it their thread's default, so that platform services used there report to it.
+RunLoop::RunLoop()
+    : private_([] {
+          if (GMainContext* const context = g_main_context_get_thread_default())
+              return std::make_shared<Private>(g_main_context_ref(context), false);
+          if (isMainThread())
+              return std::make_shared<Private>(g_main_context_ref(g_main_context_default()), false);
+          return std::make_shared<Private>(g_main_context_new(), internal::isLibraryThread() && !gThreadIsEnding);
+      }())
+{
+}
+
+RunLoop::~RunLoop()
+{
+    private_->end();
+}
+
+std::shared_ptr<RunLoop> RunLoop::current()
+{
+    struct Made : RunLoop {};
+    if (isMainThread()) {
+        // The main thread ends with the process, after others may still have asked for its loop.
+        static auto* const mainLoop = new std::shared_ptr<RunLoop>(std::make_shared<Made>());
+        return *mainLoop;
+    }
+    if (gThreadIsEnding)
+        return std::make_shared<Made>();
+    thread_local ThreadSlot slot;
+    if (!slot.loop) {
+        slot.loop = std::make_shared<Made>();
+        slot.end = [](RunLoop& loop) { loop.private_->end(); };
+    }
+    return slot.loop;
+}
+
+RunLoop::Result RunLoop::runMode(std::string_view mode, Date limit, bool returnAfterSourceHandled)
+{
+    if (!isCurrent())
+        throw std::logic_error("RunLoop: runMode was called on a thread other than the run loop's own");
+    const auto turned = private_->existingMode(mode);
+    if (!turned)
+        return private_->stopRequested.exchange(false) ? Result::stopped : Result::finished;
+
+    const double wait = limit.timeIntervalSince(Date(Host::current().now()));
+    RunFrame frame{private_->stopRequested, Host::current().steadyNow() + wait, returnAfterSourceHandled,
+                   g_main_depth()};
+    const Private::Run run(*private_, mode, *turned, frame);
+
+    for (bool isFirstTurn = true;; isFirstTurn = false) {
+        turned->beginLooking();
+        if (private_->stopRequested.exchange(false))
+            return Result::stopped;
+        if (frame.mustEnd())
+            return Result::handledSource;
+        const bool isEmpty = turned->isEmpty();
+        const bool isPastLimit = Host::current().steadyNow() >= frame.deadline;
+        if (!isFirstTurn && isEmpty)
+            return Result::finished;
+        if (!isFirstTurn && isPastLimit)
+            return Result::timedOut;
+        turned->iterate(frame, !isEmpty && !isPastLimit);
+    }
+}
+
+void RunLoop::stop()
+{
+    private_->stopRequested = true;
+    wakeUp();
+}
+
+void RunLoop::wakeUp()
+{
+    private_->wakeAll();
+}
+
+bool RunLoop::hasEnded() const
+{
+    std::lock_guard guard(private_->lock);
+    return private_->hasEnded;
+}
+
+bool RunLoop::isCurrent() const noexcept
+{
+    return private_->thread == std::this_thread::get_id();
+}
+
+std::optional<std::string> RunLoop::currentMode() const
+{
+    std::lock_guard guard(private_->lock);
+    return private_->running.empty() ? std::nullopt : std::optional(private_->running.back());
+}
+
+void RunLoop::addSource(const std::shared_ptr<RunLoopSource>& source, std::string_view mode)
+{
+    if (const auto entered = source ? private_->mode(mode) : nullptr)
+        entered->add(RunLoopMode::SourceItem(source, source->private_.get()));
+}
+
+void RunLoop::removeSource(const std::shared_ptr<RunLoopSource>& source, std::string_view mode)
+{
+    if (const auto left = source ? private_->existingMode(mode) : nullptr)
+        left->remove(RunLoopMode::SourceItem(source, source->private_.get()));
+}
+
+void RunLoop::addTimer(const std::shared_ptr<RunLoopTimer>& timer, std::string_view mode)
+{
+    if (const auto entered = timer ? private_->mode(mode) : nullptr)
+        entered->add(RunLoopMode::TimerItem(timer, timer->private_.get()));
+}
+
+void RunLoop::removeTimer(const std::shared_ptr<RunLoopTimer>& timer, std::string_view mode)
+{
+    if (const auto left = timer ? private_->existingMode(mode) : nullptr)
+        left->remove(RunLoopMode::TimerItem(timer, timer->private_.get()));
+}
+
+std::string RunLoop::description() const
+{
+    const std::string mode = currentMode().value_or("none");
+    std::string text = formatted("<RunLoop %p: running %@", static_cast<const void*>(this), mode);
+    std::lock_guard guard(private_->lock);
+    for (const auto& [name, entry] : private_->modes)
+        text += formatted("; %@: %@", name, entry->description());
+    return text + ">";
+}
+
+} // namespace dmf
