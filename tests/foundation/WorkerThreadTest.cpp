@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "foundation/threads/HandOver.h"
+#include "support/FailingAllocations.h"
 #include "support/HostFixture.h"
 #include "support/LoopThread.h"
 #include "support/TurnUntil.h"
@@ -165,7 +166,6 @@ TEST(WorkerThread, StartOfTheDetachedFormWaitsUntilTheWorkerLetsItGo)
             releaseStarter(); // once is enough
             while (!mayEnd)
                 std::this_thread::yield();
-            finish(3);
             return 3;
         }
     };
@@ -177,6 +177,84 @@ TEST(WorkerThread, StartOfTheDetachedFormWaitsUntilTheWorkerLetsItGo)
         EXPECT_TRUE(it->isReady);
         it->mayEnd = true;
         EXPECT_EQ(it->stop(), 3u);
+    }
+}
+
+TEST_P(WorkerForms, AReleaseAfterStopDestroysTheWorkerThere)
+{
+    struct Watched : Worker {
+        using Worker::Worker;
+        std::promise<std::thread::id>* destroyedOn = nullptr;
+        ~Watched() override { destroyedOn->set_value(std::this_thread::get_id()); }
+    };
+    for (int round = 0; round < 200; ++round) {
+        std::promise<std::thread::id> destroyedOn;
+        auto it = std::make_shared<Watched>([](Worker&) { return std::uintptr_t{1}; }, GetParam());
+        it->destroyedOn = &destroyedOn;
+        ASSERT_EQ(it->start(), 0);
+        while (!GetParam() && it->isRunning()) // its end is waited for by nobody
+            std::this_thread::yield();
+        it->stop();
+        it.reset();
+        ASSERT_EQ(destroyedOn.get_future().get(), std::this_thread::get_id()) << round;
+    }
+}
+
+TEST_P(WorkerForms, AThrowWhileAskingLeavesNobodyBehind)
+{
+    struct Throwing : Worker {
+        using Worker::Worker;
+        bool throws = true;
+        void signalForStop() override
+        {
+            if (std::exchange(throws, false))
+                throw std::runtime_error("no");
+            Worker::signalForStop();
+        }
+    };
+    const auto it = std::make_shared<Throwing>(untilStopped, GetParam());
+    ASSERT_EQ(it->start(), 0);
+    EXPECT_THROW(it->stop(), std::runtime_error);
+    EXPECT_EQ(it->stop(), 7u);
+    ASSERT_EQ(it->start(), 0);
+    EXPECT_EQ(it->stop(), 7u);
+}
+
+TEST_P(WorkerForms, AStartWithoutMemoryLeavesTheWorkerIdle)
+{
+    const auto it = worker(untilStopped);
+    for (int allowed = 0; allowed < 8; ++allowed) {
+        std::int32_t status = 0;
+        {
+            const FailingAllocations failing(allowed);
+            status = it->start();
+        }
+        if (status == 0) {
+            EXPECT_GT(allowed, 0);
+            EXPECT_EQ(it->stop(), 7u);
+            return;
+        }
+        EXPECT_EQ(status, ENOMEM);
+        EXPECT_FALSE(it->isRunning());
+        EXPECT_EQ(it->stop(), 0u);
+    }
+    FAIL() << "never started";
+}
+
+TEST_P(WorkerForms, SeveralMayWaitForOneEnd)
+{
+    const auto it = worker(untilStopped);
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_EQ(it->start(), 0);
+        auto other = std::async(std::launch::async, [&] {
+            const auto result = it->stop();
+            EXPECT_FALSE(it->isRunning());
+            return result;
+        });
+        const auto result = it->stop();
+        EXPECT_FALSE(it->isRunning());
+        // Who comes after the end of a joinable one gets nothing.
+        EXPECT_EQ(std::max(result, other.get()), 7u);
     }
 }
 
