@@ -8,8 +8,14 @@
 #include <dmf/platform/Date.h>
 #include <dmf/platform/Export.h>
 
+namespace dmf::internal {
+class LockFile;
+}
+
 /// A named lock between processes whose holder is presumed dead after a time: the lock is then broken and goes to
-/// whoever comes next. The lock is the file "/tmp/NAME.dmf". Reentrant.
+/// whoever comes next. The lock is the file "/tmp/NAME.dmf". Its age is told by a clock that only goes forward, so
+/// nobody loses it because the machine's clock is set; by its date where it was made before the machine was started
+/// last, or by another program, or somebody changed its date. Reentrant.
 class DMF_EXPORT ADMDistributedLock {
     struct Passkey {
         explicit Passkey() = default;
@@ -24,8 +30,7 @@ public:
         return initWithName(name);
     }
 
-    struct Platform;
-    ADMDistributedLock(Passkey, std::unique_ptr<Platform> platform);
+    ADMDistributedLock(Passkey, std::string path);
     /// Does not unlock: a lock outlives the object, as it would outlive the process.
     ~ADMDistributedLock();
     ADMDistributedLock(const ADMDistributedLock&) = delete;
@@ -41,6 +46,9 @@ public:
     /// waiter another to win the race for the freed lock. What may not be removed, another user's lock in a folder
     /// where that is forbidden for example, is waited for like a holder.
     [[nodiscard]] bool lock();
+    /// Makes the lock that this object holds as young as one that is taken now, so that work may take longer than the
+    /// time-out. False when it does not hold it or somebody broke it meanwhile. Never waits.
+    [[nodiscard]] bool renew();
     /// Gives the lock back. True, also when this object does not hold it; false when the lock file could not be dealt
     /// with: it stays then and grows old, and another `unlock` tries again. When the lock was broken meanwhile, it is
     /// left to its new holder and an error is logged: what was done under it may have been disturbed. Blocks for up to
@@ -48,7 +56,8 @@ public:
     bool unlock();
 
 private:
-    const std::unique_ptr<Platform> platform_;
+    const std::string path_;
+    std::unique_ptr<dmf::internal::LockFile> taken_; // what this object took last and has not given back
     std::optional<dmf::Date> lockDate_; // when this object took the lock; nothing while it does not hold it
     double timeout_ = 30.0;
     double pollingTimeInterval_ = 0.05;

@@ -142,6 +142,139 @@ TEST_F(FileLock, PathsThatCannotHoldALockAreRefusedAndLinksAreNotFollowed)
     EXPECT_FALSE(std::filesystem::exists(target));
 }
 
+TEST_F(FileLock, IsGivenBackWhereItWasTakenWhateverFolderTheProgramHasGoneTo)
+{
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(host.path("/tmp"));
+    const auto lock = ADMFileLock::initWithPath("device.lock");
+    EXPECT_TRUE(lock->tryLock());
+    std::filesystem::create_directory(host.path("/tmp/other"));
+    std::filesystem::current_path(host.path("/tmp/other"));
+    host.writeFile("/tmp/other/device.lock", "somebody else's");
+    lock->unlock();
+    EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.lock")));
+    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/other/device.lock")));
+    std::filesystem::current_path(before);
+}
+
+TEST_F(FileLock, BreakingRemovesAForeignFileButNeverTheOneThatCameAfterIt)
+{
+    const auto path = host.path("/tmp/device.lock");
+    const auto lock = ADMFileLock::initWithPath(path.string());
+    host.writeFile("/tmp/device.lock", "made by another program");
+    lock->breakLock();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    std::filesystem::create_symlink("/missing", path);
+    lock->breakLock();
+    EXPECT_FALSE(std::filesystem::is_symlink(path));
+
+    // Between the look at the file and the right to remove it another process does so, and somebody takes the lock.
+    host.writeFile("/tmp/device.lock", "stale");
+    static const HostFixture* machine;
+    machine = &host;
+    host.host().lockFile = [](int descriptor, int operation) {
+        if (machine->readFile("/tmp/device.lock") == "stale") {
+            std::filesystem::remove(machine->path("/tmp/device.lock"));
+            machine->writeFile("/tmp/device.lock", "a successor's");
+        }
+        return ::flock(descriptor, operation);
+    };
+    lock->breakLock();
+    EXPECT_EQ(host.readFile("/tmp/device.lock"), "a successor's");
+}
+
+TEST_F(LocksTest, FileSystemsWithoutAdvisoryLocksHoldAndGiveBackAllTheSame)
+{
+    int (*const fileSystems[])(int, int) = {
+        [](int descriptor, int operation) { // a network file system wants to write for an exclusive lock
+            const bool writes = (::fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
+            return writes ? ::flock(descriptor, operation) : (errno = EBADF, -1);
+        },
+        [](int, int) { return errno = EBADF, -1; },
+        [](int, int) { return errno = ENOLCK, -1; },
+        [](int, int) { return errno = EOPNOTSUPP, -1; },
+    };
+    for (const auto& fileSystem : fileSystems) {
+        host.host().lockFile = fileSystem;
+        const auto path = host.path("/tmp/device.lock");
+        const auto lock = ADMFileLock::initWithPath(path.string());
+        EXPECT_TRUE(lock->tryLock());
+        lock->unlock();
+        EXPECT_FALSE(std::filesystem::exists(path));
+        host.writeFile("/tmp/device.lock", "");
+        lock->breakLock();
+        EXPECT_FALSE(std::filesystem::exists(path));
+
+        host.writeFile("/tmp/device.dmf", "");
+        age(host.path("/tmp/device.dmf"), 3600);
+        const auto named = ADMDistributedLock::initWithName("device");
+        named->setLockTimeout(1);
+        EXPECT_TRUE(named->lock());
+        EXPECT_TRUE(named->unlock());
+        EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+    }
+    EXPECT_EQ(log().find("E  "), std::string::npos) << log();
+}
+
+TEST_F(DistributedLock, ALiveLockOutlastsAClockThatIsSetAndADeadOneDoesNot)
+{
+    const auto holder = ADMDistributedLock::initWithName("device");
+    ASSERT_TRUE(holder->lock());
+    host.host().dayClockOffset = std::chrono::microseconds(1h).count();
+    {
+        const Process waiter(takeAndStay);
+        EXPECT_EQ(waiter.nextReport(300ms), 0);
+    }
+    EXPECT_TRUE(holder->unlock());
+    EXPECT_FALSE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+    EXPECT_EQ(log().find("already been broken"), std::string::npos);
+
+    ASSERT_TRUE(holder->lock());
+    host.host().dayClockOffset = -std::chrono::microseconds(1h).count();
+    host.advance(31s);
+    const Process next(takeAndStay);
+    EXPECT_EQ(next.nextReport(30s), 'L');
+}
+
+TEST_F(DistributedLock, AFileOfAnEarlierBootGrowsOldByItsDate)
+{
+    const auto path = host.path("/tmp/device.dmf");
+    ASSERT_TRUE(ADMDistributedLock::initWithName("device")->lock());
+    struct stat made {};
+    ASSERT_EQ(::stat(path.c_str(), &made), 0);
+    std::string content = host.readFile("/tmp/device.dmf");
+    ASSERT_GT(content.size(), 8U);
+    content[0] = content[0] == 'a' ? 'b' : 'a'; // of the boot's identity
+    host.writeFile("/tmp/device.dmf", content);
+    const timespec dates[] = {made.st_atim, made.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), dates, 0), 0);
+
+    host.host().dayClockOffset = std::chrono::microseconds(1h).count();
+    Process next(takeAndStay);
+    EXPECT_EQ(next.nextReport(20s), 'L'); // long before its time by the forward clock
+}
+
+TEST_F(DistributedLock, IsKeptYoungByItsHolderWhoLearnsOfItsLoss)
+{
+    const auto holder = ADMDistributedLock::initWithName("device");
+    EXPECT_FALSE(holder->renew());
+    ASSERT_TRUE(holder->lock());
+    for (int i = 0; i < 3; ++i) {
+        host.advance(20s);
+        EXPECT_TRUE(holder->renew());
+    }
+    {
+        const Process waiter(takeAndStay);
+        EXPECT_EQ(waiter.nextReport(100ms), 0);
+    }
+    host.advance(31s);
+    Process next(takeAndStay);
+    ASSERT_EQ(next.nextReport(30s), 'L');
+    EXPECT_FALSE(holder->renew());
+    EXPECT_TRUE(holder->unlock());
+    EXPECT_TRUE(std::filesystem::exists(host.path("/tmp/device.dmf")));
+}
+
 TEST_F(DistributedLock, AKilledHoldersLockIsBrokenOnceItsTimeIsOver)
 {
     Process holder(takeAndStay);
@@ -258,6 +391,7 @@ TEST_F(DistributedLock, WhatCannotBeRemovedIsWaitedForToTheEndAndAFolderThatCann
     EXPECT_FALSE(lock->lock());
     EXPECT_NE(log().find("-[ADMDistributedLock lock]: timeout. Lock hasn't been acquired"), std::string::npos);
     EXPECT_EQ(log().find("exception caught"), std::string::npos);
+    EXPECT_EQ(log().find("distributed lock is broken"), log().rfind("distributed lock is broken")) << "told once";
     std::filesystem::remove_all(host.path("/tmp"));
     EXPECT_FALSE(lock->lock());
     EXPECT_NE(log().find("-[ADMDistributedLock lock] : exception caught during operating on lock"), std::string::npos);

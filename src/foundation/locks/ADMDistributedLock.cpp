@@ -1,7 +1,5 @@
 #include <dmf/ADMDistributedLock.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -16,23 +14,9 @@
 #include "platform/host/Host.h"
 
 using dmf::internal::Host;
+using dmf::internal::LockFile;
 using dmf::internal::LockFileIdentity;
-
-/// The lock file and, while this object holds it, which file that is.
-struct ADMDistributedLock::Platform {
-    std::string path;
-    std::optional<LockFileIdentity> held;
-
-    bool tryLock()
-    {
-        const auto made = dmf::internal::makeLockFile(path);
-        if (!made)
-            return false;
-        ::close(made->descriptor);
-        held = made->identity;
-        return true;
-    }
-};
+using dmf::internal::LockFileRemoval;
 
 namespace {
 
@@ -58,12 +42,10 @@ std::shared_ptr<ADMDistributedLock> ADMDistributedLock::initWithName(std::option
                path);
         return nullptr;
     }
-    auto platform = std::make_unique<Platform>();
-    platform->path = path;
-    return std::make_shared<ADMDistributedLock>(Passkey(), std::move(platform));
+    return std::make_shared<ADMDistributedLock>(Passkey(), path);
 }
 
-ADMDistributedLock::ADMDistributedLock(Passkey, std::unique_ptr<Platform> platform) : platform_(std::move(platform)) {}
+ADMDistributedLock::ADMDistributedLock(Passkey, std::string path) : path_(std::move(path)) {}
 
 ADMDistributedLock::~ADMDistributedLock() = default;
 
@@ -71,17 +53,21 @@ bool ADMDistributedLock::lock()
 try {
     const Host& host = Host::current();
     const double start = host.steadyNow();
+    std::optional<LockFileIdentity> told; // the stale file that the log knows of
     do {
-        const auto holder = dmf::internal::lockFileAt(platform_->path);
-        if (holder && holder->date().secondsSince1970() != 0 &&
-            dmf::Date::now().timeIntervalSince(holder->date()) > timeout_) {
-            DMFLog("debug", "-[ADMDistributedLock lock]: distributed lock is broken");
+        const auto holder = LockFile::seenAt(path_);
+        if (holder && holder->date().secondsSince1970() != 0 && LockFile::age(path_, *holder) > timeout_) {
+            if (told != holder)
+                DMFLog("debug", "-[ADMDistributedLock lock]: distributed lock is broken");
             // Several waiters may see the same stale lock; the file is removed once, and never a successor of it. One
             // that cannot be removed, another user's for example, may yet be given back while this object waits.
-            dmf::internal::removeLockFile(platform_->path, *holder);
+            if (LockFile::remove(path_, *holder) == LockFileRemoval::refused && told != holder)
+                DMFLog("warnings", "-[ADMDistributedLock lock]: the broken lock %@ cannot be removed", path_);
+            told = holder;
         }
-        if (platform_->tryLock()) {
-            lockDate_ = platform_->held->date();
+        if (auto taken = LockFile::take(path_, LockFile::Mark::forwardClock)) {
+            taken_ = std::move(taken);
+            lockDate_ = taken_->date();
             return true;
         }
         sleepFor(pollingTimeInterval_);
@@ -93,15 +79,26 @@ try {
     return false;
 }
 
+bool ADMDistributedLock::renew()
+try {
+    if (!taken_ || !taken_->isUntouched() || !taken_->renew())
+        return false;
+    lockDate_ = taken_->date();
+    return true;
+} catch (const std::exception&) {
+    return false;
+}
+
 bool ADMDistributedLock::unlock()
 try {
     if (!lockDate_)
         return true;
-    if (!dmf::internal::giveBackLockFile(platform_->path, *platform_->held)) {
+    if (!taken_ || !taken_->isUntouched() || !taken_->giveBack()) {
         DMFLog("errors", "-[ADMDistributedLock unlock] : the lock has already been broken by somebody else. Using of a "
                          "shared resource could be unsafe");
         return true;
     }
+    taken_.reset();
     lockDate_.reset();
     return true;
 } catch (const std::exception&) {

@@ -1,13 +1,14 @@
 #include <dmf/ADMFileLock.h>
 
-#include <unistd.h>
-
 #include <system_error>
+#include <utility>
 
 #include <dmf/DMLog.h>
 
 #include "platform/files/Files.h"
 #include "platform/files/LockFile.h"
+
+using dmf::internal::LockFile;
 
 std::shared_ptr<ADMFileLock> ADMFileLock::initWithPath(std::string_view path)
 {
@@ -28,45 +29,44 @@ ADMFileLock::~ADMFileLock()
 bool ADMFileLock::tryLock()
 {
     std::lock_guard guard(lock_);
-    if (file_ >= 0)
+    if (taken_)
         return true;
     try {
-        const auto made = dmf::internal::makeLockFile(path_);
-        if (!made)
-            return false;
-        file_ = made->descriptor;
-        return true;
+        taken_ = LockFile::take(path_, LockFile::Mark::none);
     } catch (const std::system_error&) {
         return false;
     }
+    return taken_ != nullptr;
 }
 
 void ADMFileLock::unlock()
 {
     std::lock_guard guard(lock_);
-    if (file_ < 0)
+    // Given up in any case. A lock that was broken and taken by somebody else meanwhile is theirs.
+    const auto taken = std::exchange(taken_, nullptr);
+    if (!taken)
         return;
-    // A lock that was broken and taken by somebody else meanwhile is theirs.
     try {
-        dmf::internal::giveBackLockFile(path_, file_);
+        taken->giveBack();
     } catch (const std::system_error& failure) {
-        // Somebody sits on the file, or the folder was closed to us; the lock is given up all the same.
+        // Somebody sits on the file, or the folder was closed to us.
         DMFLog("errors", "-[ADMFileLock unlock]: the lock file stays and must be broken: %@", failure.what());
     }
-    ::close(file_);
-    file_ = -1;
 }
 
 void ADMFileLock::breakLock()
 {
     std::lock_guard guard(lock_);
-    if (file_ >= 0)
-        unlock();
-    else
-        ::unlink(path_.c_str());
+    if (taken_)
+        return unlock();
+    try {
+        LockFile::breakAt(path_);
+    } catch (const std::system_error& failure) {
+        DMFLog("errors", "-[ADMFileLock breakLock]: the lock file stays: %@", failure.what());
+    }
 }
 
 std::optional<dmf::Date> ADMFileLock::lockDate() const
 {
-    return dmf::internal::lockFileBirth(path_);
+    return LockFile::birth(path_);
 }

@@ -6,10 +6,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 #include <thread>
+
+#include "platform/files/Files.h"
+#include "platform/host/Host.h"
 
 namespace dmf::internal {
 namespace {
@@ -29,26 +35,70 @@ LockFileIdentity identityOf(const struct stat& status)
     return {status.st_dev, status.st_ino, status.st_mtim};
 }
 
-class Descriptor {
+/// The advisory lock that whoever removes a lock file holds while it looks and removes.
+class Claim {
 public:
-    explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
-    ~Descriptor()
+    /// `held` is the descriptor of the file's holder, -1 for everybody else.
+    Claim(const std::string& path, int held)
     {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
+        if (held >= 0 && settle(held))
+            return;
+        // Network file systems want an exclusive lock on a file that is open for writing.
+        for (const int access : {O_RDONLY, O_RDWR}) {
+            open(path, access | O_NOFOLLOW);
+            if (opened_ < 0)
+                break;
+            if (settle(opened_))
+                return;
+        }
+        // Out of descriptors or of memory: later, perhaps. The folder is for what cannot be opened by its nature.
+        isBusy_ = opened_ < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
+        if (isBusy_)
+            return;
+        open(folderOf(path), O_RDONLY | O_DIRECTORY);
+        if (opened_ >= 0)
+            settle(opened_);
     }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    [[nodiscard]] int get() const noexcept { return descriptor_; }
+    ~Claim()
+    {
+        if (locked_ >= 0)
+            Host::current().lockFile(locked_, LOCK_UN); // the holder's descriptor stays open
+        close();
+    }
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+
+    [[nodiscard]] bool isBusy() const noexcept { return isBusy_; }
 
 private:
-    int descriptor_;
-};
+    void close() noexcept
+    {
+        if (opened_ >= 0)
+            ::close(opened_);
+        opened_ = -1;
+    }
+    void open(const std::string& path, int flags)
+    {
+        close();
+        opened_ = ::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    }
+    /// Whether it is decided: the lock is had, or somebody else has it; false where there are no such locks.
+    bool settle(int descriptor)
+    {
+        if (Host::current().lockFile(descriptor, LOCK_EX | LOCK_NB) == 0) {
+            locked_ = descriptor;
+            return true;
+        }
+        const bool isUnknown =
+            errno == EBADF || errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
+        isBusy_ = !isUnknown;
+        return isBusy_;
+    }
 
-bool isLocked(int descriptor) noexcept
-{
-    return descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
-}
+    int opened_ = -1;
+    int locked_ = -1;
+    bool isBusy_ = false;
+};
 
 LockFileRemoval unlinked(const std::string& path)
 {
@@ -64,27 +114,17 @@ LockFileRemoval unlinked(const std::string& path)
     }
 }
 
-/// Removes the file that the descriptor stands for. It is open, so its inode number goes to no other file meanwhile.
-LockFileRemoval removeOpened(const std::string& path, int descriptor, const LockFileIdentity* seen)
+/// Removes what is at the path while `isIt` knows it. `held` as in Claim.
+template <class IsIt>
+LockFileRemoval removeIf(const std::string& path, int held, IsIt isIt)
 {
-    if (!isLocked(descriptor))
-        return LockFileRemoval::busy;
-    struct stat opened {};
-    if (::fstat(descriptor, &opened) != 0 || (seen && !(identityOf(opened) == *seen)))
+    if (!isIt(LockFile::seenAt(path)))
         return LockFileRemoval::superseded;
-    const auto current = lockFileAt(path);
-    return current && current->isSameFile(identityOf(opened)) ? unlinked(path) : LockFileRemoval::superseded;
-}
-
-/// Removes a link, which nobody made as a lock. The lock on the folder keeps a second remover from taking the winner's
-/// new file for the link that both have seen.
-LockFileRemoval removeLink(const std::string& path, const LockFileIdentity& seen)
-{
-    const auto folderPath = std::filesystem::path(path).parent_path() / ".";
-    const Descriptor folder(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!isLocked(folder.get()))
+    const Claim claim(path, held);
+    if (claim.isBusy())
         return LockFileRemoval::busy;
-    return lockFileAt(path) == seen ? unlinked(path) : LockFileRemoval::superseded;
+    // Whoever had the claim before may have removed it, and somebody made another one since.
+    return isIt(LockFile::seenAt(path)) ? unlinked(path) : LockFileRemoval::superseded;
 }
 
 template <class Remove>
@@ -104,6 +144,43 @@ bool removeWithin100Milliseconds(const std::string& path, Remove remove)
     return result == LockFileRemoval::removed;
 }
 
+std::string absolutePath(const std::string& path)
+{
+    std::error_code unknown; // the folder that the process is in may be gone; then the path stays as it is
+    const auto absolute = std::filesystem::absolute(path, unknown);
+    return unknown ? path : absolute.string();
+}
+
+std::int64_t forwardMicroseconds()
+{
+    return std::llround(Host::current().steadyNow() * 1e6);
+}
+
+std::string markText(const LockFileIdentity& file)
+{
+    return Host::current().bootIdentity() + ' ' + std::to_string(file.modified.tv_sec) + ' ' +
+           std::to_string(file.modified.tv_nsec) + ' ' + std::to_string(forwardMicroseconds()) + '\n';
+}
+
+/// The time on the forward clock that the file's mark tells, if it bears one of this boot and of its present date.
+std::optional<std::int64_t> markedTime(const std::string& path, const LockFileIdentity& seen)
+{
+    constexpr std::size_t longest = 256;
+    const std::string& boot = Host::current().bootIdentity();
+    const auto content = readRegularFile(path, longest, Links::refuse);
+    if (!content || boot.empty())
+        return std::nullopt;
+    const std::string_view text(reinterpret_cast<const char*>(content->data()), content->size());
+    const std::string begin = markText(seen);
+    const auto length = begin.rfind(' ') + 1;
+    if (!text.starts_with(std::string_view(begin).substr(0, length)))
+        return std::nullopt;
+    std::int64_t time = 0;
+    const char* const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data() + length, end, time);
+    return read.ec == std::errc() && read.ptr != end && *read.ptr == '\n' ? std::optional(time) : std::nullopt;
+}
+
 } // namespace
 
 Date LockFileIdentity::date() const
@@ -111,7 +188,70 @@ Date LockFileIdentity::date() const
     return dateOf(modified.tv_sec, modified.tv_nsec);
 }
 
-std::optional<LockFileIdentity> lockFileAt(const std::string& path)
+LockFile::LockFile(std::string path, int descriptor, Mark mark)
+    : path_(std::move(path)), descriptor_(descriptor), mark_(mark)
+{
+}
+
+LockFile::~LockFile()
+{
+    ::close(descriptor_);
+}
+
+std::unique_ptr<LockFile> LockFile::take(const std::string& path, Mark mark)
+{
+    std::string absolute = absolutePath(path);
+    // Exclusive creation does not follow a link, not even one that leads nowhere.
+    const int access = mark == Mark::none ? O_RDONLY : O_RDWR;
+    const int descriptor = ::open(absolute.c_str(), O_CREAT | O_EXCL | O_CLOEXEC | access, 0666);
+    if (descriptor < 0) {
+        if (errno != EEXIST)
+            fail("cannot make", absolute);
+        return nullptr;
+    }
+    std::unique_ptr<LockFile> taken(new LockFile(std::move(absolute), descriptor, mark));
+    ::fchmod(descriptor, 0666); // some file systems have no modes; the lock holds all the same
+    taken->writeMark();
+    return taken;
+}
+
+/// Dates the file now. Where the mark cannot be written, on a full disk for example, the date alone counts.
+void LockFile::writeMark()
+{
+    struct stat status {};
+    ::fstat(descriptor_, &status);
+    identity_ = identityOf(status);
+    if (mark_ == Mark::none)
+        return;
+    // What an earlier mark may leave behind the line end does not count.
+    const std::string text = markText(identity_);
+    const timespec dates[] = {status.st_atim, status.st_mtim}; // as the mark says
+    if (::pwrite(descriptor_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+        ::futimens(descriptor_, dates) == 0)
+        return;
+    ::fstat(descriptor_, &status);
+    identity_ = identityOf(status);
+}
+
+bool LockFile::isUntouched() const
+{
+    return seenAt(path_) == identity_;
+}
+
+bool LockFile::renew()
+{
+    ::futimens(descriptor_, nullptr);
+    writeMark();
+    return isUntouched();
+}
+
+bool LockFile::giveBack()
+{
+    const auto isOurs = [this](const auto& seen) { return seen && seen->isSameFile(identity_); };
+    return removeWithin100Milliseconds(path_, [&] { return removeIf(path_, descriptor_, isOurs); });
+}
+
+std::optional<LockFileIdentity> LockFile::seenAt(const std::string& path)
 {
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0)
@@ -121,45 +261,28 @@ std::optional<LockFileIdentity> lockFileAt(const std::string& path)
     return {};
 }
 
-std::optional<MadeLockFile> makeLockFile(const std::string& path)
+double LockFile::age(const std::string& path, const LockFileIdentity& seen)
 {
-    // Exclusive creation does not follow a link, not even one that leads nowhere.
-    const int descriptor = ::open(path.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0666);
-    if (descriptor < 0) {
-        if (errno != EEXIST)
-            fail("cannot make", path);
-        return {};
+    if (const auto marked = markedTime(path, seen)) {
+        const double age = static_cast<double>(forwardMicroseconds() - *marked) * 1e-6;
+        if (age >= 0) // else somebody's whose clock has another start
+            return age;
     }
-    struct stat status {};
-    ::fchmod(descriptor, 0666); // some file systems have no modes; the lock holds all the same
-    ::fstat(descriptor, &status);
-    return MadeLockFile{descriptor, identityOf(status)};
+    return Date::now().timeIntervalSince(seen.date());
 }
 
-LockFileRemoval removeLockFile(const std::string& path, const LockFileIdentity& seen)
+LockFileRemoval LockFile::remove(const std::string& path, const LockFileIdentity& seen)
 {
-    if (lockFileAt(path) != seen)
-        return LockFileRemoval::superseded;
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file.get() < 0 && errno == ELOOP)
-        return removeLink(path, seen);
-    // What cannot be opened for another reason, for want of descriptors or of rights, cannot be removed safely.
-    if (file.get() < 0)
-        return errno == ENOENT ? LockFileRemoval::superseded : LockFileRemoval::busy;
-    return removeOpened(path, file.get(), &seen);
+    return removeIf(path, -1, [&](const auto& present) { return present == seen; });
 }
 
-bool giveBackLockFile(const std::string& path, const LockFileIdentity& held)
+void LockFile::breakAt(const std::string& path)
 {
-    return removeWithin100Milliseconds(path, [&] { return removeLockFile(path, held); });
+    if (const auto seen = seenAt(path))
+        removeWithin100Milliseconds(path, [&] { return remove(path, *seen); });
 }
 
-bool giveBackLockFile(const std::string& path, int descriptor)
-{
-    return removeWithin100Milliseconds(path, [&] { return removeOpened(path, descriptor, nullptr); });
-}
-
-std::optional<Date> lockFileBirth(const std::string& path)
+std::optional<Date> LockFile::birth(const std::string& path)
 {
     struct statx status {};
     if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME, &status) != 0)

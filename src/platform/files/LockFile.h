@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ctime>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -29,37 +30,70 @@ struct LockFileIdentity {
     }
 };
 
-/// The file at `path`; nothing when there is none. A link is not followed. Throws std::system_error when that cannot
-/// be found out.
-[[nodiscard]] std::optional<LockFileIdentity> lockFileAt(const std::string& path);
-
-/// Makes the lock file, readable and writable by all whatever the umask; nothing when there is something already.
-/// Throws std::system_error for every other failure. Gives the open descriptor and what was made.
-struct MadeLockFile {
-    int descriptor;
-    LockFileIdentity identity;
-};
-[[nodiscard]] std::optional<MadeLockFile> makeLockFile(const std::string& path);
-
-/// Removes what is at `path` if it still is what was seen. Two processes that remove at once, or one that removes while
-/// its holder gives it back, never remove a file that somebody made meanwhile: every removal holds an advisory lock on
-/// the very file or, for a link, which cannot be locked, on its folder. Never waits. Throws std::system_error when it
-/// cannot be found out what is there.
 enum class LockFileRemoval {
     removed,
     superseded, ///< the file that was seen is gone; another may be in its place
     busy,       ///< the advisory lock cannot be had: somebody holds it, to remove the file most likely
     refused,    ///< a folder, or somebody else's file where only its owner may remove it
 };
-LockFileRemoval removeLockFile(const std::string& path, const LockFileIdentity& seen);
 
-/// Removes the file that the caller made and still holds; false when somebody broke it. Waits up to a tenth of a second
-/// for somebody who is just looking at it. Throws std::system_error when the file could not be removed and stays.
-[[nodiscard]] bool giveBackLockFile(const std::string& path, const LockFileIdentity& held);
-/// The same for a caller who kept the file's descriptor, so that its date does not matter.
-bool giveBackLockFile(const std::string& path, int descriptor);
+/// One taking of a lock file: the path, the file that was made there and its descriptor.
+///
+///     take: the file is made ──► held ──giveBack: removed, or found broken by somebody──► done with
+///                                 │ ▲
+///                                 └─┘ renew; giveBack that throws, since the file stays
+///
+/// The file outlives this object, unless it was given back. Nobody removes a file that somebody made meanwhile: every
+/// removal holds an advisory lock on the very file or, where that cannot be opened (a link, say), on its folder, and
+/// looks again before it removes. Where the file system knows no advisory locks, the look comes right before the
+/// removal. Reentrant; the static functions are thread-safe.
+class LockFile {
+public:
+    /// Whether the file tells its age by a clock that nobody sets: a line with the boot and the time on the forward
+    /// clock, good while the file has the date at which it was written.
+    enum class Mark { none, forwardClock };
 
-/// When the file was made: its birth time where the file system tells it, else its last modification.
-[[nodiscard]] std::optional<Date> lockFileBirth(const std::string& path);
+    /// Makes the file, readable and writable by all whatever the umask; empty when there is something already. A
+    /// relative path means the folder that the process is in now, then and later. Throws std::system_error for every
+    /// other failure.
+    [[nodiscard]] static std::unique_ptr<LockFile> take(const std::string& path, Mark mark);
+    ~LockFile();
+    LockFile(const LockFile&) = delete;
+    LockFile& operator=(const LockFile&) = delete;
+
+    /// When it was taken, or renewed last.
+    [[nodiscard]] Date date() const { return identity_.date(); }
+    /// Whether the file at the path is this one, with the date that it was given here.
+    [[nodiscard]] bool isUntouched() const;
+    /// Makes the file as young as one that is taken now; false when somebody broke it.
+    [[nodiscard]] bool renew();
+    /// Removes the file, whatever its date; false when somebody broke it. Waits up to a tenth of a second for somebody
+    /// who is just looking at it. Throws std::system_error when the file could not be removed and stays.
+    bool giveBack();
+
+    /// What is at `path`; nothing when there is nothing. A link is not followed. Throws std::system_error when that
+    /// cannot be found out.
+    [[nodiscard]] static std::optional<LockFileIdentity> seenAt(const std::string& path);
+    /// For how many seconds the file that was seen has been there: by the forward clock where it bears the mark of this
+    /// boot, otherwise by its date.
+    [[nodiscard]] static double age(const std::string& path, const LockFileIdentity& seen);
+    /// Removes what is at `path` if it still is what was seen. Never waits. Throws std::system_error when it cannot be
+    /// found out what is there.
+    static LockFileRemoval remove(const std::string& path, const LockFileIdentity& seen);
+    /// Removes what is at `path` now, whoever made it; does nothing when there is nothing. Waits and throws as
+    /// `giveBack`.
+    static void breakAt(const std::string& path);
+    /// When the file was made: its birth time where the file system tells it, else its last modification.
+    [[nodiscard]] static std::optional<Date> birth(const std::string& path);
+
+private:
+    LockFile(std::string path, int descriptor, Mark mark);
+    void writeMark();
+
+    const std::string path_; // absolute
+    const int descriptor_;   // keeps the inode number from going to another file
+    const Mark mark_;
+    LockFileIdentity identity_;
+};
 
 } // namespace dmf::internal

@@ -1,10 +1,12 @@
 #include "platform/host/Host.h"
 
+#include <sys/file.h>
 #include <syslog.h>
 #include <time.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 
 namespace dmf::internal {
 namespace {
@@ -29,7 +31,8 @@ double seconds(clockid_t clock, std::int64_t offset) noexcept
 } // namespace
 
 Host::Host()
-    : processName(program_invocation_short_name), systemLog([](int priority, std::string_view line) {
+    : lockFile(&::flock), processName(program_invocation_short_name),
+      systemLog([](int priority, std::string_view line) {
           ::syslog(LOG_USER | priority, "%.*s", static_cast<int>(line.size()), line.data());
       })
 {
@@ -37,19 +40,31 @@ Host::Host()
 
 double Host::now() const noexcept
 {
-    return seconds(CLOCK_REALTIME, clockOffset.load(std::memory_order_relaxed));
+    return seconds(CLOCK_REALTIME,
+                   clockOffset.load(std::memory_order_relaxed) + dayClockOffset.load(std::memory_order_relaxed));
 }
 
 std::int64_t Host::roughNow() const noexcept
 {
     timespec time{};
     clock_gettime(CLOCK_REALTIME_COARSE, &time);
-    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000 + clockOffset.load(std::memory_order_relaxed);
+    return std::int64_t{time.tv_sec} * 1'000'000 + time.tv_nsec / 1000 + clockOffset.load(std::memory_order_relaxed) +
+           dayClockOffset.load(std::memory_order_relaxed);
 }
 
 double Host::steadyNow() const noexcept
 {
     return seconds(CLOCK_MONOTONIC, clockOffset.load(std::memory_order_relaxed));
+}
+
+const std::string& Host::bootIdentity() const
+{
+    static const std::string* const identity = [] {
+        auto* const text = new std::string;
+        std::ifstream("/proc/sys/kernel/random/boot_id") >> *text;
+        return text;
+    }();
+    return *identity;
 }
 
 std::string Host::path(std::string_view absolute) const

@@ -23,6 +23,10 @@ struct DMF_EXPORT Host {
     std::string rootFolder;
     /// Added to both clocks, in microseconds.
     std::atomic<std::int64_t> clockOffset{0};
+    /// Added to the clock of the day alone, in microseconds: as somebody does who sets the machine's clock.
+    std::atomic<std::int64_t> dayClockOffset{0};
+    /// Takes the advisory lock on an open file, as flock does. A test puts that of another file system here.
+    int (*lockFile)(int descriptor, int operation);
     /// The system version in packed decimal digits, 0x1050 for 10.5.0.
     std::atomic<std::uint32_t> systemVersion{0x1068};
     std::string processName;
@@ -39,6 +43,9 @@ struct DMF_EXPORT Host {
     [[nodiscard]] std::int64_t roughNow() const noexcept;
     /// Seconds on a clock that only moves forward, from an arbitrary start.
     [[nodiscard]] double steadyNow() const noexcept;
+    /// What tells this run of the machine from all others; empty where the machine does not say. The forward clock has
+    /// one start in all processes of a boot.
+    [[nodiscard]] const std::string& bootIdentity() const;
     [[nodiscard]] std::string path(std::string_view absolute) const;
     [[nodiscard]] std::optional<std::string> environment(const std::string& name) const;
 
