@@ -43,7 +43,7 @@ public:
 
 private:
     [[nodiscard]] const std::string& storedName(const std::string& component); // with lock_ held
-    [[nodiscard]] std::vector<std::string> readFamilies() const;
+    [[nodiscard]] std::optional<std::vector<std::string>> readFamilies() const;
 
     const ADMSecureData secureData_{};
     std::string ownTable_; // the folder of the library's own table; empty for none; constant once made

@@ -16,7 +16,8 @@ public:
     [[nodiscard]] static std::shared_ptr<ADMPlistModelInfoHandler> initWithData(dmf::Data data, std::string table);
     ~ADMPlistModelInfoHandler() override;
 
-    /// Never empty: contents that do not parse give a root without a value, and a line in the log.
+    /// Contents that do not parse give a root without a value, and a line in the log. Empty only while there is no
+    /// memory, which the log tells and the next call tries again.
     [[nodiscard]] std::shared_ptr<ADMInfo> info() override;
 
     /// The child's dictionary with what it lacks taken from the parent's: dictionaries that both have are merged by

@@ -75,10 +75,11 @@ const std::vector<std::string>& ADMInfoFileManager::familyList()
     std::lock_guard guard(lock_);
     if (!families_)
         families_ = readFamilies();
-    return *families_;
+    static const std::vector<std::string> unknown;
+    return families_ ? *families_ : unknown;
 }
 
-std::vector<std::string> ADMInfoFileManager::readFamilies() const
+std::optional<std::vector<std::string>> ADMInfoFileManager::readFamilies() const
 {
     std::vector<std::string> families;
     if (ownTable_.empty())
@@ -90,6 +91,9 @@ std::vector<std::string> ADMInfoFileManager::readFamilies() const
     for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
          entry.increment(failure))
         storedNames.push_back(entry->path().filename().string());
+    // Where it could not be read for want of descriptors or memory, it is read by whoever asks next.
+    if (failure && failure != std::errc::no_such_file_or_directory && failure != std::errc::not_a_directory)
+        return std::nullopt;
     std::sort(storedNames.begin(), storedNames.end());
     for (const std::string& stored : storedNames) {
         if (auto family = deciphered(secureData_, stored))

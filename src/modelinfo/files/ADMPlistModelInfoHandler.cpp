@@ -6,6 +6,7 @@
 
 #include "modelinfo/files/ModelInfoLog.h"
 #include "modelinfo/files/ParentChain.h"
+#include "modelinfo/files/Spared.h"
 
 namespace {
 
@@ -51,13 +52,15 @@ ADMPlistModelInfoHandler::~ADMPlistModelInfoHandler() = default;
 
 std::shared_ptr<ADMInfo> ADMPlistModelInfoHandler::info()
 {
-    std::lock_guard guard(lock_);
-    if (!root_) {
-        const dmf::internal::BuildingTree building(*this);
-        root_ = ADMPlistInfoElement::plistInfoWithName({}, mergedValue());
-        data_.clear();
-    }
-    return root_;
+    return dmf::internal::spared("reading a model file", [&] {
+        std::lock_guard guard(lock_);
+        if (!root_) {
+            const dmf::internal::BuildingTree building(*this);
+            root_ = ADMPlistInfoElement::plistInfoWithName({}, mergedValue());
+            data_.clear();
+        }
+        return root_;
+    });
 }
 
 dmf::Value ADMPlistModelInfoHandler::mergedValue() const

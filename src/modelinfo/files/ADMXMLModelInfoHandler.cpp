@@ -1,6 +1,7 @@
 #include <dmf/ADMXMLModelInfoHandler.h>
 
-#include <set>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include <dmf/ADMInfo.h>
@@ -11,75 +12,28 @@
 
 #include "modelinfo/files/ModelInfoLog.h"
 #include "modelinfo/files/ParentChain.h"
+#include "modelinfo/files/Spared.h"
+#include "modelinfo/files/XmlMerge.h"
 
 namespace {
 
-bool overrides(const ADMXMLElement& element)
+using dmf::internal::logModelInfo;
+
+std::shared_ptr<ADMXMLElement> parsed(ADMXMLParser& parser, const dmf::Data& data, const std::string& table)
 {
-    const dmf::Value& mark = element.attributes()["override"];
-    return mark.asString() && *mark.asString() == "true";
-}
-
-/// A copy of the child in its place, so that it can be changed while the parent's tree keeps the original.
-std::shared_ptr<ADMXMLElement> replaceByCopy(ADMXMLElement& element, const std::shared_ptr<ADMXMLElement>& child)
-{
-    const auto children = element.children();
-    const auto copy = std::dynamic_pointer_cast<ADMXMLElement>(child->copy());
-    element.removeChildren();
-    for (const auto& node : children)
-        element.addElement(node == child ? copy : node);
-    return copy;
-}
-
-/// Elements that a merge took over from the parent file. They are shared with its tree, which other threads read: what
-/// is to be merged into one of them is merged into a copy.
-using TakenOver = std::set<std::shared_ptr<ADMXMLElement>>;
-
-void merge(ADMXMLElement& element, const ADMXMLElement& source, TakenOver& takenOver);
-
-void mergeIntoFound(const std::shared_ptr<ADMXMLElement>& found, const ADMXMLElement& inherited, TakenOver& takenOver)
-{
-    if (found->isMatrix() && inherited.isMatrix())
-        return merge(*found, inherited, takenOver);
-    if (overrides(*found))
-        return;
-    const auto nodes = inherited.children();
-    ADMXMLModelInfoHandler::addXMLElements(nodes, found);
-    for (const auto& node : nodes)
-        if (auto taken = std::dynamic_pointer_cast<ADMXMLElement>(node))
-            takenOver.insert(std::move(taken));
-}
-
-void merge(ADMXMLElement& element, const ADMXMLElement& source, TakenOver& takenOver)
-{
-    if (overrides(element))
-        return;
-    for (const auto& node : source.children()) {
-        const auto inherited = std::dynamic_pointer_cast<ADMXMLElement>(node);
-        auto found =
-            inherited ? element.elementNamed(inherited->name().value_or(""), inherited->attributes()) : nullptr;
-        if (!found) {
-            element.addElement(node);
-            if (inherited)
-                takenOver.insert(inherited);
-        } else if (!inherited->isLeaf()) {
-            // An element that was taken over can be found for a later one of the same name with fewer attributes.
-            if (takenOver.erase(found) != 0)
-                found = replaceByCopy(element, found);
-            mergeIntoFound(found, *inherited, takenOver);
-        }
+    std::string reason;
+    try {
+        if (auto root = parser.parseData(data, &reason))
+            return root;
+    } catch (const std::bad_alloc&) {
+        throw; // says nothing about the data
+    } catch (const std::exception& error) {
+        reason = error.what();
+    } catch (...) {
+        reason = "the parser threw an unknown exception";
     }
-}
-
-std::shared_ptr<ADMXMLElement> parsed(const dmf::Data& data, const std::string& table)
-{
-    const auto parser = ADMXMLParserFactory::defaultFactory().defaultParser();
-    std::string reason = "there is no XML parser";
-    const auto root = parser ? parser->parseData(data, &reason) : nullptr;
-    if (!root)
-        dmf::internal::logModelInfo("errors", "ModelInfo: cannot parse an XML document in '%@' table: %@", table,
-                                    reason);
-    return root;
+    logModelInfo("errors", "ModelInfo: cannot parse an XML document in '%@' table: %@", table, reason);
+    return nullptr;
 }
 
 } // namespace
@@ -98,21 +52,36 @@ ADMXMLModelInfoHandler::ADMXMLModelInfoHandler(dmf::Data data, std::string table
 
 ADMXMLModelInfoHandler::~ADMXMLModelInfoHandler() = default;
 
-std::shared_ptr<ADMInfo> ADMXMLModelInfoHandler::info()
+bool ADMXMLModelInfoHandler::isUnread()
 {
     std::lock_guard guard(lock_);
-    if (data_) {
-        const dmf::internal::BuildingTree building(*this);
-        // Gone whatever becomes of it: what does not parse is not tried again.
-        const dmf::Data data = *std::exchange(data_, std::nullopt);
-        root_ = mergedRoot(data);
-    }
-    return root_;
+    return data_.has_value();
 }
 
-std::shared_ptr<ADMInfo> ADMXMLModelInfoHandler::mergedRoot(const dmf::Data& data) const
+std::shared_ptr<ADMInfo> ADMXMLModelInfoHandler::info()
 {
-    const std::shared_ptr<ADMXMLElement> root = parsed(data, table_);
+    return dmf::internal::spared("reading a model file", [&]() -> std::shared_ptr<ADMInfo> {
+        // Before the lock is taken: it may mean waiting for the loader, under whose lock a plug-in that is being loaded
+        // may ask for this very file.
+        const auto parser = isUnread() ? ADMXMLParserFactory::defaultFactory().defaultParser() : nullptr;
+        std::lock_guard guard(lock_);
+        if (!data_)
+            return root_;
+        const dmf::internal::BuildingTree building(*this);
+        if (!parser) {
+            logModelInfo("errors", "ModelInfo: cannot parse an XML document in '%@' table: there is no XML parser",
+                         table_);
+            throw dmf::internal::NoAnswer(); // what would inherit from this file must wait as well
+        }
+        root_ = mergedRoot(*parser, *data_);
+        data_.reset(); // only now that there is a verdict: what does not parse is not tried again
+        return root_;
+    });
+}
+
+std::shared_ptr<ADMInfo> ADMXMLModelInfoHandler::mergedRoot(ADMXMLParser& parser, const dmf::Data& data) const
+{
+    const std::shared_ptr<ADMXMLElement> root = parsed(parser, data, table_);
     if (!root)
         return nullptr;
     const std::shared_ptr<ADMInfo> info = std::dynamic_pointer_cast<ADMInfo>(root);
@@ -135,7 +104,7 @@ std::shared_ptr<ADMXMLElement>
 ADMXMLModelInfoHandler::addXMLElements(const std::vector<std::shared_ptr<ADMXMLNode>>& elements,
                                        std::shared_ptr<ADMXMLElement> toXMLElement)
 {
-    if (!overrides(*toXMLElement)) {
+    if (toXMLElement && !dmf::internal::overrides(*toXMLElement)) {
         for (const auto& element : elements)
             toXMLElement->addElement(element);
     }
@@ -146,7 +115,10 @@ std::shared_ptr<ADMXMLElement>
 ADMXMLModelInfoHandler::mergeXMLElement(std::shared_ptr<ADMXMLElement> element,
                                         const std::shared_ptr<ADMXMLElement>& withXMLElement)
 {
-    TakenOver takenOver;
-    merge(*element, *withXMLElement, takenOver);
+    if (element && withXMLElement) {
+        dmf::internal::XmlMerge merge(*element);
+        merge.take(*withXMLElement);
+        merge.finish();
+    }
     return element;
 }

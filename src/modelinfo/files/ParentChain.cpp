@@ -32,8 +32,8 @@ public:
     void beginBuilding(const ADMModelInfoHandler* handler)
     {
         std::lock_guard guard(lock_);
+        Thread& self = threads_[std::this_thread::get_id()]; // without a generation it is as if it were not there
         builders_[handler] = std::this_thread::get_id();
-        Thread& self = threads_[std::this_thread::get_id()];
         ++self.generations;
         self.waitsFor = nullptr; // what it waited for is what it builds now
     }
