@@ -29,6 +29,8 @@
 #include <dmf/ADMModelInfoManager.h>
 #include <dmf/ADMSecureData.h>
 
+#include "modelinfo/model/ModelInfoManagers.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -232,9 +234,9 @@ void openFile(benchmark::State& state, const std::string& name, const std::strin
     measure(
         state,
         [&] {
-            ADMPrivateModelInfoManager manager;
-            manager.registerTable("Bench", Folder::path().string());
-            const auto info = manager.modelInfoHandlerForFile(name, "Bench")->info();
+            const auto manager = dmf::internal::ModelInfoManagers::make();
+            manager->registerTable("Bench", Folder::path().string());
+            const auto info = manager->modelInfoHandlerForFile(name, "Bench")->info();
             failed = failed || !info || info->count() == 0;
         },
         [&] {
@@ -352,11 +354,11 @@ void lookUp(benchmark::State& state)
     Seconds own{0};
     Seconds others{0};
     for (auto _ : state) {
-        ADMPrivateModelInfoManager manager;
-        manager.registerTable("Large", Folder::path().string());
+        const auto manager = dmf::internal::ModelInfoManagers::make();
+        manager->registerTable("Large", Folder::path().string());
         const auto open = [&] {
             next = (next + 7919) % kModels;
-            benchmark::DoNotOptimize(manager.modelInfoHandlerForFile(modelName(next), "Large")->info());
+            benchmark::DoNotOptimize(manager->modelInfoHandlerForFile(modelName(next), "Large")->info());
         };
         for (int i = 1; i < state.range(0); ++i)
             open();
@@ -386,11 +388,11 @@ void openAll(benchmark::State& state)
 {
     makeLargeDatabase();
     for (auto _ : state) {
-        ADMPrivateModelInfoManager manager;
-        manager.registerTable("Large", Folder::path().string());
+        const auto manager = dmf::internal::ModelInfoManagers::make();
+        manager->registerTable("Large", Folder::path().string());
         const std::size_t before = allocatedBytes();
         for (int i = 0; i < kModels; ++i)
-            benchmark::DoNotOptimize(manager.modelInfoHandlerForFile(modelName(i), "Large")->info());
+            benchmark::DoNotOptimize(manager->modelInfoHandlerForFile(modelName(i), "Large")->info());
         state.counters["bytes_each"] = static_cast<double>(allocatedBytes() - before) / kModels;
     }
     state.counters["file_bytes"] = static_cast<double>(fs::file_size(pathOf("Large", modelName(0))));

@@ -8,6 +8,8 @@
 #include <dmf/platform/NotificationCenter.h>
 
 #include "modelinfo/Database.h"
+#include "modelinfo/ForeignParser.h"
+#include "modelinfo/model/ModelInfoManagers.h"
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -20,7 +22,8 @@ TEST(TableLocations, AreRegisteredCheckedAndAnnounced)
     const auto observation = dmf::NotificationCenter::defaultCenter().addObserver(
         "kDMModelInfoTableLocationDidChangeNotification",
         [&](const dmf::Notification& it) { announced.push_back(it.userInfo["changedTable"]); });
-    ADMPrivateModelInfoManager manager;
+    const auto owned = dmf::internal::ModelInfoManagers::make();
+    ADMPrivateModelInfoManager& manager = *owned;
     const std::string first = database.location("first").string();
     const std::string second = database.location("second").string();
 
@@ -44,6 +47,18 @@ TEST(TableLocations, AreRegisteredCheckedAndAnnounced)
               database.machine.path("/Library/Application Support/ql/dmf/ModelDatabase").string());
 }
 
+TEST(TableLocations, AreKeptWhateverAnObserverThrows)
+{
+    Database database;
+    const auto observation = dmf::NotificationCenter::defaultCenter().addObserver(
+        kDMModelInfoTableLocationDidChangeNotification, [](const dmf::Notification&) { throw 7; });
+    const auto manager = dmf::internal::ModelInfoManagers::make();
+    EXPECT_TRUE(manager->registerTable("T", database.location().string()));
+    EXPECT_EQ(manager->modelInfoPathForTable("T"), database.location().string());
+    EXPECT_THAT(database.takeLog(),
+                ElementsAre("E  ModelInfo: unknown exception from an observer of the location of the table 'T'"));
+}
+
 TEST(TableLocations, AreFoldersOrOneLinkToAFolder)
 {
     Database database;
@@ -56,22 +71,26 @@ TEST(TableLocations, AreFoldersOrOneLinkToAFolder)
     std::filesystem::create_symlink("nothing", path("dangling"));
     Database::write(path("file"), "");
 
-    ADMPrivateModelInfoManager manager;
-    for (const char* valid : {"real", "absolute", "relative"})
+    const auto owned = dmf::internal::ModelInfoManagers::make();
+    ADMPrivateModelInfoManager& manager = *owned;
+    std::filesystem::create_directory_symlink("relative/", path("slash"));
+    for (const char* valid : {"real", "absolute", "relative", "real/", "relative//", "relative/."})
         EXPECT_TRUE(manager.isValidTableLocation(path(valid))) << valid;
-    for (const char* invalid : {"twice", "dangling", "file", "missing"})
+    for (const char* invalid : {"twice", "twice/", "twice//", "twice/./", "slash", "dangling", "file", "missing"})
         EXPECT_FALSE(manager.isValidTableLocation(path(invalid))) << invalid;
 }
 
 TEST(HandlerCache, KeepsWhatWasReadAndForgetsFailures)
 {
     Database database;
-    ADMPrivateModelInfoManager manager;
+    const auto owned = dmf::internal::ModelInfoManagers::make();
+    ADMPrivateModelInfoManager& manager = *owned;
     ASSERT_TRUE(manager.registerTable("T", database.location().string()));
     EXPECT_EQ(manager.modelInfoHandlerForFile("a", "T"), nullptr);
     database.add("T", "a", plist(""));
     const auto handler = manager.modelInfoHandlerForFile("a", "T");
     ASSERT_NE(handler, nullptr);
+    EXPECT_EQ(manager.modelInfoHandlerForFile("A", "T"), handler) << "a name is the same in any letter case";
 
     // Neither a changed file nor a new location reaches a file that was read.
     database.addPlain("T", "a", "spoilt");
@@ -108,4 +127,27 @@ TEST(ModelInfoManager, MayBeReadWhileLocationsChange)
     });
     if (everything.wait_for(30s) != std::future_status::ready)
         std::abort(); // a reader and the announcement wait for each other
+}
+
+TEST(ModelInfoManager, RegistersTablesWhileALookUpIsUnderWay)
+{
+    Database database;
+    database.registerTable("Slow");
+    database.add("Slow", "Default", xml("<A>1</A>"));
+    std::promise<void> isUnderWay;
+    std::promise<void> isRegistered;
+    bool hasWaitedInVain = false;
+    // As where the look-up has to wait for the loader, which the registering plug-in keeps from it.
+    ForeignParser parser(database.machine, [&](const dmf::Data&) {
+        isUnderWay.set_value();
+        hasWaitedInVain = isRegistered.get_future().wait_for(30s) != std::future_status::ready;
+        return std::make_shared<ADMXMLElementImp>("Model");
+    });
+    ADMModelInfoImp info("M");
+    auto lookUp = std::async(std::launch::async, [&] { return info.infoFromTable("Slow"); });
+    isUnderWay.get_future().wait();
+    EXPECT_TRUE(ADMModelInfoManager::sharedManager()->registerTable("Slow", database.location("two").string()));
+    isRegistered.set_value();
+    EXPECT_NE(lookUp.get(), nullptr);
+    EXPECT_FALSE(hasWaitedInVain);
 }

@@ -4,6 +4,7 @@
 #include <dmf/ADMProtocolInfo.h>
 #include <dmf/DMKeys.h>
 
+#include "modelinfo/files/Spared.h"
 #include "modelinfo/model/InfoQueries.h"
 
 using namespace dmf::internal;
@@ -19,7 +20,8 @@ ADMCommunicationInfo::ADMCommunicationInfo(std::shared_ptr<ADMInfo> info) : info
 
 std::optional<std::string> ADMCommunicationInfo::implementorClassName() const
 {
-    return text(child(info_, kDMClassNameKey));
+    return spared("looking for a class",
+                  [&]() -> std::optional<std::string> { return text(child(info_, kDMClassNameKey)); });
 }
 
 std::shared_ptr<ADMInfo> ADMCommunicationInfo::specificInfo() const
@@ -29,13 +31,15 @@ std::shared_ptr<ADMInfo> ADMCommunicationInfo::specificInfo() const
 
 std::shared_ptr<ADMProtocolInfo> ADMCommunicationInfo::protocolInfoNamed(std::string_view name)
 {
-    std::lock_guard guard(lock_);
-    const auto known = protocols_.find(name);
-    if (known != protocols_.end())
-        return known->second;
-    auto made =
-        ADMProtocolInfo::initWithInfo(child(child(specificInfo(), kDMProtocolsListKey), kDMProtocolKey, kDMName, name));
-    if (made)
-        protocols_.emplace(name, made);
-    return made;
+    return spared("looking for a protocol", [&]() -> std::shared_ptr<ADMProtocolInfo> {
+        std::lock_guard guard(lock_);
+        const auto known = protocols_.find(name);
+        if (known != protocols_.end())
+            return known->second;
+        auto made = ADMProtocolInfo::initWithInfo(
+            child(child(specificInfo(), kDMProtocolsListKey), kDMProtocolKey, kDMName, name));
+        if (made)
+            protocols_.emplace(name, made);
+        return made;
+    });
 }

@@ -5,6 +5,7 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Unicode.h>
 
+#include "modelinfo/files/Spared.h"
 #include "modelinfo/model/InfoQueries.h"
 
 using namespace dmf::internal;
@@ -29,8 +30,10 @@ std::shared_ptr<ADMInfo> ADMFunctionalInfo::specificInfo() const
 
 ADMFunctionalInfo::CommunicationInfos ADMFunctionalInfo::communicationInfoList()
 {
-    std::lock_guard guard(lock_);
-    return generalInfos();
+    return spared("listing services", [&]() -> CommunicationInfos {
+        std::lock_guard guard(lock_);
+        return generalInfos();
+    });
 }
 
 const ADMFunctionalInfo::CommunicationInfos& ADMFunctionalInfo::generalInfos()
@@ -43,8 +46,10 @@ const ADMFunctionalInfo::CommunicationInfos& ADMFunctionalInfo::generalInfos()
 
 std::shared_ptr<ADMCommunicationInfo> ADMFunctionalInfo::communicationInfoNamed(std::string_view name)
 {
-    std::lock_guard guard(lock_);
-    return namedInfo(name);
+    return spared("looking for a service", [&]() -> std::shared_ptr<ADMCommunicationInfo> {
+        std::lock_guard guard(lock_);
+        return namedInfo(name);
+    });
 }
 
 std::shared_ptr<ADMCommunicationInfo> ADMFunctionalInfo::namedInfo(std::string_view name)
@@ -62,24 +67,29 @@ std::shared_ptr<ADMCommunicationInfo> ADMFunctionalInfo::namedInfo(std::string_v
 ADMFunctionalInfo::CommunicationInfos
 ADMFunctionalInfo::prefferedCommunicationInfosForProtocolName(std::string_view protocolName)
 {
-    std::lock_guard guard(lock_);
-    auto known = preferred_.find(protocolName);
-    if (known == preferred_.end()) {
-        const Info connection =
-            child(child(info_, kDMProtocolSpecificConnectionList), kDMConnectionKey, kDMType, connectionType_);
-        // A miss is kept as an empty list, so that it is not looked for again.
-        known = preferred_
+    return spared("listing services", [&]() -> CommunicationInfos {
+        std::lock_guard guard(lock_);
+        auto known = preferred_.find(protocolName);
+        if (known == preferred_.end()) {
+            const Info connection =
+                child(child(info_, kDMProtocolSpecificConnectionList), kDMConnectionKey, kDMType, connectionType_);
+            // A miss is kept as an empty list, so that it is not looked for again.
+            known =
+                preferred_
                     .emplace(protocolName, infosReferredToBy(child(connection, kDMProtocolKey, kDMName, protocolName)))
                     .first;
-    }
-    return known->second.empty() ? generalInfos() : known->second;
+        }
+        return known->second.empty() ? generalInfos() : known->second;
+    });
 }
 
 ADMFunctionalInfo::CommunicationInfos
 ADMFunctionalInfo::communicationInfoListForInterfacesList(const std::shared_ptr<ADMInfo>& list)
 {
-    std::lock_guard guard(lock_);
-    return infosReferredToBy(list);
+    return spared("listing services", [&]() -> CommunicationInfos {
+        std::lock_guard guard(lock_);
+        return infosReferredToBy(list);
+    });
 }
 
 ADMFunctionalInfo::CommunicationInfos ADMFunctionalInfo::infosReferredToBy(const std::shared_ptr<ADMInfo>& list)
