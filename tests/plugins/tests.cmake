@@ -7,7 +7,7 @@ foreach(name Alpha Beta Gamma Delta Refused)
                                TEST_PLUGIN_SERVICE=${name}Service TEST_PLUGIN_ODD=${name}Odd)
     set_target_properties(plugin_${name} PROPERTIES PREFIX "" OUTPUT_NAME ${name}
                           LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/test-plugins")
-    foreach(area platform plugins discovery factories)
+    foreach(area platform plugins discovery devices factories)
         if(TARGET test_${area})
             add_dependencies(test_${area} plugin_${name})
         endif()

@@ -53,6 +53,18 @@ TEST_F(Discover, TellsFindsAndWhatBecameOfEachSource)
     EXPECT_EQ(interrupted.wait().status, 130);
 }
 
+TEST_F(Discover, ListsDevicesWithTheirWays)
+{
+    const auto listed = json({"devices", "--types", "Simulated", "--timeout", "1"});
+    EXPECT_EQ(listed.status, 0) << listed.err;
+    ASSERT_EQ(listed.json["devices"].size(), 3u);
+    const auto& device = listed.json["devices"][0];
+    EXPECT_EQ(device["modelName"], "Aurora 210");
+    ASSERT_EQ(device["ways"].size(), 1u);
+    EXPECT_EQ(device["ways"][0]["uri"], device["best"]["uri"]);
+    EXPECT_EQ(json({"devices", "--types", "None", "--timeout", "0.1"}).status, 4);
+}
+
 TEST_F(Discover, FollowsWhatIsOnTheNetwork)
 {
     if (const auto problem = AvahiFixture::problem(); !problem.empty())

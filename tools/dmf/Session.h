@@ -28,6 +28,7 @@ void addModelCommand(CLI::App& root, Session& session);
 void addModelDbCommand(CLI::App& root, Session& session);
 void addResolveCommand(CLI::App& root, Session& session);
 void addDiscoverCommand(CLI::App& root, Session& session);
+void addDevicesCommand(CLI::App& root, Session& session);
 void addSendCommand(CLI::App& root, Session& session);
 void addPlugInsCommand(CLI::App& root, Session& session);
 void addSimulateCommand(CLI::App& root, Session& session);

@@ -37,6 +37,7 @@ void addCommands(CLI::App& app, Session& session)
     addModelDbCommand(app, session);
     addResolveCommand(app, session);
     addDiscoverCommand(app, session);
+    addDevicesCommand(app, session);
     addSendCommand(app, session);
     addPlugInsCommand(app, session);
     addSimulateCommand(app, session);
