@@ -43,9 +43,16 @@ public:
     /// that is missing, cannot be read, is no regular file, holds more than 65,536 bytes, is not UTF-8 or holds nothing
     /// but white space gives nothing, and is read again each time. Any other content counts as one word, known or not.
     [[nodiscard]] static std::optional<std::string> environmentLogLevel();
-    /// The file at `path`, made when it is missing and opened for reading and for appending; empty when that fails,
-    /// or when anything but a regular file with this one name is there: a directory, a link.
-    [[nodiscard]] static std::shared_ptr<dmf::FileHandle> createLogFileIfNeeded(const std::string& path);
+    /// The file at `path`, made when it is missing (readable by all, writable by its owner) and opened for reading and
+    /// for appending; empty, with the reason in `refusal` when it is not null, when that fails or `reasonNotToLog`
+    /// speaks against it.
+    [[nodiscard]] static std::shared_ptr<dmf::FileHandle> createLogFileIfNeeded(const std::string& path,
+                                                                                std::string* refusal = nullptr);
+    /// Why this program would not log to `path`, as far as that can be told without making the file; empty when it
+    /// would. The file must be a regular one, and root's or the program's own user's: what somebody else put there
+    /// would hand him the lines. A link, and a file with a second name, counts only in a folder of root's or of the
+    /// user's own that nobody else may write to. A program with raised privileges trusts root's files alone.
+    [[nodiscard]] static std::string reasonNotToLog(const std::string& path);
 
     /// Puts this logger on top of the calling thread's stack / takes its first entry off again.
     void startLogging();

@@ -1,9 +1,10 @@
 #include <dmf/DMCore.h>
 
 #include <sys/single_threaded.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -32,9 +33,20 @@ std::string joined(const std::vector<const std::string_view*>& operations)
 
 TEST(Core, InitLeavesTheSingleThreadedModeOnceAndForAll)
 {
-    std::thread(&DMCoreInit).join();
-    DMCoreInit();
-    EXPECT_FALSE(__libc_single_threaded);
+    // In a child of its own: this process may have threads already, or have had some.
+    const pid_t child = ::fork();
+    if (child == 0) {
+        __libc_single_threaded = 1; // as in a program that has just begun
+        DMCoreInit();
+        const bool isLeft = !__libc_single_threaded;
+        __libc_single_threaded = 1;
+        DMCoreInit();
+        ::_exit(!isLeft ? 1 : __libc_single_threaded ? 0 : 2);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "1: the mode was not left; 2: a second call did something";
 }
 
 TEST(Core, MemoryFunctionsKeepTheirQuirks)
@@ -67,7 +79,11 @@ TEST(Core, IntrospectionWalksBackwardsAndKeepsDuplicates)
     constexpr dmf::Protocol sameName("Base", {}, {}); // as a plug-in would hold it
     EXPECT_TRUE(DMObjCProtocolsEqual(&kBase, &sameName));
     EXPECT_FALSE(DMObjCProtocolsEqual(&kOther, &kBase)); // one extends the other
-    host.setSystemVersion(0x104F);                       // too old for it
+    EXPECT_FALSE(DMObjCProtocolsEqual(&kBase, &kOther));
+    EXPECT_FALSE(DMObjCProtocolsEqual(&kBase, nullptr));
+    EXPECT_FALSE(DMObjCProtocolsEqual(nullptr, &kBase));
+    EXPECT_TRUE(DMObjCProtocolsEqual(nullptr, nullptr));
+    host.setSystemVersion(0x104F); // too old for it
     EXPECT_TRUE(DMGetObjCProtocolSelectors(&kBoth).empty());
     EXPECT_FALSE(DMObjCProtocolsEqual(&kBase, &kBase));
 }

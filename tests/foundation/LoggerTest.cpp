@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -195,20 +198,177 @@ TEST(Logger, OneLoggerPerPathUntilItIsReleasedAndItAppends)
 TEST(Logger, WritesOnlyToAPlainFileOfItsOwn)
 {
     LogHost host;
+    const auto refusal = [&](const char* name) {
+        std::string reason;
+        const bool isOpen = ADMLogger::createLogFileIfNeeded(host.path(name).string(), &reason) != nullptr;
+        EXPECT_EQ(isOpen, reason.empty()) << name;
+        return reason;
+    };
     host.writeFile("/victim", "untouched");
-    const auto plain = host.path("/victim");
+    host.writeFile("/shared/plain", "");
     std::filesystem::create_directory(host.path("/folder"));
-    std::filesystem::create_symlink(plain, host.path("/link"));
-    std::filesystem::create_symlink(host.path("/nowhere"), host.path("/dangling"));
     ASSERT_EQ(::mkfifo(host.path("/pipe").c_str(), 0600), 0);
-    for (const char* name : {"/folder", "/link", "/dangling", "/pipe", "/missing/file"}) {
-        EXPECT_EQ(ADMLogger::createLogFileIfNeeded(host.path(name).string()), nullptr) << name;
+    for (const char* name : {"/folder", "/pipe", "/missing/file"}) {
+        EXPECT_NE(refusal(name), "") << name;
+        EXPECT_EQ(ADMLogger::reasonNotToLog(host.path(name).string()), refusal(name));
         ADMLogger::initWithLogLevel("debug", host.path(name).string())->printWithLevel("info", "lost", {});
     }
-    std::filesystem::create_hard_link(plain, host.path("/second name"));
-    EXPECT_EQ(ADMLogger::createLogFileIfNeeded(host.path("/second name").string()), nullptr);
+
+    // What only its owner can have put there is his affair; in a folder that others may write to it may be theirs.
+    for (const auto mode : {0755, 01777, 0777}) {
+        ASSERT_EQ(::chmod(host.path("/shared").c_str(), static_cast<mode_t>(mode)), 0);
+        std::filesystem::remove(host.path("/shared/link"));
+        std::filesystem::remove(host.path("/shared/second name"));
+        std::filesystem::remove(host.path("/shared/dangling"));
+        std::filesystem::create_symlink(host.path("/victim"), host.path("/shared/link"));
+        std::filesystem::create_hard_link(host.path("/victim"), host.path("/shared/second name"));
+        std::filesystem::create_symlink(host.path("/nowhere"), host.path("/shared/dangling"));
+        const bool isSafe = mode == 0755;
+        for (const char* name : {"/shared/link", "/shared/second name", "/shared/dangling"})
+            EXPECT_EQ(refusal(name).empty(), isSafe) << name << ' ' << std::oct << mode;
+        EXPECT_EQ(std::filesystem::remove(host.path("/nowhere")), isSafe);
+        EXPECT_EQ(refusal("/shared/plain"), "");
+    }
     EXPECT_EQ(host.readFile("/victim"), "untouched");
-    EXPECT_FALSE(std::filesystem::exists(host.path("/nowhere")));
+}
+
+TEST(Logger, WritesNoLineIntoTheFileOfAnotherUserButIntoRootsAndItsOwn)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root to make files of others";
+    constexpr uid_t other = 65534;
+    LogHost host;
+    host.configure("debug");
+    host.writeFile(kDefaultFile, "");
+    const std::string path = host.path(kDefaultFile);
+    ASSERT_EQ(::chown(path.c_str(), other, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+    DMFLog("errors", "not for him");
+    EXPECT_EQ(host.readFile(kDefaultFile), "");
+    EXPECT_THAT(ADMLogger::reasonNotToLog(path), testing::HasSubstr("belongs to another user (65534)"));
+
+    // As that user: his own file and root's are fine, a third one's is not.
+    ASSERT_EQ(::chmod(host.host().rootFolder.c_str(), 0755), 0);
+    ASSERT_EQ(::seteuid(other), 0);
+    const auto own = ADMLogger::reasonNotToLog(path);
+    ASSERT_EQ(::seteuid(0), 0);
+    ASSERT_EQ(::chown(path.c_str(), 0, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(::seteuid(other), 0);
+    const auto roots = ADMLogger::reasonNotToLog(path);
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(own, "");
+    EXPECT_EQ(roots, "");
+}
+
+TEST(Logger, MakesFilesThatOnlyTheirOwnerWritesWhateverTheUmask)
+{
+    LogHost host;
+    const auto umask = ::umask(0);
+    ADMLogger::initWithLogLevel("debug", host.path("/own.log").string())->printWithLevel("info", "x", {});
+    ::umask(umask);
+    struct stat status {};
+    ASSERT_EQ(::stat(host.path("/own.log").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644U);
+}
+
+TEST(Logger, TriesAgainAtMostOnceASecondToOpenItsFile)
+{
+    HostFixture host;
+    host.writeFile("/elsewhere/DMFLogLevel", "debug");
+    const std::string path = host.path("/made later/own.log");
+    const auto own = ADMLoggerImp::initWithLogLevel("errors", path);
+    std::filesystem::create_directories(host.path("/made later"));
+    own->printWithLevel("info", "too early", {});
+    EXPECT_FALSE(std::filesystem::exists(path));
+    host.advance(1.1s);
+    own->printWithLevel("debug", "filtered out, so nothing is opened", {});
+    EXPECT_FALSE(std::filesystem::exists(path));
+    own->printWithLevel("info", "one", {});
+    EXPECT_EQ(ADMLoggerImp::initWithLogLevel("debug", path), own) << "one file, one logger";
+    EXPECT_THAT(host.readFile("/made later/own.log"), testing::EndsWith("] one\n"));
+
+    DMFLog("errors", "the default logger's folder is missing");
+    std::filesystem::create_directories(host.path(kFolder));
+    host.writeFile(kDMLogConfigPath, "debug");
+    host.advance(1.1s);
+    DMFLog("errors", "there it is");
+    EXPECT_THAT(host.readFile(kDefaultFile), testing::EndsWith("] there it is\n"));
+}
+
+TEST(Logger, ALineAfterACutOneBeginsOnALineOfItsOwn)
+{
+    LogHost host;
+    const auto path = host.path("/own.log");
+    auto logger = ADMLogger::initWithLogLevel("debug", path.string());
+    const rlim_t limits[] = {70, RLIM_INFINITY};
+    ::signal(SIGXFSZ, SIG_IGN);
+    for (const auto limit : limits) { // a file that takes no more stands for a full disk
+        const rlimit size{limit, RLIM_INFINITY};
+        ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &size), 0);
+        for (const char* text : {"a line that fits", "a line that the disk takes a part of", "lost"})
+            logger->printWithLevel("info", text, {});
+    }
+    const std::string log = host.readFile("/own.log");
+    EXPECT_THAT(host.messages("/own.log"), ElementsAre("a line that fits", testing::Not(IsEmpty()), "a line that fits",
+                                                       "a line that the disk takes a part of", "lost"))
+        << log;
+    EXPECT_EQ(log.find("\n\n"), std::string::npos);
+
+    // One that another program left, or this one before it ended.
+    logger.reset();
+    std::ofstream(path, std::ios::app) << "cut";
+    ADMLogger::initWithLogLevel("debug", path.string())->printWithLevel("info", "next", {});
+    EXPECT_THAT(host.readFile("/own.log"), testing::ContainsRegex("\ncut\nI  [^\n]*\\] next\n$"));
+}
+
+TEST(Logger, NeverThrowsWhateverALoggerOrADescriptionDoes)
+{
+    struct Foreign {
+        std::string description() const { throw 7; }
+    };
+    class Failing : public ADMLogger {
+        void printWithLevel(std::string_view, std::string_view, std::span<const dmf::FormatArgument>) override
+        {
+            throw "no std::exception";
+        }
+    };
+    LogHost host;
+    host.configure("debug");
+    host.setEnvironment("DMFConsoleLog", "");
+    EXPECT_NO_THROW(DMFLog("errors", "of '%@'", Foreign()));
+    const auto failing = std::make_shared<Failing>();
+    failing->startLogging();
+    EXPECT_NO_THROW(DMFLog("errors", "lost here"));
+    failing->endLogging();
+    host.host().systemLog = [](int, std::string_view) { throw 7; };
+    EXPECT_NO_THROW(DMFLog("errors", "written"));
+    EXPECT_THAT(host.messages(), ElementsAre("written"));
+    EXPECT_THAT(host.systemLog(), ElementsAre(std::pair(LOG_ERR, "lost here")));
+}
+
+TEST(Logger, APipeThatNobodyReadsCostsASecondWhateverSignalsCome)
+{
+    // Blocking and not; the signals come more often than once a second.
+    struct sigaction quiet {};
+    quiet.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &quiet, nullptr), 0);
+    const itimerval often{{0, 100'000}, {0, 100'000}};
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+    for (const int flags : {O_NONBLOCK, 0}) {
+        int ends[2];
+        ASSERT_EQ(::pipe2(ends, O_CLOEXEC | flags), 0);
+        dmf::FileHandle writing(ends[1]);
+        const std::string text(1024 * 1024, 'x'); // more than a pipe holds
+        try {
+            writing.writeData(text);
+            ADD_FAILURE() << "nobody has read it";
+        } catch (const dmf::ShortWrite& failure) {
+            EXPECT_EQ(failure.written(), static_cast<std::size_t>(::fcntl(ends[1], F_GETPIPE_SZ)));
+        }
+        ::close(ends[0]);
+    }
+    const itimerval never{};
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &never, nullptr), 0);
 }
 
 TEST(Logger, GoesOnWithoutAFolderAndWhenTheFileTakesNoMore)
@@ -241,12 +401,13 @@ TEST(Logger, AMessageIsOneLineInOneWriteAndForeignThrowsPassOnWithoutTheLock)
     EXPECT_EQ(handle->writes, 1);
     EXPECT_THAT(handle->text, testing::EndsWith("] kept\n"));
 
-    const std::string uri = "usb://a\nE  [20260101T00:00:00.000] forged\r\x1b[2J\x7f\ttab \xc2\x85 \xc3\xa9";
+    const std::string uri = "usb://a\nE  [20260101T00:00:00.000] forged\r\x1b[2J\x7f\ttab \xc2\x85 \xc3\xa9"
+                            "\xe2\x80\xae\xe2\x81\xa9\xe2\x82\xac";
     logger->printWithLevel("info", "uri '%@'", std::vector<dmf::FormatArgument>{uri});
     EXPECT_EQ(handle->writes, 2);
     EXPECT_THAT(handle->text,
                 testing::EndsWith("] uri 'usb://a\\nE  [20260101T00:00:00.000] forged\\r\\x1b[2J\\x7f\ttab \\u0085 "
-                                  "\xc3\xa9'\n"));
+                                  "\xc3\xa9\\u202e\\u2069\xe2\x82\xac'\n"));
 
     // Wherever it stands: texts are looked through several bytes at a time.
     for (std::size_t length = 1; length <= 17; ++length)
@@ -311,6 +472,9 @@ TEST(Logger, ErrorsAndWarningsAreCopiedToTheSystemLogWhateverTheLevel)
     host.setEnvironment("DMFConsoleLog", "");
     for (const char* word : kWords)
         DMFLog(word, "%@!", word);
-    EXPECT_THAT(host.systemLog(), ElementsAre(std::pair(LOG_WARNING, "warnings!"), std::pair(LOG_ERR, "errors!")));
+    DMFLog("errors", "\xC2\x41 is half a character and a letter, \xC2\x9B a control");
+    EXPECT_THAT(host.systemLog(),
+                ElementsAre(std::pair(LOG_WARNING, "warnings!"), std::pair(LOG_ERR, "errors!"),
+                            std::pair(LOG_ERR, "\xC2\x41 is half a character and a letter, \\u009b a control")));
     EXPECT_THAT(host.messages(), IsEmpty());
 }

@@ -93,6 +93,10 @@ TEST_F(CommandLine, ALogFileReceivesWhatTheLibraryLogsAndOutputThatCannotBeWritt
     EXPECT_EQ(dmf({"--log-file", log, "uri", "parse", "usb://acme/M?serial=1"}).status, 1);
     EXPECT_NE(read(log).find("vendor 'acme' is not supported"), std::string::npos) << read(log);
     EXPECT_EQ(read(log).substr(0, 4), "W  [");
+    // What the library says of models only while logging is configured, too.
+    const std::string models = folder / "models.log";
+    (void)dmf({"--log-file", models, "model", "value", "No such model", "nothing/there", "--table", "NoSuchTable"});
+    EXPECT_NE(read(models).find("ModelInfo: "), std::string::npos) << read(models);
 
     const auto refused = dmf({"--log-file", folder, "uri", "parse", "usb://QL/M?serial=1"});
     EXPECT_EQ(refused.status, 1);

@@ -61,10 +61,9 @@ std::shared_ptr<ADMLogger> startLogFile(const std::string& path)
 {
     if (path.empty())
         return nullptr;
-    if (!ADMLogger::createLogFileIfNeeded(path))
-        throw Failure(ExitCode::failed, "cannot write the log file " + path +
-                                            ": it must be a regular file of its own "
-                                            "in a folder that can be written to");
+    std::string refusal;
+    if (!ADMLogger::createLogFileIfNeeded(path, &refusal))
+        throw Failure(ExitCode::failed, "cannot write the log file: " + refusal);
     auto logger = ADMLogger::initWithLogLevel("debug2", path);
     logger->startLogging();
     return logger;

@@ -1,16 +1,12 @@
 #include <dmf/ADMLogger.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <dmf/ADMLoggerImp.h>
 #include <dmf/ADMLoggerPool.h>
 #include <dmf/platform/Error.h>
 
-#include "foundation/logging/LogLevel.h"
+#include "foundation/logging/HostLogging.h"
+#include "foundation/logging/LogFile.h"
 #include "foundation/logging/LogLevelWords.h"
-#include "foundation/logging/LoggerRegistry.h"
 
 using dmf::internal::logLevelWord;
 
@@ -41,7 +37,7 @@ std::shared_ptr<ADMLogger> ADMLogger::initWithLogLevelFileHandle(std::optional<s
 
 std::shared_ptr<ADMLogger> ADMLogger::defaultLogger()
 {
-    return dmf::internal::LoggerRegistry::shared().defaultLogger().shared_from_this();
+    return dmf::internal::HostLogging::current().defaultLogger().shared_from_this();
 }
 
 std::int32_t ADMLogger::levelValueFromString(std::string_view level)
@@ -58,26 +54,17 @@ std::optional<std::string> ADMLogger::infoPrefixFromString(std::string_view leve
 
 std::optional<std::string> ADMLogger::environmentLogLevel()
 {
-    return dmf::internal::configuredLevel();
+    return dmf::internal::HostLogging::current().level().word();
 }
 
-std::shared_ptr<dmf::FileHandle> ADMLogger::createLogFileIfNeeded(const std::string& path)
+std::shared_ptr<dmf::FileHandle> ADMLogger::createLogFileIfNeeded(const std::string& path, std::string* refusal)
 {
-    // Looked at before it is opened, since opening a device can already do something; and again once it is open, since
-    // it may have been exchanged in between. In a folder that others may write to, a link planted under the log's name
-    // would send the lines into a file of their choice; a second hard link does the same.
-    const auto isPlainFile = [](const struct stat& status) { return S_ISREG(status.st_mode) && status.st_nlink == 1; };
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) == 0 && !isPlainFile(status))
-        return nullptr;
-    const int descriptor =
-        ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666);
-    if (descriptor < 0)
-        return nullptr;
-    auto handle = std::make_shared<dmf::FileHandle>(descriptor);
-    if (::fstat(descriptor, &status) != 0 || !isPlainFile(status) || ::lseek(descriptor, 0, SEEK_END) < 0)
-        return nullptr;
-    return handle;
+    return dmf::internal::openLogFile(path, refusal);
+}
+
+std::string ADMLogger::reasonNotToLog(const std::string& path)
+{
+    return dmf::internal::reasonAgainstLogFile(path);
 }
 
 void ADMLogger::startLogging()

@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <new>
 
-#include "foundation/logging/LogLevel.h"
+#include "foundation/logging/HostLogging.h"
+#include "foundation/logging/LogFile.h"
 #include "foundation/logging/LogLevelWords.h"
 #include "foundation/logging/LogText.h"
 #include "foundation/logging/LogTime.h"
@@ -13,6 +14,8 @@
 #include "platform/host/Host.h"
 
 using dmf::internal::Host;
+using dmf::internal::HostLogging;
+using dmf::internal::LogFile;
 using dmf::internal::LoggerRegistry;
 
 namespace {
@@ -46,37 +49,12 @@ std::size_t lineLength(std::string_view prefix, std::string_view text)
 
 } // namespace
 
-namespace dmf::internal {
-
-LoggerRegistry& LoggerRegistry::shared()
-{
-    static LoggerRegistry* const registry = new LoggerRegistry; // never destroyed: any thread may still log
-    return *registry;
-}
-
-ADMLoggerImp& LoggerRegistry::defaultLogger()
-{
-    if (ADMLoggerImp* known = current_.load(std::memory_order_acquire);
-        known && generation_.load(std::memory_order_acquire) == Host::generation())
-        return *known;
-    std::lock_guard guard(lock);
-    const std::uint64_t generation = Host::generation();
-    if (!default_ || generation_.load(std::memory_order_relaxed) != generation) {
-        default_ = ADMLoggerImp::init();
-        current_.store(default_.get(), std::memory_order_release);
-        generation_.store(generation, std::memory_order_release);
-    }
-    return *default_;
-}
-
-} // namespace dmf::internal
-
 struct ADMLoggerImp::Made {};
 
-ADMLoggerImp::ADMLoggerImp(const Made&, std::optional<std::string> level, std::shared_ptr<dmf::FileHandle> fileHandle,
+ADMLoggerImp::ADMLoggerImp(const Made&, std::optional<std::string> level, std::shared_ptr<LogFile> file,
                            std::string path)
     : level_(std::move(level)), levelRank_(level_ ? levelValueFromString(*level_) : kUnknownLevel),
-      fileHandle_(std::move(fileHandle)), path_(std::move(path))
+      file_(std::move(file)), path_(std::move(path))
 {
 }
 
@@ -84,10 +62,10 @@ ADMLoggerImp::~ADMLoggerImp()
 {
     LoggerRegistry& registry = LoggerRegistry::shared();
     std::lock_guard guard(registry.lock);
-    // Another logger may have taken the path since the last reference to this one went.
-    const auto entry = registry.openFiles.find(path_);
-    if (entry != registry.openFiles.end() && entry->second.logger == this)
-        registry.openFiles.erase(entry);
+    file_.reset(); // under the lock: the next logger of the path finds either this file or none
+    const auto entry = registry.files.find(path_);
+    if (entry != registry.files.end() && entry->second.file.expired())
+        registry.files.erase(entry);
 }
 
 std::shared_ptr<ADMLoggerImp> ADMLoggerImp::init()
@@ -106,15 +84,14 @@ std::shared_ptr<ADMLoggerImp> ADMLoggerImp::initWithLogLevel(std::optional<std::
     LoggerRegistry& registry = LoggerRegistry::shared();
     std::lock_guard guard(registry.lock);
     std::string path = logFile ? *std::move(logFile) : defaultLogFile();
-    if (const auto open = registry.openFiles.find(path); open != registry.openFiles.end()) {
-        if (auto logger = open->second.reference.lock())
-            return logger;
-    }
-    auto handle = createLogFileIfNeeded(path);
-    if (!handle)
-        return std::make_shared<ADMLoggerImp>(Made{}, std::move(level), nullptr, std::string());
-    auto logger = std::make_shared<ADMLoggerImp>(Made{}, std::move(level), std::move(handle), path);
-    registry.openFiles[std::move(path)] = {logger.get(), logger};
+    LoggerRegistry::Entry& entry = registry.files[path];
+    auto file = entry.file.lock();
+    if (auto logger = entry.logger.lock(); logger && file->isReady())
+        return logger;
+    if (!file)
+        file = std::make_shared<LogFile>(path);
+    auto logger = std::make_shared<ADMLoggerImp>(Made{}, std::move(level), file, std::move(path));
+    entry = {file, logger};
     return logger;
 }
 
@@ -123,7 +100,8 @@ std::shared_ptr<ADMLoggerImp> ADMLoggerImp::initWithLogLevelFileHandle(std::opti
 {
     if (!fileHandle)
         return nullptr;
-    return std::make_shared<ADMLoggerImp>(Made{}, std::move(level), std::move(fileHandle), std::string());
+    return std::make_shared<ADMLoggerImp>(Made{}, std::move(level), std::make_shared<LogFile>(std::move(fileHandle)),
+                                          std::string());
 }
 
 bool ADMLoggerImp::letsThrough(std::int32_t rank) const
@@ -131,7 +109,7 @@ bool ADMLoggerImp::letsThrough(std::int32_t rank) const
     // A level of its own that is unknown lets everything through, a configured one that is unknown nothing.
     if (level_)
         return levelRank_ == kUnknownLevel || levelRank_ >= rank;
-    const std::int32_t configured = dmf::internal::configuredLevelRank();
+    const std::int32_t configured = HostLogging::current().level().rank();
     return configured != kUnknownLevel && configured >= rank;
 }
 
@@ -139,7 +117,7 @@ void ADMLoggerImp::printWithLevel(std::string_view level, std::string_view forma
                                   std::span<const dmf::FormatArgument> arguments)
 {
     const auto* word = dmf::internal::logLevelWord(level);
-    if (!fileHandle_ || !letsThrough(word ? word->rank : kUnknownLevel))
+    if (!letsThrough(word ? word->rank : kUnknownLevel) || !file_->isReady())
         return;
     const std::string_view prefix = word && !word->prefix.empty() ? word->prefix : kMissingObject;
     if (format.find('%') == std::string_view::npos)
@@ -176,7 +154,7 @@ void ADMLoggerImp::writePlainMessage(std::string_view prefix, std::string_view t
     if (length <= kOrdinaryLineLength) {
         char line[kOrdinaryLineLength];
         buildLine(line, prefix, text);
-        writeLine({line, length});
+        file_->write({line, length});
     } else {
         std::string line;
         try {
@@ -185,16 +163,6 @@ void ADMLoggerImp::writePlainMessage(std::string_view prefix, std::string_view t
             return; // without memory the line is lost, not the program
         }
         buildLine(line.data(), prefix, text);
-        writeLine(line);
-    }
-}
-
-void ADMLoggerImp::writeLine(std::string_view line)
-{
-    std::lock_guard guard(writeLock_);
-    try {
-        fileHandle_->writeData(line);
-    } catch (const std::exception&) {
-        // A full or vanished disk costs the line, never the program.
+        file_->write(line);
     }
 }

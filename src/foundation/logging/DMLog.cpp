@@ -1,19 +1,19 @@
 #include <dmf/DMLog.h>
 
+#include <cxxabi.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
 #include <dmf/ADMLoggerPool.h>
 #include <dmf/DMKeys.h>
 
-#include <exception>
-
-#include "foundation/logging/LogLevel.h"
+#include "foundation/logging/EnabledLog.h"
+#include "foundation/logging/HostLogging.h"
 #include "foundation/logging/LogText.h"
-#include "foundation/logging/LoggerRegistry.h"
 #include "platform/host/Host.h"
 
 using dmf::internal::Host;
+using dmf::internal::HostLogging;
 
 namespace {
 
@@ -26,11 +26,19 @@ void copyToSystemLog(std::string_view level, std::string_view format, std::span<
     const Host& host = Host::current();
     if (!host.environment("DMFConsoleLog") || !host.systemLog)
         return;
+    host.systemLog(isError ? LOG_ERR : LOG_WARNING,
+                   dmf::internal::withoutControls(dmf::formatArguments(format, arguments)));
+}
+
+/// What a program's logger, file handle or description throws costs the line: nobody who logs expects more.
+template <class Log>
+void whateverIsThrown(Log log)
+{
     try {
-        host.systemLog(isError ? LOG_ERR : LOG_WARNING,
-                       dmf::internal::withoutControls(dmf::formatArguments(format, arguments)));
-    } catch (const std::exception&) {
-        // An argument that cannot be described costs the line.
+        log();
+    } catch (const abi::__forced_unwind&) {
+        throw; // the end of the thread that logs
+    } catch (...) {
     }
 }
 
@@ -38,16 +46,27 @@ void copyToSystemLog(std::string_view level, std::string_view format, std::span<
 
 void DMFLogv(std::string_view level, std::string_view format, std::span<const dmf::FormatArgument> arguments)
 {
+    whateverIsThrown([&] {
+        if (const auto logger = ADMLoggerPool::lastLogger())
+            logger->printWithLevel(level, format, arguments);
+        else
+            HostLogging::current().defaultLogger().printWithLevel(level, format, arguments);
+    });
+    whateverIsThrown([&] { copyToSystemLog(level, format, arguments); });
+}
+
+void dmf::internal::logWhereEnabled(std::string_view level, std::string_view format,
+                                    std::span<const dmf::FormatArgument> arguments)
+{
+    if (DMIsLoggingEnabled())
+        return DMFLogv(level, format, arguments);
     if (const auto logger = ADMLoggerPool::lastLogger())
-        logger->printWithLevel(level, format, arguments);
-    else
-        dmf::internal::LoggerRegistry::shared().defaultLogger().printWithLevel(level, format, arguments);
-    copyToSystemLog(level, format, arguments);
+        whateverIsThrown([&] { logger->printWithLevel(level, format, arguments); });
 }
 
 bool DMIsLoggingEnabled()
 {
     struct stat status {};
     return ::stat(Host::current().path(kDMLogConfigPath).c_str(), &status) == 0 &&
-           dmf::internal::configuredLevel().has_value();
+           HostLogging::current().level().word().has_value();
 }

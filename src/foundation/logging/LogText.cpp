@@ -6,18 +6,35 @@
 namespace dmf::internal {
 
 namespace {
-/// The control characters beyond ASCII, U+0080 to U+009F, are this byte and one more.
-constexpr unsigned char kHighControlLead = 0xC2;
-
 bool isControl(unsigned char byte) noexcept
 {
     return (byte < 0x20 && byte != '\t') || byte == 0x7F;
 }
 
-bool isHighControl(std::string_view text, std::size_t at) noexcept
+/// A character beyond ASCII that steers what shows it, and the length of its UTF-8; 0 and 0 for any other text. Those
+/// are the control characters U+0080 to U+009F, the line and paragraph separators, and the marks, embeddings,
+/// overrides and isolates of writing direction, which make a line read in another order than it stands.
+struct Steering {
+    char32_t character;
+    std::size_t length;
+};
+
+Steering steeringAt(std::string_view text, std::size_t at) noexcept
 {
-    return static_cast<unsigned char>(text[at]) == kHighControlLead && at + 1 < text.size() &&
-           static_cast<unsigned char>(text[at + 1]) < 0xA0;
+    const auto byte = [&](std::size_t offset) {
+        return at + offset < text.size() ? static_cast<unsigned char>(text[at + offset]) : 0U;
+    };
+    const bool follows = (byte(1) & 0xC0) == 0x80;
+    if (byte(0) == 0xC2 && follows && byte(1) < 0xA0)
+        return {byte(1), 2};
+    if (byte(0) == 0xD8 && byte(1) == 0x9C)
+        return {0x061C, 2};
+    if (byte(0) != 0xE2 || !follows || (byte(2) & 0xC0) != 0x80)
+        return {};
+    const char32_t character = 0x2000 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F);
+    const bool steers = character == 0x200E || character == 0x200F || (character >= 0x2028 && character <= 0x202E) ||
+                        (character >= 0x2066 && character <= 0x2069);
+    return steers ? Steering{character, 3} : Steering{};
 }
 
 void appendHexadecimal(std::string& to, unsigned char byte)
@@ -53,7 +70,7 @@ bool isPlainText(std::string_view text) noexcept
 bool holdsControls(std::string_view text) noexcept
 {
     for (std::size_t at = 0; at < text.size(); ++at) {
-        if (isControl(static_cast<unsigned char>(text[at])) || isHighControl(text, at))
+        if (isControl(static_cast<unsigned char>(text[at])) || steeringAt(text, at).length > 0)
             return true;
     }
     return false;
@@ -71,8 +88,10 @@ std::string withoutControls(std::string_view text)
             result += "\\r";
         } else if (isControl(byte)) {
             appendHexadecimal(result += "\\x", byte);
-        } else if (isHighControl(text, at)) {
-            appendHexadecimal(result += "\\u00", static_cast<unsigned char>(text[++at]));
+        } else if (const Steering steering = steeringAt(text, at); steering.length > 0) {
+            appendHexadecimal(result += "\\u", static_cast<unsigned char>(steering.character >> 8));
+            appendHexadecimal(result, static_cast<unsigned char>(steering.character));
+            at += steering.length - 1;
         } else {
             result += text[at];
         }

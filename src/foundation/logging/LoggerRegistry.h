@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -9,25 +7,20 @@
 
 #include <dmf/ADMLoggerImp.h>
 
+#include "foundation/logging/LogFile.h"
+
 namespace dmf::internal {
 
-/// What all loggers of the process share.
+/// The files that the loggers of this process write to, and the logger of each.
 struct LoggerRegistry {
     struct Entry {
-        const ADMLoggerImp* logger = nullptr;
-        std::weak_ptr<ADMLoggerImp> reference;
+        std::weak_ptr<LogFile> file;
+        std::weak_ptr<ADMLoggerImp> logger; // the one that was made last, while it lives
     };
     std::recursive_mutex lock;
-    std::map<std::string, Entry> openFiles; // by path; guarded by lock
+    std::map<std::string, Entry> files; // by path; guarded by lock
 
-    /// The default logger; valid as long as its host is in force. Thread-safe.
-    [[nodiscard]] ADMLoggerImp& defaultLogger();
     [[nodiscard]] static LoggerRegistry& shared();
-
-private:
-    std::shared_ptr<ADMLoggerImp> default_; // guarded by lock
-    std::atomic<ADMLoggerImp*> current_{nullptr};
-    std::atomic<std::uint64_t> generation_{0}; // of the host that the default logger was made for
 };
 
 } // namespace dmf::internal

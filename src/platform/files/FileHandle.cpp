@@ -6,8 +6,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <system_error>
+#include <chrono>
+#include <climits>
+#include <optional>
 
 namespace dmf {
 namespace {
@@ -41,30 +44,59 @@ private:
     sigset_t before_;
 };
 
-/// How long a reader may keep a descriptor full that its owner has made non-blocking.
-constexpr int kPatienceInMilliseconds = 1000;
+using Clock = std::chrono::steady_clock;
 
-/// Whether the descriptor takes more within the time.
-bool becomesWritable(int descriptor)
+/// How long a reader may leave a pipe, a socket or a non-blocking descriptor full.
+constexpr auto kPatience = std::chrono::seconds(1);
+
+/// Whether the descriptor takes more by then, which signals do not put off. What is wrong with it the write tells.
+bool becomesWritable(int descriptor, Clock::time_point end)
 {
-    pollfd watched{descriptor, POLLOUT, 0};
-    return ::poll(&watched, 1, kPatienceInMilliseconds) > 0 && (watched.revents & POLLOUT) != 0;
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd watched{descriptor, POLLOUT, 0};
+        const int ready = ::poll(&watched, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready >= 0 || errno != EINTR)
+            return ready > 0;
+        if (left <= 0)
+            return false;
+    }
 }
 
-void writeAll(int descriptor, std::string_view bytes)
+/// Writes pieces of at most `piece` bytes; with `waits` each only once the descriptor takes one.
+void writeAll(int descriptor, std::string_view bytes, std::size_t piece, bool waits)
 {
+    const std::size_t all = bytes.size();
+    std::optional<Clock::time_point> end; // since the last progress
     while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written > 0)
+        if (waits && !end)
+            end = Clock::now() + kPatience;
+        if (waits && !becomesWritable(descriptor, *end))
+            throw ShortWrite(EAGAIN, all - bytes.size());
+        const ssize_t written = ::write(descriptor, bytes.data(), std::min(bytes.size(), piece));
+        if (written > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && becomesWritable(descriptor))
-            continue; // a half written line would run into the next one
-        else if (written == 0 || errno != EINTR)
-            throw std::system_error(written == 0 ? ENOSPC : errno, std::generic_category(), "write");
+            end.reset();
+            continue;
+        }
+        const int error = written == 0 ? ENOSPC : errno;
+        if (!end)
+            end = Clock::now() + kPatience;
+        // A half written line would run into the next one.
+        const bool isFull = error == EAGAIN && Clock::now() < *end && becomesWritable(descriptor, *end);
+        if (!isFull && error != EINTR)
+            throw ShortWrite(error, all - bytes.size());
     }
 }
 
 } // namespace
+
+ShortWrite::ShortWrite(int error, std::size_t written)
+    : std::system_error(error, std::generic_category(), "write"), written_(written)
+{
+}
+
+ShortWrite::~ShortWrite() = default;
 
 FileHandle::FileHandle(int descriptor) noexcept : descriptor_(descriptor), canSignal_(true)
 {
@@ -81,9 +113,10 @@ FileHandle::~FileHandle()
 void FileHandle::writeData(std::string_view bytes)
 {
     if (!canSignal_)
-        return writeAll(descriptor_, bytes);
+        return writeAll(descriptor_, bytes, bytes.size(), false);
+    // Also a pipe that blocks takes a piece of this size at once when it takes anything.
     const PipeSignalGuard guard;
-    writeAll(descriptor_, bytes);
+    writeAll(descriptor_, bytes, PIPE_BUF, true);
 }
 
 } // namespace dmf

@@ -38,6 +38,11 @@ Host::Host()
 {
 }
 
+Host::~Host()
+{
+    delete logging.load(std::memory_order_acquire);
+}
+
 double Host::now() const noexcept
 {
     return seconds(CLOCK_REALTIME,

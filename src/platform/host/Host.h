@@ -17,7 +17,15 @@ namespace dmf::internal {
 /// Programs get the real one; a test installs another before it starts and puts the real one back at its end.
 /// Exported for the tests; its header is not installed.
 struct DMF_EXPORT Host {
+    /// What a layer above keeps for as long as its host lives.
+    struct Belongings {
+        virtual ~Belongings() = default;
+    };
+
     Host();
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
 
     /// Put before every absolute path that the library uses by itself; empty on a real machine.
     std::string rootFolder;
@@ -36,6 +44,8 @@ struct DMF_EXPORT Host {
     std::optional<std::string> libraryFolder;
     /// Receives lines for the system's log; the priorities are those of syslog.
     std::function<void(int priority, std::string_view line)> systemLog;
+    /// Logging's; put there once, and the host's from then on.
+    std::atomic<Belongings*> logging{nullptr};
 
     /// Seconds since 1970.
     [[nodiscard]] double now() const noexcept;

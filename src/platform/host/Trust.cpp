@@ -35,10 +35,14 @@ bool isRaised() noexcept
     return ::getauxval(AT_SECURE) != 0;
 }
 
+} // namespace
+
 bool isTrustedUser(uid_t user) noexcept
 {
     return user == 0 || (!isRaised() && user == ::geteuid());
 }
+
+namespace {
 
 // The group that is a user's alone has the user's own number; any other one may have more members.
 bool isTrustedGroup(gid_t group) noexcept

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include <sys/types.h>
+
 #include <dmf/platform/Export.h>
 
 // Whose code and text this program may use. Trusted are root and the program's own user; a program with raised
@@ -9,6 +11,9 @@
 // against a file or folder, empty when there is none; what cannot be looked at is not trusted. All thread-safe.
 // Exported for the tests; the header is not installed.
 namespace dmf::internal {
+
+/// Whether the files of that user are trusted.
+[[nodiscard]] bool isTrustedUser(uid_t user) noexcept;
 
 /// Why what is at `path` (a link is followed) must not be used: it is gone, it belongs to an ordinary user other than
 /// this program's, or others may write to it: everybody, a group other than root's and the one of the user's own number
