@@ -1,6 +1,7 @@
 #include <dmf/ADMDeviceSettingsModel.h>
 
 #include <algorithm>
+#include <cmath>
 #include <ctime>
 #include <memory>
 
@@ -164,8 +165,8 @@ bool ADMDeviceSettingsModel::validateNumberValue(dmf::Value& value, std::string_
         return true;
     else if (given >= std::uint64_t{location} + length)
         value = static_cast<std::uint32_t>(std::uint64_t{location} + length - 1);
-    else if (!(*number == dmf::Number(given)))
-        value = given;
+    else if (number->int64Value() != given || std::isnan(number->doubleValue()))
+        value = given; // only the low bits lie in the range; a number with a fraction stays what it is
     return true;
 }
 

@@ -22,6 +22,10 @@ TEST(Value, NumbersCompareByQuantityAndConversionsStopAtTheLimits)
     EXPECT_NE(Value(std::numeric_limits<std::int64_t>::max()), Value(9223372036854775808.0));
     EXPECT_NE(Value(1), Value(true));
     EXPECT_EQ(Value(1).hash(), Value(1.0).hash());
+    ASSERT_EQ(Value(0.0), Value(-0.0));
+    EXPECT_EQ(Value(0.0).hash(), Value(-0.0).hash());
+    EXPECT_EQ(Value(dmf::Date(0.0)).hash(), Value(dmf::Date(-0.0)).hash());
+    EXPECT_EQ(Value(dmf::Array{0.0, -0.0}).hash(), Value(dmf::Array{-0.0, 0}).hash());
 
     EXPECT_EQ(Number(1e300).int64Value(), std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(Number(-5).uint32Value(), 0u);

@@ -27,6 +27,15 @@ public:
     }
 };
 
+/// A model that defines a validation as an operation, and leaves the error's place empty.
+class Silent final : public ADMDeviceSettingsModel {
+public:
+    Silent()
+    {
+        define("validateSize:error:", [](std::span<Value>) { return Value(false); });
+    }
+};
+
 struct DeviceSettings : testing::Test {
     HostFixture host;
     std::shared_ptr<PrinterSettings> model = std::make_shared<PrinterSettings>();
@@ -77,7 +86,13 @@ TEST_F(DeviceSettings, NumbersAreMovedIntoTheirRange)
                 {{10, 5}, -1, 14}, // negative numbers count as huge ones
                 {{0, 4}, -5, 3},
                 {{1, 4294967295u}, -5, 4294967291u},
-                {{0, 4}, 2.5, 2},
+                {{0, 4}, 2.5, 2.5}, // what lies inside stays what it is
+                {{2, 4}, 2.5, 2.5},
+                {{0, 4}, 4.5, 3},
+                {{10, 5}, 9.5, 10},
+                {{0, 0}, 2.5, 2.5},
+                {{10, 5}, 4294967308.5, 12}, // more than 32 bits
+                {{0, 4}, std::nan(""), 0},
                 {{10, 5}, 1e30, 14},
                 {{4294967295u, 4294967295u}, 5, 4294967295u}};
     for (const auto& [range, given, expected] : rows) {
@@ -110,6 +125,11 @@ TEST_F(DeviceSettings, ChoicesMustBeAmongTheAllowedOnes)
     EXPECT_TRUE(limited.validateEnumeratedValue(anything, "size", nullptr)); // an empty list of them
     dmf::Error error;
     EXPECT_FALSE(limited.validateValue(anything, "size", &error)); // refused without a word
+    EXPECT_EQ(error, dmf::Error(std::string(kDMDeviceSettingsDomain), -1001));
+    EXPECT_FALSE(limited.validateValue(anything, "size", nullptr)); // nobody wants to know why
+    Silent silent;
+    error = {};
+    EXPECT_FALSE(silent.validateValue(anything, "size", &error)); // a validation of its own that reports nothing
     EXPECT_EQ(error, dmf::Error(std::string(kDMDeviceSettingsDomain), -1001));
     EXPECT_EQ(validated("serialNumber", 17), 17); // a key without a validator
     EXPECT_TRUE(validated("unknown", "x").isNull());

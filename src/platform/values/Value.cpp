@@ -65,6 +65,8 @@ public:
         for (int shift = 0; shift < 32; shift += 8)
             state_ = (state_ ^ ((word >> shift) & 0xFF)) * 16777619u;
     }
+    /// By the quantity, since equal numbers of different kinds must hash alike; and there are two zeros that are equal.
+    void add(double quantity) { add(Number(quantity == 0 ? 0.0 : quantity).description()); }
     [[nodiscard]] std::uint32_t result() const noexcept { return state_; }
 
 private:
@@ -308,11 +310,10 @@ std::uint32_t Value::hash() const
     switch (kind()) {
     case Kind::null: break;
     case Kind::boolean: hash.add(*asBool() ? 1u : 0u); break;
-    // Equal numbers of different kinds must hash alike, so the quantity counts and not the kind.
-    case Kind::number: hash.add(Number(asNumber()->doubleValue()).description()); break;
+    case Kind::number: hash.add(asNumber()->doubleValue()); break;
     case Kind::string: hash.add(*asString()); break;
     case Kind::data: hash.add(asData()->text()); break;
-    case Kind::date: hash.add(Number(asDate()->secondsSince1970()).description()); break;
+    case Kind::date: hash.add(asDate()->secondsSince1970()); break;
     case Kind::array:
         for (const Value& value : *asArray())
             hash.add(value.hash());
