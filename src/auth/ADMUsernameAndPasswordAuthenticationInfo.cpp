@@ -2,23 +2,16 @@
 
 #include <dmf/ADMServiceInfo.h>
 
+#include "auth/KeyringPlaces.h"
 #include "platform/secrets/Keyring.h"
 
 using namespace dmf::internal;
 
 namespace {
 
-/// Where the keyring keeps what belongs to the service; nothing for a service without a URI. A service is called by its
-/// model, which people know, or else by its URI. A service that does not know its model asks its device, for as long as
-/// that takes, so this is for the keyring's thread.
 KeyringPlaceOf placeOf(const std::shared_ptr<ADMServiceInfo>& serviceInfo)
 {
-    return [serviceInfo]() -> std::optional<KeyringPlace> {
-        const auto uri = serviceInfo->uri();
-        if (!uri)
-            return std::nullopt;
-        return KeyringPlace{*uri, serviceInfo->modelName().value_or(*uri)};
-    };
+    return [&serviceInfo](double seconds) { return keyringPlace(serviceInfo, seconds); };
 }
 
 } // namespace

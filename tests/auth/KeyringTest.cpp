@@ -162,7 +162,7 @@ TEST(Keyring, GivesAPersonMoreTimeButNotForEver)
 
     const dmf::internal::Bounds bounds{4.0, 5.0};
     const auto begin = Clock::now();
-    const auto place = [] { return dmf::internal::KeyringPlace{kUri, kUri}; };
+    const auto place = [](double) { return dmf::internal::KeyringPlace{kUri, kUri}; };
     EXPECT_FALSE(dmf::internal::storeInKeyring(place, "eva", dmf::Secret("password"), bounds));
     const auto took = Clock::now() - begin;
     EXPECT_GE(took, 5s) << "nobody was asked, or not for long enough";
@@ -220,18 +220,19 @@ TEST(Keyring, LeavesNoDescriptorBehindWhenTheBusDiesUnderACall)
     EXPECT_LE(openDescriptors(), before);
 }
 
+/// Says what it is once it may.
+struct SlowDevice : FakeDevice {
+    std::promise<void> mayAnswer;
+    std::shared_future<void> answer = mayAnswer.get_future().share();
+    dmf::Dictionary retrieveParameters(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>) override
+    {
+        answer.wait();
+        return {{"vendorName", "QL"}, {"modelName", "Model 9"}};
+    }
+};
+
 TEST(Keyring, DoesNotWaitForAServiceThatAsksItsDeviceForTheModel)
 {
-    /// Says what it is once it may.
-    struct SlowDevice : FakeDevice {
-        std::promise<void> mayAnswer;
-        std::shared_future<void> answer = mayAnswer.get_future().share();
-        dmf::Dictionary retrieveParameters(const dmf::Dictionary&, std::shared_ptr<IDMDeviceHandler>) override
-        {
-            answer.wait();
-            return {{"vendorName", "QL"}, {"modelName", "Model 9"}};
-        }
-    };
     KeyringFixture keyring;
     MachineOn machine(keyring.bus.address());
     const auto device = std::make_shared<SlowDevice>();
@@ -249,6 +250,23 @@ TEST(Keyring, DoesNotWaitForAServiceThatAsksItsDeviceForTheModel)
     EXPECT_EQ(find(service(kUri, "Model 9")), nullptr) << "what is late stores nothing";
     EXPECT_TRUE(credential->storeInKeychainForServiceInfo(info));
     EXPECT_TRUE(find(service(kUri, "Model 9"))) << "under the model's name";
+}
+
+TEST(Keyring, AsksAServiceForItsModelOnOneThreadHoweverManyWait)
+{
+    SessionBus bus;
+    MachineOn machine(bus.address());
+    const auto device = std::make_shared<SlowDevice>();
+    const auto info = ADMServiceInfoImp::serviceInfoWithURI(kUri, "com.ql.printer");
+    info->setDevice(device);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 6; ++i)
+        threads.emplace_back([&] { EXPECT_EQ(Named::initFromKeychainForServiceInfo(info), nullptr); });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(keyringThreads(), 1) << "those that nobody waits for any more";
+    device->mayAnswer.set_value();
+    EXPECT_TRUE(noKeyringThreadIsLeft());
 }
 
 TEST(Keyring, ThatTakesPasswordsInPlainTextOnlyIsHandedNone)

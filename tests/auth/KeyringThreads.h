@@ -13,23 +13,23 @@ inline std::ptrdiff_t openDescriptors()
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
+/// How many threads of the library ask the keyring, or a service for the keyring.
+inline int keyringThreads()
+{
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name == "dmf-keyring" ? 1 : 0;
+    }
+    return count;
+}
+
 /// Waits until what the keyring was asked has ended on the library's side as well.
 inline bool noKeyringThreadIsLeft()
 {
-    const auto isLeft = [] {
-        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-            std::string name;
-            std::getline(std::ifstream(task.path() / "comm"), name);
-            if (name == "dmf-keyring")
-                return true;
-        }
-        return false;
-    };
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (!isLeft())
-            return true;
+    while (keyringThreads() > 0 && std::chrono::steady_clock::now() < deadline)
         std::this_thread::yield();
-    }
-    return false;
+    return keyringThreads() == 0;
 }

@@ -4,6 +4,7 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -70,10 +71,14 @@ GVariant* variantOfPaths(const Paths& paths)
     return g_variant_builder_end(&builder);
 }
 
-/// The place, if it can be searched for and stored under.
-std::optional<KeyringPlace> usablePlace(const KeyringPlaceOf& placeOf)
+/// The place, if it can be searched for and stored under; `bounds` becomes what is left of it.
+std::optional<KeyringPlace> usablePlace(const KeyringPlaceOf& placeOf, Bounds& bounds)
 {
-    auto place = placeOf();
+    const auto begin = BoundedWork::Clock::now();
+    auto place = placeOf(bounds.answer);
+    const double took = std::chrono::duration<double>(BoundedWork::Clock::now() - begin).count();
+    bounds.answer -= took;
+    bounds.person -= took;
     return place && isSendable(place->server) && isSendable(place->label) ? std::move(place) : std::nullopt;
 }
 
@@ -265,31 +270,30 @@ bool Keyring::store(const KeyringPlace& place, const std::string& account, const
 
 } // namespace
 
-std::optional<KeyringItem> findInKeyring(KeyringPlaceOf placeOf, Bounds bounds)
+std::optional<KeyringItem> findInKeyring(const KeyringPlaceOf& placeOf, Bounds bounds)
 {
     const auto address = busAddress(Bus::session);
-    if (!address)
+    const auto place = address ? usablePlace(placeOf, bounds) : std::nullopt;
+    if (!place)
         return std::nullopt;
     auto found = BoundedWork::run<std::optional<KeyringItem>>(
-        bounds, [address, placeOf = std::move(placeOf)](BoundedWork& work) {
-            const auto place = usablePlace(placeOf);
-            return place ? Keyring(*address, work).find(*place) : std::nullopt;
-        });
+        bounds, [address, place](BoundedWork& work) { return Keyring(*address, work).find(*place); });
     return found ? *std::move(found) : std::nullopt;
 }
 
-bool storeInKeyring(KeyringPlaceOf placeOf, const std::string& account, Secret password, Bounds bounds)
+bool storeInKeyring(const KeyringPlaceOf& placeOf, const std::string& account, Secret password, Bounds bounds)
 {
     const auto address = busAddress(Bus::session);
     // A password that is no text could be stored, but never be handed back.
     if (!address || !isSendable(account) || !isValidUtf8(password.view()))
         return false;
+    const auto place = usablePlace(placeOf, bounds);
+    if (!place)
+        return false;
     const auto kept = std::make_shared<const Secret>(std::move(password));
-    const auto isStored =
-        BoundedWork::run<bool>(bounds, [address, placeOf = std::move(placeOf), account, kept](BoundedWork& work) {
-            const auto place = usablePlace(placeOf);
-            return place && Keyring(*address, work).store(*place, account, *kept);
-        });
+    const auto isStored = BoundedWork::run<bool>(bounds, [address, place, account, kept](BoundedWork& work) {
+        return Keyring(*address, work).store(*place, account, *kept);
+    });
     return isStored.value_or(false);
 }
 
