@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/host/Thread.h"
+#include "support/DescriptorLimit.h"
 #include "support/HostFixture.h"
 #include "support/LoopThread.h"
 
@@ -36,6 +38,28 @@ Date soon()
 Result turn(std::string_view mode = kMode)
 {
     return RunLoop::current()->runMode(mode, Date::distantPast());
+}
+
+/// Counts how often the process's default context prepares to wait.
+GSource* countingSource(int& turns)
+{
+    struct Counting {
+        GSource base;
+        int* turns;
+    };
+    static GSourceFuncs functions = {[](GSource* source, gint* timeout) -> gboolean {
+                                         ++*reinterpret_cast<Counting*>(source)->turns;
+                                         return *timeout = -1, FALSE;
+                                     },
+                                     nullptr,
+                                     nullptr,
+                                     nullptr,
+                                     nullptr,
+                                     nullptr};
+    GSource* const source = g_source_new(&functions, sizeof(Counting));
+    reinterpret_cast<Counting*>(source)->turns = &turns;
+    g_source_attach(source, nullptr);
+    return source;
 }
 
 /// The run loop of the thread, with sources that end with the test.
@@ -335,6 +359,106 @@ TEST_F(RunLoopTest, TheHostsLoopTurnsTheDefaultModeAndNoOther)
     turn(kDefaultRunLoopMode);
     EXPECT_EQ(hosts, 1);
     EXPECT_EQ(defaultMode, 2) << "a source of higher priority must not take the last turn from ours";
+}
+
+TEST_F(RunLoopTest, ADialogOfTheHostsIsServedWhateverTheRunAroundItWaitsFor)
+{
+    // Both ways in which a callback is reached: from a turn of the context, and in a last turn that the host's own
+    // sources have taken. The dialog is one that a callback of ours opens, or one of the host's.
+    const struct {
+        bool isStopped, isLastTurn, isOpenedByHost;
+    } rows[] = {{false, false, false}, {true, false, false}, {false, true, false}, {true, false, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.isStopped << row.isLastTurn << row.isOpenedByHost);
+        int delivered = 0;
+        int turns = 0;
+        const auto inside = add([&] { ++delivered; }, kDefaultRunLoopMode);
+        const auto dialog = [&] {
+            if (row.isStopped)
+                loop->stop();
+            inside->signal();
+            GMainLoop* const window = g_main_loop_new(nullptr, FALSE);
+            // It takes its time, and goes to sleep meanwhile; the last of its turns would be thousands.
+            g_timeout_add_full(
+                G_PRIORITY_LOW, 50,
+                [](gpointer it) -> gboolean { return g_main_loop_quit(static_cast<GMainLoop*>(it)), G_SOURCE_REMOVE; },
+                window, nullptr);
+            GSource* const counter = countingSource(turns);
+            g_main_loop_run(window);
+            g_source_destroy(counter);
+            g_source_unref(counter);
+            g_main_loop_unref(window);
+        };
+        if (row.isOpenedByHost) {
+            std::function<void()> opened = dialog;
+            g_idle_add_full(
+                G_PRIORITY_HIGH,
+                [](gpointer it) -> gboolean { return (*static_cast<std::function<void()>*>(it))(), G_SOURCE_REMOVE; },
+                &opened, nullptr);
+            EXPECT_EQ(loop->runMode(kDefaultRunLoopMode, soon()), Result::stopped);
+        } else {
+            const auto opener = signalled(dialog, kDefaultRunLoopMode);
+            if (row.isLastTurn) {
+                g_idle_add_full(
+                    G_PRIORITY_HIGH, [](gpointer) -> gboolean { return G_SOURCE_REMOVE; }, nullptr, nullptr);
+                EXPECT_EQ(turn(kDefaultRunLoopMode), Result::timedOut);
+            } else {
+                EXPECT_EQ(loop->runMode(kDefaultRunLoopMode, soon(), true),
+                          row.isStopped ? Result::stopped : Result::handledSource);
+            }
+            opener->invalidate();
+        }
+        EXPECT_EQ(delivered, 1) << "the dialog's own turns deliver";
+        EXPECT_LT(turns, 20) << "it does not turn in vain";
+        inside->invalidate();
+    }
+}
+
+TEST_F(RunLoopTest, WhatADialogsCallbackThrowsReachesTheRunAroundIt)
+{
+    bool isClosed = false;
+    signalled(
+        [&] {
+            signalled([] { throw std::runtime_error("inside"); }, kDefaultRunLoopMode);
+            g_main_context_iteration(nullptr, TRUE);
+            isClosed = true;
+        },
+        kDefaultRunLoopMode);
+    EXPECT_THROW(loop->runMode(kDefaultRunLoopMode, soon()), std::runtime_error);
+    EXPECT_TRUE(isClosed);
+}
+
+TEST_F(RunLoopTest, WorksWithoutDescriptorsAndTakesAContextOnceThereAreSome)
+{
+    const auto isServed = [](std::string_view mode) {
+        bool served = false;
+        const auto source = RunLoopSource::create([&] { served = true; });
+        RunLoop::current()->addSource(source, mode);
+        source->signal();
+        RunLoop::current()->runMode(mode, Date::distantPast());
+        source->invalidate();
+        return served;
+    };
+    (void)RunLoop::current(); // the main thread's is there already
+    DescriptorLimit none(0);
+    EXPECT_TRUE(isServed("a mode never seen before"));
+    std::thread([&] { EXPECT_TRUE(isServed(kDefaultRunLoopMode)) << "on a thread of the host's"; }).join();
+
+    bool isKept = false;
+    const auto body = [&] {
+        EXPECT_TRUE(isServed(kDefaultRunLoopMode)) << "on one of the library's";
+        const auto early = RunLoopSource::create([&] { isKept = true; });
+        RunLoop::current()->addSource(early, kDefaultRunLoopMode);
+        none.lift();
+        (void)RunLoop::current();
+        early->signal();
+        ASSERT_NE(g_main_context_get_thread_default(), nullptr);
+        g_main_context_iteration(g_main_context_get_thread_default(), FALSE);
+    };
+    pthread_t thread{};
+    ASSERT_EQ(dmf::internal::startThread("test", dmf::internal::ThreadForm::joinable, body, &thread), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_TRUE(isKept) << "what was scheduled before the context came";
 }
 
 TEST_F(RunLoopTest, AThreadsOwnDefaultContextIsItsDefaultMode)

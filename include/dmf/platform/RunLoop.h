@@ -77,9 +77,12 @@ private:
 
 /// A thread's loop over named sets of sources and timers, its modes. Only the sources of the mode that runs are served.
 ///
-/// The default mode is turned by the thread's default main context as it was when the loop was made, or by one of the
-/// loop's own. What a callback throws ends the `runMode` that serves it and reaches its caller; in a loop of the host's
-/// own there is nobody to receive it, and it ends the program.
+/// The default mode is turned by the thread's default main context as it was when the loop was made; where there was
+/// none, the library's own threads get one, and on others `runMode` alone turns it, as it does all other modes. A loop
+/// of the host's own (a dialog's) that a callback turns serves all that is due, whatever the run around it waits for.
+///
+/// What a callback throws ends the innermost `runMode` that turns its mode and reaches that one's caller; where there
+/// is none, in a loop of the host's own, it ends the program.
 ///
 /// Adding, removing, `stop` and `wakeUp` are thread-safe; running is for the loop's own thread only.
 class DMF_EXPORT RunLoop : public std::enable_shared_from_this<RunLoop> {
@@ -91,7 +94,9 @@ public:
         handledSource, ///< a source or timer was served, and the caller asked to return then
     };
 
-    /// The calling thread's run loop, made on first use and kept until the thread ends.
+    /// The calling thread's run loop, made on first use and kept until the thread ends. Where the process has not the
+    /// few descriptors left that a main context takes, `runMode` alone turns its default mode until a later call finds
+    /// them.
     [[nodiscard]] static std::shared_ptr<RunLoop> current();
     ~RunLoop();
     RunLoop(const RunLoop&) = delete;

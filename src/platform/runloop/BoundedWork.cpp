@@ -1,5 +1,6 @@
 #include "platform/runloop/BoundedWork.h"
 
+#include "platform/host/Reserve.h"
 #include "platform/host/Thread.h"
 
 namespace dmf::internal {
@@ -34,7 +35,9 @@ bool BoundedWork::runToEnd(std::function<void(BoundedWork&)> work)
     const auto self = shared_from_this();
     auto body = [self, work = std::move(work)]() mutable {
         try {
-            work(*self);
+            // GLib ends the program where its contexts, wake-ups or threads cannot be had.
+            if (canOpenDescriptors() && canStartThreads())
+                work(*self);
         } catch (const std::exception&) {
             // No memory, or no random numbers: to the caller it is an answer that never came.
         }

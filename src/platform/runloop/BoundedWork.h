@@ -31,8 +31,8 @@ public:
     /// Called by the work once a person is asked: from here on the caller waits for up to the longer bound.
     void allowForPerson();
 
-    /// What `work` gave, or nothing when it was late, threw, or no thread could be had. The work owns what it needs: it
-    /// may outlive the call.
+    /// What `work` gave, or nothing when it was late or threw, or no thread or descriptors could be had. The work owns
+    /// what it needs: it may outlive the call.
     template <class Result>
     [[nodiscard]] static std::optional<Result> run(Bounds bounds, std::function<Result(BoundedWork&)> work)
     {

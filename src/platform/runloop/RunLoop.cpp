@@ -1,19 +1,31 @@
-#include "platform/runloop/RunLoopPrivate.h"
+#include <dmf/platform/RunLoop.h>
 
 #include <dmf/platform/Format.h>
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <map>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 #include <utility>
+#include <vector>
+
+#include <glib.h>
 
 #include "platform/host/Host.h"
+#include "platform/host/Reserve.h"
 #include "platform/host/Thread.h"
+#include "platform/runloop/HostedMode.h"
+#include "platform/runloop/RunLoopSource.h"
+#include "platform/runloop/RunLoopTimer.h"
 
 namespace dmf {
 
 using internal::Host;
+using internal::HostedMode;
 using internal::RunFrame;
 using internal::RunLoopMode;
 
@@ -42,6 +54,32 @@ struct ThreadSlot {
 
 } // namespace
 
+struct RunLoop::Private {
+    class Run;
+
+    Private();
+
+    /// Gives the default mode the main context that this thread's loop has, where it has none yet and one can be had.
+    void takeContext();
+    void host(GMainContext* context);
+    /// Adds to the mode of that name; nothing once the thread has ended.
+    template <class Item>
+    void add(std::string_view name, const Item& item);
+    [[nodiscard]] std::shared_ptr<RunLoopMode> existingMode(std::string_view name);
+    void wakeAll();
+    void end();
+
+    const std::thread::id thread = std::this_thread::get_id();
+    std::atomic<bool> stopRequested{false};
+    std::mutex lock;
+    std::map<std::string, std::shared_ptr<RunLoopMode>, std::less<>> modes; // guarded by lock
+    std::vector<std::string> running;                                       // guarded by lock
+    bool hasEnded = false;                                                  // guarded by lock
+    // For the run loop's thread:
+    bool awaitsContext = false;
+    GMainContext* pushedContext = nullptr;
+};
+
 /// Notes a run in the loop and in the mode for as long as it lasts.
 class RunLoop::Private::Run {
 public:
@@ -66,11 +104,56 @@ private:
     RunFrame* const outer_;
 };
 
-RunLoop::Private::Private(GMainContext* context, bool pushed) : pushedContext(pushed ? context : nullptr)
+/// The default mode is the thread's default context as it is now, so that a host's own loop turns it. Where nobody has
+/// made one, the loop turns it by itself (never the process's, which the main thread turns); the library's own threads
+/// have a context and make it their thread's default, so that platform services used there report to it.
+RunLoop::Private::Private()
 {
-    if (pushed)
-        g_main_context_push_thread_default(context);
-    modes.emplace(kDefaultRunLoopMode, RunLoopMode::create(context));
+    modes.emplace(kDefaultRunLoopMode, std::make_shared<RunLoopMode>());
+    if (GMainContext* const context = g_main_context_get_thread_default()) {
+        host(g_main_context_ref(context));
+        return;
+    }
+    awaitsContext = isMainThread() || (internal::isLibraryThread() && !gThreadIsEnding);
+    takeContext();
+}
+
+/// GLib ends the program where it gets no descriptors for a context. Without it the default mode works as the others
+/// do, and the next one who asks for the thread's loop tries again.
+void RunLoop::Private::takeContext()
+{
+    if (!awaitsContext || !running.empty() || !internal::canOpenDescriptors())
+        return;
+    awaitsContext = false;
+    if (isMainThread()) {
+        host(g_main_context_ref(g_main_context_default()));
+        return;
+    }
+    pushedContext = g_main_context_new();
+    g_main_context_push_thread_default(pushedContext);
+    host(pushedContext); // the thread's stack of defaults has a reference of its own
+}
+
+/// Takes over the reference to `context`.
+void RunLoop::Private::host(GMainContext* context)
+{
+    const auto hosted = HostedMode::create(context);
+    std::lock_guard guard(lock);
+    std::shared_ptr<RunLoopMode>& mode = modes.find(kDefaultRunLoopMode)->second;
+    mode->moveTo(*hosted);
+    mode = hosted;
+}
+
+template <class Item>
+void RunLoop::Private::add(std::string_view name, const Item& item)
+{
+    std::lock_guard guard(lock);
+    if (hasEnded)
+        return;
+    auto entry = modes.find(name);
+    if (entry == modes.end())
+        entry = modes.emplace(name, std::make_shared<RunLoopMode>()).first;
+    entry->second->add(item);
 }
 
 std::shared_ptr<RunLoopMode> RunLoop::Private::existingMode(std::string_view name)
@@ -78,17 +161,6 @@ std::shared_ptr<RunLoopMode> RunLoop::Private::existingMode(std::string_view nam
     std::lock_guard guard(lock);
     const auto entry = modes.find(name);
     return entry == modes.end() ? nullptr : entry->second;
-}
-
-std::shared_ptr<RunLoopMode> RunLoop::Private::mode(std::string_view name)
-{
-    std::lock_guard guard(lock);
-    if (hasEnded)
-        return nullptr;
-    auto entry = modes.find(name);
-    if (entry == modes.end())
-        entry = modes.emplace(name, RunLoopMode::create(g_main_context_new())).first;
-    return entry->second;
 }
 
 void RunLoop::Private::wakeAll()
@@ -112,19 +184,7 @@ void RunLoop::Private::end()
         entry.second->end();
 }
 
-/// The default mode is the thread's default context as it is now, so that a host's own loop turns it. Where nobody has
-/// made one, the loop has its own (never the process's, which the main thread turns); the library's own threads make
-/// it their thread's default, so that platform services used there report to it.
-RunLoop::RunLoop()
-    : private_([] {
-          if (GMainContext* const context = g_main_context_get_thread_default())
-              return std::make_shared<Private>(g_main_context_ref(context), false);
-          if (isMainThread())
-              return std::make_shared<Private>(g_main_context_ref(g_main_context_default()), false);
-          return std::make_shared<Private>(g_main_context_new(), internal::isLibraryThread() && !gThreadIsEnding);
-      }())
-{
-}
+RunLoop::RunLoop() : private_(std::make_shared<Private>()) {}
 
 RunLoop::~RunLoop()
 {
@@ -134,19 +194,23 @@ RunLoop::~RunLoop()
 std::shared_ptr<RunLoop> RunLoop::current()
 {
     struct Made : RunLoop {};
+    const auto made = [](std::shared_ptr<RunLoop>& kept) {
+        if (!kept)
+            kept = std::make_shared<Made>();
+        else
+            kept->private_->takeContext();
+        return kept;
+    };
     if (isMainThread()) {
         // The main thread ends with the process, after others may still have asked for its loop.
-        static auto* const mainLoop = new std::shared_ptr<RunLoop>(std::make_shared<Made>());
-        return *mainLoop;
+        static auto* const mainLoop = new std::shared_ptr<RunLoop>;
+        return made(*mainLoop);
     }
     if (gThreadIsEnding)
         return std::make_shared<Made>();
     thread_local ThreadSlot slot;
-    if (!slot.loop) {
-        slot.loop = std::make_shared<Made>();
-        slot.end = [](RunLoop& loop) { loop.private_->end(); };
-    }
-    return slot.loop;
+    slot.end = [](RunLoop& loop) { loop.private_->end(); };
+    return made(slot.loop);
 }
 
 RunLoop::Result RunLoop::runMode(std::string_view mode, Date limit, bool returnAfterSourceHandled)
@@ -158,8 +222,7 @@ RunLoop::Result RunLoop::runMode(std::string_view mode, Date limit, bool returnA
         return private_->stopRequested.exchange(false) ? Result::stopped : Result::finished;
 
     const double wait = limit.timeIntervalSince(Date(Host::current().now()));
-    RunFrame frame{private_->stopRequested, Host::current().steadyNow() + wait, returnAfterSourceHandled,
-                   g_main_depth()};
+    RunFrame frame{private_->stopRequested, Host::current().steadyNow() + wait, returnAfterSourceHandled};
     const Private::Run run(*private_, mode, *turned, frame);
 
     for (bool isFirstTurn = true;; isFirstTurn = false) {
@@ -174,7 +237,7 @@ RunLoop::Result RunLoop::runMode(std::string_view mode, Date limit, bool returnA
             return Result::finished;
         if (!isFirstTurn && isPastLimit)
             return Result::timedOut;
-        turned->iterate(frame, !isEmpty && !isPastLimit);
+        turned->turn(frame, !isEmpty && !isPastLimit);
     }
 }
 
@@ -208,26 +271,26 @@ std::optional<std::string> RunLoop::currentMode() const
 
 void RunLoop::addSource(const std::shared_ptr<RunLoopSource>& source, std::string_view mode)
 {
-    if (const auto entered = source ? private_->mode(mode) : nullptr)
-        entered->add(RunLoopMode::SourceItem(source, source->private_.get()));
+    if (source)
+        private_->add(mode, RunLoopMode::SourceItem(source, source->private_.get()));
 }
 
 void RunLoop::removeSource(const std::shared_ptr<RunLoopSource>& source, std::string_view mode)
 {
     if (const auto left = source ? private_->existingMode(mode) : nullptr)
-        left->remove(RunLoopMode::SourceItem(source, source->private_.get()));
+        left->remove(*source->private_);
 }
 
 void RunLoop::addTimer(const std::shared_ptr<RunLoopTimer>& timer, std::string_view mode)
 {
-    if (const auto entered = timer ? private_->mode(mode) : nullptr)
-        entered->add(RunLoopMode::TimerItem(timer, timer->private_.get()));
+    if (timer)
+        private_->add(mode, RunLoopMode::TimerItem(timer, timer->private_.get()));
 }
 
 void RunLoop::removeTimer(const std::shared_ptr<RunLoopTimer>& timer, std::string_view mode)
 {
     if (const auto left = timer ? private_->existingMode(mode) : nullptr)
-        left->remove(RunLoopMode::TimerItem(timer, timer->private_.get()));
+        left->remove(*timer->private_);
 }
 
 std::string RunLoop::description() const

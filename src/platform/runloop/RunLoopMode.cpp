@@ -1,99 +1,19 @@
-#include "platform/runloop/RunLoopPrivate.h"
+#include "platform/runloop/RunLoopMode.h"
 
 #include <dmf/platform/Format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <iterator>
 #include <limits>
+#include <utility>
 
 #include "platform/host/Host.h"
+#include "platform/runloop/RunLoopSource.h"
+#include "platform/runloop/RunLoopTimer.h"
 
 namespace dmf::internal {
-
-/// The object that GLib sees. It holds the mode, so that a turn under way never loses it.
-struct RunLoopMode::Source {
-    GSource base;
-    std::shared_ptr<RunLoopMode>* mode; // by atomic access: it orders the maker's writes before the turner's reads
-};
-
-RunLoopMode::RunLoopMode(GMainContext* context) : context_(context) {}
-
-RunLoopMode::~RunLoopMode()
-{
-    g_main_context_unref(context_);
-}
-
-std::shared_ptr<RunLoopMode> RunLoopMode::create(GMainContext* context)
-{
-    auto made = std::make_shared<RunLoopMode>(context);
-    made->attach();
-    return made;
-}
-
-void RunLoopMode::attach()
-{
-    static GSourceFuncs functions = {&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
-    source_ = g_source_new(&functions, sizeof(Source));
-    auto holder = std::make_unique<std::shared_ptr<RunLoopMode>>(shared_from_this());
-    std::atomic_ref(reinterpret_cast<Source*>(source_)->mode).store(holder.release(), std::memory_order_release);
-    g_source_set_static_name(source_, "dmf run loop mode");
-    // A callback may run the same mode again.
-    g_source_set_can_recurse(source_, TRUE);
-    g_source_attach(source_, context_);
-}
-
-RunLoopMode& RunLoopMode::of(GSource* source) noexcept
-{
-    return **std::atomic_ref(reinterpret_cast<Source*>(source)->mode).load(std::memory_order_acquire);
-}
-
-void RunLoopMode::finalize(GSource* source)
-{
-    auto* const holder = std::atomic_ref(reinterpret_cast<Source*>(source)->mode).load(std::memory_order_acquire);
-    const std::unique_ptr<std::shared_ptr<RunLoopMode>> dropped(holder);
-}
-
-gboolean RunLoopMode::prepare(GSource* source, gint* timeout)
-{
-    constexpr double longestWait = 24 * 3600; // seconds; the answer is in milliseconds of an int
-
-    RunLoopMode& mode = of(source);
-    mode.beginLooking();
-    const double now = Host::current().steadyNow();
-    if (mode.isReady(now)) {
-        *timeout = 0;
-        return TRUE;
-    }
-    double next = mode.nextDeadline();
-    // A loop of the host's own that is turned inside a callback has nothing to do with the run's limit.
-    if (mode.frame_ && mode.frame_->dispatchDepth == g_main_depth())
-        next = std::min(next, mode.frame_->deadline);
-    *timeout = std::isinf(next) ? -1 : static_cast<gint>(std::ceil(std::clamp(next - now, 0.0, longestWait) * 1000));
-    return FALSE;
-}
-
-gboolean RunLoopMode::check(GSource* source)
-{
-    return of(source).isReady(Host::current().steadyNow());
-}
-
-/// No exception may pass through GLib: one that a callback throws ends the run that turns the mode; in a loop of the
-/// host's own there is nobody to hand it to, and it ends the program.
-gboolean RunLoopMode::dispatch(GSource* source, GSourceFunc, gpointer) noexcept
-{
-    const std::shared_ptr<RunLoopMode> mode = of(source).shared_from_this();
-    RunFrame* const frame = mode->frame_;
-    if (!frame) {
-        mode->serve(nullptr);
-        return G_SOURCE_CONTINUE;
-    }
-    try {
-        mode->serve(frame);
-    } catch (...) {
-        frame->thrown = std::current_exception();
-    }
-    return G_SOURCE_CONTINUE;
-}
 
 void RunLoopMode::end()
 {
@@ -106,11 +26,22 @@ void RunLoopMode::end()
         timers = timers_;
     }
     for (const auto& source : sources)
-        remove(source);
+        remove(*source);
     for (const auto& timer : timers)
-        remove(timer);
-    g_source_destroy(source_);
-    g_source_unref(std::exchange(source_, nullptr));
+        remove(*timer);
+}
+
+void RunLoopMode::moveTo(RunLoopMode& other)
+{
+    std::unique_lock guard(lock_);
+    const auto sources = sources_;
+    const auto timers = timers_;
+    guard.unlock();
+    for (const auto& source : sources)
+        other.add(source);
+    for (const auto& timer : timers)
+        other.add(timer);
+    end();
 }
 
 template <class Item>
@@ -125,26 +56,8 @@ void RunLoopMode::addItem(std::vector<Item>& list, const Item& item)
             return;
         list.push_back(item);
     }
-    item->modesStoodIn.push_back(weak_from_this());
+    item->places.push_back(weak_from_this());
     wake();
-}
-
-template <class Item>
-void RunLoopMode::removeItem(std::vector<Item>& list, const Item& item)
-{
-    Item removed; // goes last: the reference may be the last one
-    std::lock_guard itemGuard(item->lock);
-    std::erase_if(item->modesStoodIn, [this](const auto& mode) {
-        const auto standing = mode.lock();
-        return !standing || standing.get() == this;
-    });
-    std::lock_guard guard(lock_);
-    const auto place = std::find(list.begin(), list.end(), item);
-    if (place == list.end())
-        return;
-    removed = std::move(*place);
-    list.erase(place);
-    wake(); // a run ends when nothing is left
 }
 
 void RunLoopMode::add(const SourceItem& source)
@@ -157,14 +70,26 @@ void RunLoopMode::add(const TimerItem& timer)
     addItem(timers_, timer);
 }
 
-void RunLoopMode::remove(const SourceItem& source)
+void RunLoopMode::remove(RunLoopItem& item)
 {
-    removeItem(sources_, source);
-}
-
-void RunLoopMode::remove(const TimerItem& timer)
-{
-    removeItem(timers_, timer);
+    SourceItem source; // these go last: the reference may be the last one
+    TimerItem timer;
+    const auto takeFrom = [&item](auto& list, auto& taken) {
+        const auto place = std::find_if(list.begin(), list.end(), [&](const auto& it) { return it.get() == &item; });
+        if (place == list.end())
+            return;
+        taken = std::move(*place);
+        list.erase(place);
+    };
+    std::lock_guard itemGuard(item.lock);
+    item.forget(*this);
+    {
+        std::lock_guard guard(lock_);
+        takeFrom(sources_, source);
+        takeFrom(timers_, timer);
+    }
+    if (source || timer)
+        wake(); // a run ends when nothing is left
 }
 
 template <class Item>
@@ -178,7 +103,15 @@ void RunLoopMode::wake()
 {
     // The first wake since the mode was last looked at is enough: looking clears the mark first.
     if (!wakeIsPending_.exchange(true))
-        g_main_context_wakeup(context_);
+        endWait();
+}
+
+void RunLoopMode::endWait()
+{
+    {
+        std::lock_guard guard(waitLock_); // between the waiter's look at the mark and its wait nothing is missed
+    }
+    woken_.notify_all();
 }
 
 bool RunLoopMode::isEmpty() const
@@ -209,21 +142,36 @@ double RunLoopMode::nextDeadline() const
     return next;
 }
 
-void RunLoopMode::iterate(RunFrame& frame, bool mayWait)
+void RunLoopMode::turn(RunFrame& frame, bool mayWait)
 {
-    frame.wasTurned = false;
-    g_main_context_iteration(context_, mayWait);
-    if (frame.thrown)
-        std::rethrow_exception(std::exchange(frame.thrown, nullptr));
-    // The host's sources of a higher priority go first and may have taken the turn; a last turn must serve ours too.
-    if (!mayWait && !frame.wasTurned)
-        serve(&frame);
+    if (mayWait)
+        waitUntilDue(frame.deadline);
+    serve(&frame);
+}
+
+void RunLoopMode::waitUntilDue(double limit)
+{
+    constexpr double longestWait = 24 * 3600; // seconds; the run loop asks again
+
+    const double now = Host::current().steadyNow();
+    if (isReady(now))
+        return;
+    const std::chrono::duration<double> wait(std::clamp(std::min(nextDeadline(), limit) - now, 0.0, longestWait));
+    std::unique_lock guard(waitLock_);
+    woken_.wait_for(guard, wait, [this] { return wakeIsPending_.load(); });
 }
 
 void RunLoopMode::serve(RunFrame* frame)
 {
-    if (frame)
-        frame->wasTurned = true;
+    struct Serving {
+        bool* const flag;
+        const bool before;
+        ~Serving()
+        {
+            if (flag)
+                *flag = before;
+        }
+    } const serving{frame ? &frame->isServing : nullptr, frame && std::exchange(frame->isServing, true)};
     serveSources(frame);
     serveTimers(frame);
 }

@@ -1,4 +1,4 @@
-#include "platform/runloop/RunLoopPrivate.h"
+#include "platform/runloop/RunLoopTimer.h"
 
 #include <cmath>
 #include <limits>
@@ -14,91 +14,20 @@ namespace {
 
 constexpr double kNever = std::numeric_limits<double>::infinity();
 
-/// Makes the item invalid and takes it out of its modes; gives false when it was invalid before.
-template <class Item>
-bool invalidateItem(const std::shared_ptr<Item>& item)
-{
-    std::vector<std::weak_ptr<internal::RunLoopMode>> modes;
-    {
-        std::lock_guard guard(item->lock);
-        if (!item->isValid.exchange(false))
-            return false;
-        modes = item->modesStoodIn;
-    }
-    for (const auto& weak : modes) {
-        if (const auto mode = weak.lock())
-            mode->remove(item);
-    }
-    return true;
-}
-
 } // namespace
-
-RunLoopSource::Private::Private(std::function<void()> function)
-    : perform(std::make_shared<const std::function<void()>>(std::move(function)))
-{
-}
-
-bool RunLoopSource::Private::performIfSignalled(internal::RunFrame* frame)
-{
-    std::shared_ptr<const std::function<void()>> performed;
-    {
-        std::lock_guard guard(lock);
-        if (!isValid || !isSignalled.exchange(false))
-            return false;
-        performed = perform;
-    }
-    if (frame)
-        frame->hasHandled = true;
-    if (*performed)
-        (*performed)();
-    return true;
-}
-
-RunLoopSource::RunLoopSource(std::function<void()> perform) : private_(std::make_shared<Private>(std::move(perform))) {}
-
-std::shared_ptr<RunLoopSource> RunLoopSource::create(std::function<void()> perform)
-{
-    struct Made : RunLoopSource {
-        explicit Made(std::function<void()> function) : RunLoopSource(std::move(function)) {}
-    };
-    return std::make_shared<Made>(std::move(perform));
-}
-
-RunLoopSource::~RunLoopSource() = default;
-
-void RunLoopSource::signal() noexcept
-{
-    private_->isSignalled = true;
-}
-
-void RunLoopSource::invalidate()
-{
-    const auto kept = private_; // the modes may hold the last reference to this object
-    if (!invalidateItem(kept))
-        return;
-    std::shared_ptr<const std::function<void()>> dropped; // what it holds goes outside the lock
-    std::lock_guard guard(kept->lock);
-    dropped.swap(kept->perform);
-}
-
-bool RunLoopSource::isValid() const noexcept
-{
-    return private_->isValid;
-}
 
 RunLoopTimer::Private::Private(double every, Repeat again, Callback function)
     : interval(every), repeat(again), callback(std::make_shared<const Callback>(std::move(function)))
 {
 }
 
-bool RunLoopTimer::Private::fireIfDue(double now, internal::RunFrame* frame)
+void RunLoopTimer::Private::fireIfDue(double now, internal::RunFrame* frame)
 {
     std::shared_ptr<const Callback> fired;
     {
         std::lock_guard guard(lock);
         if (!isValid || isFiring || !(deadline <= now))
-            return false;
+            return;
         fired = callback;
         isFiring = true;
         if (repeat == Repeat::yes)
@@ -116,7 +45,6 @@ bool RunLoopTimer::Private::fireIfDue(double now, internal::RunFrame* frame)
         owner->invalidate();
     if (*fired)
         (*fired)(*owner);
-    return true;
 }
 
 void RunLoopTimer::Private::setDate(Date date)
@@ -151,16 +79,8 @@ void RunLoopTimer::Private::endFiring()
     std::lock_guard guard(lock);
     isFiring = false;
     publishDeadline();
-    if (modesStoodIn.size() > 1) // another thread's loop may wait in one of them
-        wakeModes();
-}
-
-void RunLoopTimer::Private::wakeModes()
-{
-    for (const auto& weak : modesStoodIn) {
-        if (const auto mode = weak.lock())
-            mode->wake();
-    }
+    if (places.size() > 1) // another thread's loop may wait in one of them
+        wakePlaces();
 }
 
 RunLoopTimer::RunLoopTimer(std::shared_ptr<Private> state) : private_(std::move(state))
@@ -193,13 +113,13 @@ void RunLoopTimer::setFireDate(Date date)
     if (!private_->isValid)
         return;
     private_->setDate(date);
-    private_->wakeModes();
+    private_->wakePlaces();
 }
 
 void RunLoopTimer::invalidate()
 {
     const auto kept = private_; // the modes may hold the last reference to this object
-    if (!invalidateItem(kept))
+    if (!kept->invalidate())
         return;
     std::shared_ptr<const Private::Callback> dropped; // what it holds goes outside the lock
     std::lock_guard guard(kept->lock);
