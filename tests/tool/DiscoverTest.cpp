@@ -26,7 +26,7 @@ protected:
 
 TEST_F(Discover, TellsFindsAndWhatBecameOfEachSource)
 {
-    const auto found = json({"discover", "--types", "Simulated,USB", "--timeout", "2"});
+    const auto found = json({"discover", "--types", "Simulated,Bluetooth", "--timeout", "2"});
     EXPECT_EQ(found.status, 0) << found.err;
     EXPECT_EQ(found.json["services"].size(), 3u);
     EXPECT_EQ(found.json["services"][0]["vendorName"], "QL");
@@ -36,7 +36,7 @@ TEST_F(Discover, TellsFindsAndWhatBecameOfEachSource)
     EXPECT_EQ(found.json["sources"][0]["finds"], 3);
     EXPECT_EQ(found.json["sources"][1]["state"], "missing");
 
-    const auto none = json({"discover", "--types", "USB", "--timeout", "0.1"});
+    const auto none = json({"discover", "--types", "Bluetooth", "--timeout", "0.1"});
     EXPECT_EQ(none.status, 4);
     EXPECT_EQ(none.json["error"]["code"], 4);
     EXPECT_EQ(none.json["sources"][0]["state"], "missing");

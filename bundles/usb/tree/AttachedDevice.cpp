@@ -1,0 +1,25 @@
+#include "AttachedDevice.h"
+
+namespace dmf::usb {
+
+std::string Access::explanation(const std::string& node) const
+{
+    switch (state) {
+    case State::open: break;
+    case State::noNode: return node + " is not there; in a container, hand /dev/bus/usb in";
+    case State::noPermission:
+        return "this user may not use " + node +
+               "; become a member of the group that owns it (often lp), or let a udev rule open it";
+    case State::claimed:
+        return node + " is in use by " + (holder.empty() ? "another program" : holder) + "; end that first";
+    }
+    return {};
+}
+
+std::string AttachedDevice::driverOf(int interface) const
+{
+    const auto found = drivers.find(interface);
+    return found != drivers.end() ? found->second : std::string();
+}
+
+} // namespace dmf::usb
