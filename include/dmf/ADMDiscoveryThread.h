@@ -11,6 +11,10 @@
 
 /// The thread on which all discovery back ends live: it turns a run loop in its default mode, whose main context is the
 /// thread-default one, so that what is asynchronous in GLib works on it as well. Thread-safe.
+///
+///     starting ──its loop is there──► turning (runLoop, performAction) ──signalForStop──► ended ──start──► starting
+///
+/// Each start has a loop of its own; actions belong to the loop that they were queued in, and go with it.
 class DMF_EXPORT ADMDiscoveryThread : public ADMWorkerThread {
 public:
     /// A running thread whose run loop is ready; empty when it cannot be started. Releasing the last reference stops
@@ -41,12 +45,12 @@ protected:
     [[nodiscard]] const char* threadName() const noexcept override;
 
 private:
-    struct Actions;
+    struct Loop;
     ADMDiscoveryThread();
-    [[nodiscard]] std::shared_ptr<Actions> actions() const;
+    [[nodiscard]] std::shared_ptr<Loop> loop() const;
+    [[nodiscard]] std::shared_ptr<IDMLock> queue(Loop& loop, std::function<void()> action) const;
 
     const std::shared_ptr<IDMLock> lock_; // recursive
     mutable std::mutex loopLock_;
-    std::shared_ptr<dmf::RunLoop> runLoop_; // guarded by loopLock_; set while the loop turns
-    std::shared_ptr<Actions> actions_;      // guarded by loopLock_, likewise
+    std::shared_ptr<Loop> loop_; // guarded by loopLock_; the run loop that turns, with the actions that it serves
 };

@@ -49,7 +49,8 @@ public:
     static void releaseThread();
     /// The thread's run loop; empty while there is no thread.
     [[nodiscard]] static std::shared_ptr<dmf::RunLoop> runloop();
-    /// The thread's lock, under which its work runs; -1 while there is no thread, and an empty object.
+    /// The thread's lock, under which its work runs; -1 while there is no thread, and an empty object. `unlock` gives
+    /// back what the calling thread took last by `lock`, though the discovery thread may have ended since.
     static std::int32_t lock();
     static std::int32_t unlock();
     [[nodiscard]] static std::shared_ptr<IDMLock> lockObject();

@@ -1,17 +1,16 @@
 #include <dmf/ADMDiscoveryThread.h>
 
 #include <dmf/ADMPOSIXMutex.h>
-#include <dmf/DMLog.h>
 #include <dmf/platform/Date.h>
 
-#include <cerrno>
-#include <exception>
 #include <utility>
 
+#include "foundation/logging/Guarded.h"
 #include "foundation/threads/HandOver.h"
 #include "platform/runloop/RunLoopFeed.h"
 
 using dmf::RunLoop;
+using dmf::internal::guarded;
 using dmf::internal::HandOver;
 
 namespace {
@@ -32,14 +31,7 @@ public:
 
     [[nodiscard]] const std::shared_ptr<HandOver>& completion() const noexcept { return completion_; }
     /// What a back end throws must not end the thread that all of them share.
-    void perform() const
-    {
-        try {
-            function_();
-        } catch (const std::exception& exception) {
-            DMFLog("errors", "Discovery: exception %@ in work on the discovery thread.", exception);
-        }
-    }
+    void perform() const { guarded("Discovery", "in work on the discovery thread", function_); }
 
 private:
     std::function<void()> function_;
@@ -50,9 +42,12 @@ constexpr double kLongPast = 1000.0;      // seconds since the reference date
 constexpr double kTimerInterval = 1000.0; // seconds
 } // namespace
 
-/// The queue of actions belongs to the loop that serves it.
-struct ADMDiscoveryThread::Actions {
-    dmf::internal::RunLoopFeed feed;
+/// What one start of the thread serves: there from before its starter is let go until the loop has ended.
+struct ADMDiscoveryThread::Loop {
+    const std::shared_ptr<RunLoop> runLoop = RunLoop::current();
+    dmf::internal::RunLoopFeed actions;
+
+    Loop() { actions.schedule(runLoop, dmf::kDefaultRunLoopMode); }
 };
 
 ADMDiscoveryThread::ADMDiscoveryThread() : lock_(ADMPOSIXMutex::newRecursiveMutex())
@@ -77,16 +72,16 @@ std::shared_ptr<ADMDiscoveryThread> ADMDiscoveryThread::init()
             }};
 }
 
-std::shared_ptr<RunLoop> ADMDiscoveryThread::runLoop() const
+std::shared_ptr<ADMDiscoveryThread::Loop> ADMDiscoveryThread::loop() const
 {
     std::lock_guard guard(loopLock_);
-    return runLoop_;
+    return loop_;
 }
 
-std::shared_ptr<ADMDiscoveryThread::Actions> ADMDiscoveryThread::actions() const
+std::shared_ptr<RunLoop> ADMDiscoveryThread::runLoop() const
 {
-    std::lock_guard guard(loopLock_);
-    return actions_;
+    const auto current = loop();
+    return current ? current->runLoop : nullptr;
 }
 
 std::int32_t ADMDiscoveryThread::lock()
@@ -106,12 +101,15 @@ std::shared_ptr<IDMLock> ADMDiscoveryThread::lockObject() const
 
 std::shared_ptr<IDMLock> ADMDiscoveryThread::performAction(std::function<void()> action)
 {
-    const auto queue = actions();
-    if (!action || !queue)
-        return nullptr;
+    const auto current = loop();
+    return action && current ? queue(*current, std::move(action)) : nullptr;
+}
+
+std::shared_ptr<IDMLock> ADMDiscoveryThread::queue(Loop& loop, std::function<void()> action) const
+{
     auto queued = std::make_shared<Action>(std::move(action));
     std::shared_ptr<IDMLock> completion = queued->completion();
-    const bool isQueued = queue->feed.add([queued = std::move(queued), threadLock = lock_] {
+    const bool isQueued = loop.actions.add([queued = std::move(queued), threadLock = lock_] {
         threadLock->lock();
         queued->perform();
         threadLock->unlock();
@@ -122,15 +120,16 @@ std::shared_ptr<IDMLock> ADMDiscoveryThread::performAction(std::function<void()>
 void ADMDiscoveryThread::signalForStop()
 {
     ADMWorkerThread::signalForStop();
-    const auto loop = runLoop();
-    if (isCurrentThread()) {
-        if (loop)
-            loop->stop();
+    // After the flag, which a thread that is just starting looks at as its loop is there.
+    auto ended = loop();
+    if (!ended)
         return;
-    }
-    const auto stopped = performAction([loop] { loop->stop(); });
+    if (isCurrentThread())
+        return ended->runLoop->stop();
+    const auto stopped = queue(*ended, [runLoop = ended->runLoop] { runLoop->stop(); });
     if (!stopped)
         return;
+    ended = nullptr; // when the thread is past its loop, the action goes with it, undone
     // The action needs the lock, which a caller may hold, and more than once.
     int held = 0;
     while (lock_->unlock() == 0)
@@ -151,33 +150,28 @@ std::uintptr_t ADMDiscoveryThread::threadEntry()
 
 std::uintptr_t ADMDiscoveryThread::run()
 {
-    const auto loop = RunLoop::current();
-    // A loop without a source would return at once.
+    const auto served = std::make_shared<Loop>();
+    // A loop without a timer would return at once when it has nothing to do.
     const auto keeper = dmf::RunLoopTimer::create(dmf::Date(kLongPast), kTimerInterval, dmf::RunLoopTimer::Repeat::yes,
                                                   [](dmf::RunLoopTimer&) {});
-    auto actions = std::make_shared<Actions>();
-    loop->addTimer(keeper, dmf::kDefaultRunLoopMode);
-    actions->feed.schedule(loop, dmf::kDefaultRunLoopMode);
+    served->runLoop->addTimer(keeper, dmf::kDefaultRunLoopMode);
+    bool isToEnd = false;
     {
         std::lock_guard guard(loopLock_);
-        runLoop_ = loop;
-        actions_ = std::move(actions);
+        loop_ = served;
+        isToEnd = isStopRequested(); // whoever asked before found no loop to stop
     }
     releaseStarter();
 
     // Work that was queued before the stop is done; the stop comes behind it.
-    do {
-        try {
-            loop->run();
-        } catch (const std::exception& exception) {
-            DMFLog("errors", "Discovery: exception %@ on the discovery thread.", exception);
-        }
-    } while (!isStopRequested());
+    while (!isToEnd) {
+        guarded("Discovery", "on the discovery thread", [&] { served->runLoop->run(); });
+        isToEnd = isStopRequested();
+    }
 
     keeper->invalidate();
     std::lock_guard guard(loopLock_);
-    runLoop_ = nullptr;
-    actions.swap(actions_); // what is still queued goes, outside the lock
+    loop_ = nullptr; // what is still queued goes with `served`, after the lock
     return 0;
 }
 

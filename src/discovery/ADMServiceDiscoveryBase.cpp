@@ -2,10 +2,11 @@
 
 #include <dmf/ADMDiscoveryThread.h>
 #include <dmf/DMKeys.h>
-#include <dmf/DMLog.h>
 
-#include <exception>
 #include <utility>
+#include <vector>
+
+#include "foundation/logging/Guarded.h"
 
 namespace {
 constexpr std::int32_t kNoThread = -1;
@@ -22,13 +23,23 @@ struct SharedThread {
         static auto* const shared = new SharedThread; // lives as long as the process
         return *shared;
     }
+    /// The thread's object, which does not keep the thread from ending: that is for those who have retained it.
     static std::shared_ptr<ADMDiscoveryThread> current()
     {
         SharedThread& shared = get();
         std::lock_guard guard(shared.lock);
-        return shared.thread;
+        return shared.thread ? std::static_pointer_cast<ADMDiscoveryThread>(shared.thread->shared_from_this())
+                             : nullptr;
     }
 };
+
+/// The locks that this thread took by `lock`, the last one last: the discovery thread may end before it gives them
+/// back.
+std::vector<std::shared_ptr<IDMLock>>& locksOfThisThread()
+{
+    static thread_local std::vector<std::shared_ptr<IDMLock>> locks;
+    return locks;
+}
 
 dmf::Dictionary errorReport(std::string_view description, std::int64_t code)
 {
@@ -45,11 +56,8 @@ ADMServiceDiscoveryBase::ADMServiceDiscoveryBase(std::string serviceName, std::s
 
 ADMServiceDiscoveryBase::~ADMServiceDiscoveryBase()
 {
-    try {
-        ADMServiceDiscoveryBase::stop();
-    } catch (const std::exception& exception) {
-        DMFLog("errors", "Discovery: exception %@ while a service discovery was stopped.", exception);
-    }
+    dmf::internal::guarded("Discovery", "while a service discovery was stopped",
+                           [this] { ADMServiceDiscoveryBase::stop(); });
 }
 
 dmf::Dictionary ADMServiceDiscoveryBase::resolveParameters() const
@@ -137,14 +145,23 @@ std::shared_ptr<dmf::RunLoop> ADMServiceDiscoveryBase::runloop()
 
 std::int32_t ADMServiceDiscoveryBase::lock()
 {
-    const auto thread = SharedThread::current();
-    return thread ? thread->lock() : kNoThread;
+    auto taken = lockObject();
+    const std::int32_t status = taken ? taken->lock() : kNoThread;
+    if (status == 0)
+        locksOfThisThread().push_back(std::move(taken));
+    return status;
 }
 
 std::int32_t ADMServiceDiscoveryBase::unlock()
 {
-    const auto thread = SharedThread::current();
-    return thread ? thread->unlock() : kNoThread;
+    auto& taken = locksOfThisThread();
+    if (taken.empty()) {
+        const auto given = lockObject();
+        return given ? given->unlock() : kNoThread;
+    }
+    const auto last = std::move(taken.back());
+    taken.pop_back();
+    return last->unlock();
 }
 
 std::shared_ptr<IDMLock> ADMServiceDiscoveryBase::lockObject()

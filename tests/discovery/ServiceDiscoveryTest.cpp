@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <future>
 #include <stdexcept>
 #include <thread>
 
@@ -86,8 +87,9 @@ TEST(ServiceDiscovery, WhatABackEndThrowsDoesNotEndTheThread)
     FakeBackEnds backEnds;
     const auto keeper = FakeServiceDiscovery::make("Print", "Fake", {});
     await(Base::performAction([] { throw std::runtime_error("broken back end"); }));
-    const auto timer = dmf::RunLoopTimer::create(dmf::Date::now(), 0, dmf::RunLoopTimer::Repeat::no,
-                                                 [](auto&) { throw std::runtime_error("broken timer"); });
+    await(Base::performAction([] { throw 5; }));
+    const auto timer =
+        dmf::RunLoopTimer::create(dmf::Date::now(), 0, dmf::RunLoopTimer::Repeat::no, [](auto&) { throw 5; });
     Base::runloop()->addTimer(timer, dmf::kDefaultRunLoopMode);
     while (timer->isValid())
         await(Base::performAction([] {}));
@@ -111,6 +113,40 @@ TEST(ServiceDiscovery, TheThreadEndsWithItsLockHeldAndWithWorkQueued)
     EXPECT_EQ(lock->unlock(), 0);
     EXPECT_EQ(lock->unlock(), 0);
     EXPECT_NE(lock->unlock(), 0);
+}
+
+TEST(ServiceDiscovery, ALockThatIsHeldWhileTheThreadEndsIsGivenBack)
+{
+    FakeBackEnds backEnds;
+    auto keeper = FakeServiceDiscovery::make("Print", "Fake", {});
+    ASSERT_EQ(Base::lock(), 0);
+    auto released = std::async(std::launch::async, [&] { keeper.reset(); });
+    ASSERT_TRUE(turnUntil([] { return !Base::runloop(); }));
+    EXPECT_EQ(Base::unlock(), 0);
+    EXPECT_EQ(released.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(Base::unlock(), -1);
+}
+
+TEST(ServiceDiscovery, AThreadMayBeAskedToEndWhileItIsStartedAnew)
+{
+    const auto thread = ADMDiscoveryThread::init();
+    std::atomic<bool> isOver{false};
+    std::thread other([&] {
+        while (!isOver)
+            thread->signalForStop();
+    });
+    int starts = 0;
+    for (int round = 0; round < 300; ++round) {
+        thread->stop();
+        starts += thread->start() == 0 ? 1 : 0;
+    }
+    isOver = true;
+    other.join();
+    thread->stop();
+    EXPECT_EQ(starts, 300);
+    EXPECT_FALSE(thread->runLoop());
+    ASSERT_EQ(thread->start(), 0);
+    await(thread->performAction([] {}));
 }
 
 TEST(ServiceDiscovery, TheLastReferenceMayGoOnTheDiscoveryThread)
