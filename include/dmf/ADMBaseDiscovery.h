@@ -19,8 +19,9 @@ struct ADMDiscoverySource {
         starting, ///< it has not been started yet
         running,  ///< it looks for services; `error` then tells what keeps it from finding any just now
         missing,  ///< no plug-in is there for the connection type
-        failed,   ///< it did not start; see `error`
-        stopped,  ///< the discovery has been stopped
+        failed,   ///< it did not start, or threw as it was stopped; see `error`
+        stopping, ///< it has been asked to stop and has not done so yet; one that hangs stays in this state
+        stopped,  ///< the discovery has been stopped, and the back end with it
     };
     std::string connectionType;
     std::string channelName;
@@ -35,7 +36,8 @@ struct ADMDiscoverySource {
 /// plug-in supplies runs once for each name.
 ///
 /// Owned by std::shared_ptr, which may be released on any thread and at any time: that stops the discovery without a
-/// further report. Reports do not keep it alive. Thread-safe.
+/// further report, and waits as `stop` does unless it has been stopped before. Reports do not keep it alive.
+/// Thread-safe.
 class DMF_EXPORT ADMBaseDiscovery : public virtual ADMDiscovery, public std::enable_shared_from_this<ADMBaseDiscovery> {
 public:
     /// Duplicates are dropped; the names are then in no particular order.
@@ -71,6 +73,7 @@ public:
 
     [[nodiscard]] bool isStarted() const noexcept;
     [[nodiscard]] const std::vector<std::string>& channelNames() const noexcept;
+    /// What the client has chosen, whatever a synchronous run turns meanwhile.
     [[nodiscard]] std::shared_ptr<dmf::RunLoop> runLoop() const;
     [[nodiscard]] std::set<std::string> runLoopModes() const;
     /// Replaces both; reports that are pending stay where they were.
@@ -85,11 +88,11 @@ public:
     void setConnectionsParametersToResolve(dmf::Dictionary parameters);
 
     /// What became of each back end of the present run, or, after its end, of the last one; in the order in which they
-    /// were started.
+    /// were started. Asks those that run for their trouble.
     [[nodiscard]] std::vector<ADMDiscoverySource> sources() const;
 
 private:
     struct Private;
     explicit ADMBaseDiscovery(const std::vector<std::string>& channelNames);
-    const std::shared_ptr<Private> private_;
+    const std::unique_ptr<Private> private_;
 };

@@ -17,7 +17,7 @@ class ADMServiceInfo;
 
 /// What a discovery tells its client. Each may be empty. They are called on the run loop in which the discovery is
 /// scheduled; without one, at once and on whatever thread the event happens. Owned by the client; the discovery holds
-/// it weakly. It may stop, reschedule or release the discovery from inside a report.
+/// it weakly. It may stop, reschedule or release the discovery from inside a report. What it throws is logged.
 struct ADMDiscoveryDelegate {
     std::function<void(ADMDiscovery& discovery)> discoveryWillStart;
     std::function<void(ADMDiscovery& discovery, const std::shared_ptr<ADMServiceInfo>& service)>
@@ -36,7 +36,8 @@ public:
     [[nodiscard]] static const dmf::Protocol& protocol();
     virtual ~ADMDiscoveryFilter();
 
-    /// Whether the service is to be reported. Called on the discovery thread; must not block.
+    /// Whether the service is to be reported. Called on the discovery thread; must not block. What it throws is logged,
+    /// and the service is not reported.
     [[nodiscard]] virtual bool isAcceptedService(ADMServiceInfo& service) = 0;
 };
 
@@ -68,15 +69,16 @@ public:
     virtual void scheduleDiscovery() = 0;
     virtual void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes) = 0;
     /// Looks until nothing has been found for `timeout` seconds, turning the calling thread's run loop in a mode of the
-    /// discovery's own (kDMDiscoveryPerformMode); gives the services that are there then, in no particular order. A
-    /// call of `stop` ends it. Blocks for the time-out after the last find, before that until the back ends have been
-    /// started, 30 seconds at most, and at the end as `stop` does.
+    /// discovery's own (kDMDiscoveryPerformMode), where the delegate hears; gives the services that are there then, in
+    /// no particular order. A call of `stop` ends it. Blocks for the time-out after the last find, and for the back
+    /// ends to start and to stop, usually some milliseconds, 5 seconds at most in all (3 to start, 2 to stop) whatever
+    /// hangs.
     [[nodiscard]] virtual Services performDiscoveryWithTimeout(double timeout) = 0;
     [[nodiscard]] virtual Services performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
                                                                       double timeout) = 0;
-    /// Ends the discovery; what was found before is still reported, then that it has stopped. Waits until the back ends
-    /// have been started and stopped, usually some milliseconds, 5 seconds at most for each; those that hang are left
-    /// behind and stopped when they come back.
+    /// Ends the discovery; what was found before is still reported, then that it has stopped. All back ends that run
+    /// are stopped at once, each on a thread of its own; one that is still starting is stopped as soon as it has. Waits
+    /// until they have stopped, usually some milliseconds, 2 seconds at most; those that hang are left behind.
     virtual void stop() = 0;
 
     /// A discovery has one run loop: another one replaces it and its modes, and a null one takes it away. A missing

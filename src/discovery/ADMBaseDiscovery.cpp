@@ -1,26 +1,30 @@
 #include <dmf/ADMBaseDiscovery.h>
 
-#include <dmf/ADMServiceInfo.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
 #include <dmf/platform/Format.h>
 
 #include <algorithm>
 #include <array>
-#include <exception>
 #include <mutex>
 #include <utility>
 
-#include "discovery/DiscoveryPrivate.h"
+#include "discovery/DiscoveryClient.h"
+#include "discovery/DiscoveryRun.h"
+#include "service/resolution/ResolveParameters.h"
 
 using dmf::Dictionary;
 using dmf::RunLoop;
 using dmf::RunLoopSource;
+using dmf::internal::DiscoveryClient;
 using dmf::internal::DiscoveryRun;
+using dmf::internal::DiscoverySource;
 using dmf::internal::Gathering;
+using dmf::internal::RunLoopFeed;
 
 namespace {
 using Modes = std::set<std::string>;
+using Delegate = ADMDiscoveryDelegate;
 
 constexpr std::string_view kIsRunning = "Discovery running allready";
 /// Seconds; after that a synchronous run looks whether it has been stopped, which does not wake its run loop.
@@ -29,31 +33,34 @@ constexpr double kLongestTurn = 0.1;
 /// The calling thread's run loop in the mode of synchronous runs, which does not end for lack of sources.
 class SynchronousLoop final {
 public:
-    SynchronousLoop() { runLoop_->addSource(port_, kDMDiscoveryPerformMode); }
-    ~SynchronousLoop() { port_->invalidate(); }
+    SynchronousLoop()
+    {
+        runLoop_->addSource(port_, kDMDiscoveryPerformMode);
+        feed_->schedule(runLoop_, kDMDiscoveryPerformMode);
+    }
+    ~SynchronousLoop()
+    {
+        port_->invalidate();
+        feed_->retire();
+    }
     SynchronousLoop(const SynchronousLoop&) = delete;
     SynchronousLoop& operator=(const SynchronousLoop&) = delete;
 
-    [[nodiscard]] const std::shared_ptr<RunLoop>& runLoop() const noexcept { return runLoop_; }
-    [[nodiscard]] const std::shared_ptr<RunLoopSource>& port() const noexcept { return port_; }
-    /// Serves what comes within so many seconds, or the first that comes; tells whether something came. Keeps the first
-    /// exception that a report throws.
-    bool turn(double seconds, std::exception_ptr& thrown) const
+    /// What is handed to it is served by `turn`.
+    [[nodiscard]] const std::shared_ptr<RunLoopFeed>& feed() const noexcept { return feed_; }
+    /// Serves what comes within so many seconds, or the first that comes; tells whether something came.
+    [[nodiscard]] bool turn(double seconds) const
     {
-        try {
-            const auto limit = dmf::Date::now().addingTimeInterval(seconds);
-            const auto result = runLoop_->runMode(kDMDiscoveryPerformMode, limit, true);
-            return result == RunLoop::Result::handledSource || result == RunLoop::Result::stopped;
-        } catch (...) {
-            if (!thrown)
-                thrown = std::current_exception();
-            return true;
-        }
+        const auto result = dmf::internal::guarded("Discovery", "in the mode of synchronous runs", [&] {
+            return runLoop_->runMode(kDMDiscoveryPerformMode, dmf::Date::now().addingTimeInterval(seconds), true);
+        });
+        return !result || *result == RunLoop::Result::handledSource || *result == RunLoop::Result::stopped;
     }
 
 private:
     const std::shared_ptr<RunLoop> runLoop_ = RunLoop::current();
     const std::shared_ptr<RunLoopSource> port_ = RunLoopSource::create(nullptr);
+    const std::shared_ptr<RunLoopFeed> feed_ = std::make_shared<RunLoopFeed>();
 };
 
 std::string describe(const ADMBaseDiscovery* discovery)
@@ -67,10 +74,87 @@ std::vector<std::string> withoutDuplicates(std::vector<std::string> names)
     names.erase(std::unique(names.begin(), names.end()), names.end());
     return names;
 }
+
+/// One back end serves a connection type, however often the type is named; the order stays.
+std::vector<std::string> eachOnce(const std::vector<std::string>& types)
+{
+    std::vector<std::string> once;
+    for (const auto& type : types) {
+        if (std::find(once.begin(), once.end(), type) == once.end())
+            once.push_back(type);
+    }
+    return once;
+}
 } // namespace
 
+/// The client's side and the run of the last start. Whether a discovery is started is told by the client's open session
+/// alone; `lock` orders starting, stopping and scheduling. The client's lock is taken after it.
+struct ADMBaseDiscovery::Private {
+    explicit Private(std::vector<std::string> names) : channelNames(std::move(names)) {}
+
+    const std::vector<std::string> channelNames;
+    /// Shared with the sources, which may outlive the discovery.
+    const std::shared_ptr<DiscoveryClient> client = std::make_shared<DiscoveryClient>();
+
+    mutable std::recursive_mutex lock;
+    std::shared_ptr<DiscoveryRun> run;                                                // guarded by lock
+    Dictionary connectionParameters = dmf::internal::connectionTypeToParametersMap(); // guarded by lock
+    Dictionary parameters;                                                            // guarded by lock
+
+    void begin(const std::string& self, const std::vector<std::string>& connectionTypes,
+               const std::shared_ptr<const DiscoveryClient::Session>& session);
+    void end(const std::string& self, const DiscoveryClient::Session* only = nullptr);
+    void refuse(std::string_view description) const;
+    [[nodiscard]] std::shared_ptr<DiscoveryRun> lastRun() const;
+};
+
+/// Starts a run. Called with the lock held, while none is open.
+void ADMBaseDiscovery::Private::begin(const std::string& self, const std::vector<std::string>& connectionTypes,
+                                      const std::shared_ptr<const DiscoveryClient::Session>& session)
+{
+    DMFLog("debug", "Discovery: discovery %@ will start.", self);
+    client->open(session);
+    client->tell(&Delegate::discoveryWillStart, session.get());
+    run = std::make_shared<DiscoveryRun>(
+        DiscoveryRun::Plan{connectionTypes.empty() ? availableConnectionTypesToDiscover() : eachOnce(connectionTypes),
+                           channelNames, connectionParameters, parameters},
+        [client = client, session](const DiscoverySource::Service& service, DiscoverySource::Change change) {
+            return client->report(*session, service, change);
+        });
+    run->begin();
+}
+
+/// Ends the present run, if there is one; with `only`, if it is that one's.
+void ADMBaseDiscovery::Private::end(const std::string& self, const DiscoveryClient::Session* only)
+{
+    std::shared_ptr<const DiscoveryClient::Session> closed;
+    std::shared_ptr<DiscoveryRun> ended;
+    {
+        std::lock_guard guard(lock);
+        closed = client->close(only);
+        ended = run;
+    }
+    if (!closed)
+        return;
+    ended->end();
+    DMFLog("debug", "Discovery: discovery %@ did stop", self);
+    client->tell(&Delegate::discoveryDidStop, closed.get());
+}
+
+void ADMBaseDiscovery::Private::refuse(std::string_view description) const
+{
+    client->tell(&Delegate::discoveryDidNotDiscover, nullptr,
+                 Dictionary{{std::string(kDMErrorDescription), description}});
+}
+
+std::shared_ptr<DiscoveryRun> ADMBaseDiscovery::Private::lastRun() const
+{
+    std::lock_guard guard(lock);
+    return run;
+}
+
 ADMBaseDiscovery::ADMBaseDiscovery(const std::vector<std::string>& channelNames)
-    : private_(std::make_shared<Private>(withoutDuplicates(channelNames)))
+    : private_(std::make_unique<Private>(withoutDuplicates(channelNames)))
 {
 }
 
@@ -79,14 +163,17 @@ std::shared_ptr<ADMBaseDiscovery> ADMBaseDiscovery::initWithChannelNames(const s
     struct Made : ADMBaseDiscovery {
         explicit Made(const std::vector<std::string>& names) : ADMBaseDiscovery(names) {}
     };
-    return std::make_shared<Made>(channelNames);
+    const auto made = std::make_shared<Made>(channelNames);
+    made->private_->client->setOwner(std::weak_ptr<ADMBaseDiscovery>(made));
+    return made;
 }
 
 ADMBaseDiscovery::~ADMBaseDiscovery()
 {
-    if (private_->run)
-        private_->run->abandon();
-    private_->stubPort->invalidate();
+    const bool isStarted = private_->client->isOpen();
+    private_->client->retire();
+    if (isStarted)
+        private_->run->end();
 }
 
 std::vector<std::string> ADMBaseDiscovery::availableConnectionTypesToDiscover()
@@ -121,37 +208,27 @@ std::string ADMBaseDiscovery::channelNameForProtocol(std::string_view protocolNa
 
 std::shared_ptr<ADMDiscoveryDelegate> ADMBaseDiscovery::delegate() const
 {
-    std::lock_guard guard(private_->reportLock);
-    return private_->delegate.lock();
+    return private_->client->delegate();
 }
 
 void ADMBaseDiscovery::setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate)
 {
-    std::lock_guard guard(private_->reportLock);
-    private_->delegate = delegate;
+    private_->client->setDelegate(delegate);
 }
 
 std::shared_ptr<ADMDiscoveryFilter> ADMBaseDiscovery::filter() const
 {
-    std::lock_guard guard(private_->reportLock);
-    return private_->filter;
+    return private_->client->filter();
 }
 
 void ADMBaseDiscovery::setFilter(std::shared_ptr<ADMDiscoveryFilter> filter)
 {
     const void* const chosen = filter.get();
-    {
-        std::lock_guard guard(private_->reportLock);
-        if (private_->filter == filter)
-            return;
-        private_->filter.swap(filter); // the earlier one goes after the lock
-    }
+    if (!private_->client->swapFilter(filter))
+        return;
     DMFLog("debug", "Discovery: discovery %@ did change filter %@  to filter '%@'", describe(this),
            dmf::formatted("%p", filter), dmf::formatted("%p", chosen));
-    private_->notify(weak_from_this(), [](ADMDiscovery& discovery, const ADMDiscoveryDelegate& listener) {
-        if (listener.discoveryFilterDidChange)
-            listener.discoveryFilterDidChange(discovery);
-    });
+    private_->client->tell(&Delegate::discoveryFilterDidChange, nullptr);
 }
 
 std::vector<std::string> ADMBaseDiscovery::availableConnectionTypes() const
@@ -197,7 +274,7 @@ void ADMBaseDiscovery::setParameters(Dictionary parameters)
 
 bool ADMBaseDiscovery::isStarted() const noexcept
 {
-    return private_->isStarted;
+    return private_->client->isOpen();
 }
 
 const std::vector<std::string>& ADMBaseDiscovery::channelNames() const noexcept
@@ -207,25 +284,24 @@ const std::vector<std::string>& ADMBaseDiscovery::channelNames() const noexcept
 
 std::shared_ptr<RunLoop> ADMBaseDiscovery::runLoop() const
 {
-    std::lock_guard guard(private_->lock);
-    return private_->runLoop;
+    return private_->client->runLoop();
 }
 
 Modes ADMBaseDiscovery::runLoopModes() const
 {
-    std::lock_guard guard(private_->lock);
-    return private_->runLoopModes;
+    return private_->client->runLoopModes();
 }
 
 std::vector<ADMDiscoverySource> ADMBaseDiscovery::sources() const
 {
-    const auto run = private_->currentRun();
-    return run ? run->sources() : std::vector<ADMDiscoverySource>();
+    const auto run = private_->lastRun();
+    return run ? run->told() : std::vector<ADMDiscoverySource>();
 }
 
 void ADMBaseDiscovery::setRunLoop(std::shared_ptr<RunLoop> runLoop, Modes modes)
 {
-    private_->applyRunLoop(std::move(runLoop), std::move(modes));
+    std::lock_guard guard(private_->lock);
+    private_->client->schedule(std::move(runLoop), std::move(modes));
 }
 
 void ADMBaseDiscovery::scheduleInRunLoop(std::shared_ptr<RunLoop> runLoop, std::optional<std::string_view> mode)
@@ -235,22 +311,24 @@ void ADMBaseDiscovery::scheduleInRunLoop(std::shared_ptr<RunLoop> runLoop, std::
         return;
     }
     std::lock_guard guard(private_->lock);
+    DiscoveryClient& client = *private_->client;
     Modes modes;
-    if (runLoop && runLoop == private_->runLoop)
-        modes = private_->runLoopModes;
+    if (runLoop && runLoop == client.runLoop())
+        modes = client.runLoopModes();
     if (runLoop)
         modes.emplace(*mode);
-    private_->applyRunLoop(std::move(runLoop), std::move(modes));
+    client.schedule(std::move(runLoop), std::move(modes));
 }
 
 void ADMBaseDiscovery::removeFromRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::optional<std::string_view> mode)
 {
     std::lock_guard guard(private_->lock);
-    if (!mode || !runLoop || runLoop != private_->runLoop)
+    DiscoveryClient& client = *private_->client;
+    if (!mode || !runLoop || runLoop != client.runLoop())
         return;
-    Modes modes = private_->runLoopModes;
+    Modes modes = client.runLoopModes();
     modes.erase(std::string(*mode));
-    private_->applyRunLoop(runLoop, std::move(modes));
+    client.schedule(runLoop, std::move(modes));
 }
 
 void ADMBaseDiscovery::invalidate()
@@ -269,28 +347,30 @@ void ADMBaseDiscovery::scheduleDiscoveryForConnectionTypes(const std::vector<std
     std::string_view refusal;
     {
         std::lock_guard guard(private_->lock);
-        if (private_->isStarted) {
+        const auto runLoop = private_->client->runLoop();
+        const auto modes = private_->client->runLoopModes();
+        if (isStarted()) {
             DMFLog("warnings", "Discovery: Attempt to schedule alredy runned discovery %@.", describe(this));
             refusal = kIsRunning;
-        } else if (!private_->runLoop || private_->runLoopModes.empty()) {
-            dmf::Array modes;
-            for (const auto& mode : private_->runLoopModes)
-                modes.append(mode);
+        } else if (!runLoop || modes.empty()) {
+            dmf::Array described;
+            for (const auto& mode : modes)
+                described.append(mode);
             DMFLog("warnings",
                    "Discovery:  discovery %@ is not started because run loop or modes are nil (run loop %p, modes %@).",
-                   describe(this), private_->runLoop, dmf::Value(std::move(modes)));
+                   describe(this), runLoop, dmf::Value(std::move(described)));
             refusal = "Discovery is not scheduled in any run loop or mode";
         } else {
-            private_->begin(weak_from_this(), connectionTypes);
+            private_->begin(describe(this), connectionTypes, std::make_shared<DiscoveryClient::Session>());
             return;
         }
     }
-    private_->refuse(weak_from_this(), refusal);
+    private_->refuse(refusal);
 }
 
 void ADMBaseDiscovery::stop()
 {
-    private_->end(weak_from_this());
+    private_->end(describe(this));
 }
 
 ADMDiscovery::Services ADMBaseDiscovery::performDiscoveryWithTimeout(double timeout)
@@ -301,39 +381,32 @@ ADMDiscovery::Services ADMBaseDiscovery::performDiscoveryWithTimeout(double time
 ADMDiscovery::Services
 ADMBaseDiscovery::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes, double timeout)
 {
-    const auto gathering = std::make_shared<Gathering>();
+    const auto self = shared_from_this(); // a report may release the last other reference
     const SynchronousLoop loop;
-    std::shared_ptr<RunLoop> oldLoop;
-    Modes oldModes;
+    const auto session = std::make_shared<const DiscoveryClient::Session>(
+        DiscoveryClient::Session{std::make_shared<Gathering>(), loop.feed()});
     std::shared_ptr<DiscoveryRun> run;
     {
         std::lock_guard guard(private_->lock);
-        if (!private_->isStarted) {
-            oldLoop = private_->runLoop;
-            oldModes = private_->runLoopModes;
-            if (oldLoop && !oldModes.empty())
-                oldLoop->addSource(loop.port(), *oldModes.begin());
-            private_->applyRunLoop(loop.runLoop(), {std::string(kDMDiscoveryPerformMode)});
-            run = private_->begin(weak_from_this(), connectionTypes, gathering);
+        if (!isStarted()) {
+            private_->begin(describe(this), connectionTypes, session);
+            run = private_->run;
         }
     }
     if (!run) {
         DMFLog("warnings", "Discovery: attempt to perform alredy runned discovery %@.", describe(this));
-        private_->refuse(weak_from_this(), kIsRunning);
+        private_->refuse(kIsRunning);
         return std::nullopt;
     }
 
-    // What a report throws reaches the caller, when everything is as it was.
-    std::exception_ptr thrown;
-    run->waitUntilCreated();
-    gathering->begin();
-    for (double left = timeout; left > 0 && !run->isEnding() && !thrown; left = timeout - gathering->idleTime())
-        loop.turn(std::min(left, kLongestTurn), thrown);
-    private_->end(weak_from_this(), run.get());
-    setRunLoop(oldLoop, oldModes);
-    while (loop.turn(0, thrown)) {
+    run->waitUntilStarted();
+    Gathering& gathering = *session->gathering;
+    gathering.begin();
+    for (double left = timeout; left > 0 && private_->client->isOpen(session.get());
+         left = timeout - gathering.idleTime())
+        (void)loop.turn(std::min(left, kLongestTurn));
+    private_->end(describe(this), session.get());
+    while (loop.turn(0)) { // what is pending is told in here
     }
-    if (thrown)
-        std::rethrow_exception(thrown);
-    return gathering->all();
+    return gathering.all();
 }

@@ -3,17 +3,18 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <future>
 #include <latch>
-#include <stdexcept>
 #include <thread>
 
 #include "discovery/Session.h"
 #include "support/Stopwatch.h"
 
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 using State = ADMDiscoverySource::State;
 
-TEST(DiscoveryFaults, ASynchronousRunEndsWhenItIsStoppedOrAReportThrows)
+TEST(DiscoveryFaults, ASynchronousRunEndsWhenItIsStoppedAndGoesOnWhenAReportThrows)
 {
     DiscoveryHost host;
     host.backEnds.onStart = [](FakeServiceDiscovery& it) {
@@ -26,8 +27,10 @@ TEST(DiscoveryFaults, ASynchronousRunEndsWhenItIsStoppedOrAReportThrows)
     const auto found = session.discovery->performDiscoveryForConnectionTypes(kFake, 30);
     EXPECT_EQ(found->size(), 1U);
 
-    session.delegate->discoveryDidFindService = [](auto&, const auto&) { throw std::runtime_error("client"); };
-    EXPECT_THROW((void)session.discovery->performDiscoveryForConnectionTypes(kFake, 30), std::runtime_error);
+    session.delegate->discoveryDidFindService = [](auto&, const auto&) { throw 5; };
+    session.heard.clear();
+    EXPECT_EQ(session.discovery->performDiscoveryForConnectionTypes(kFake, 0.3)->size(), 1U);
+    EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
     EXPECT_FALSE(session.discovery->isStarted());
     EXPECT_FALSE(session.discovery->runLoop());
     EXPECT_LT(watch.seconds(), 25);
@@ -110,7 +113,43 @@ TEST(DiscoveryFaults, ThousandsOfReportsWhileStartingAndStopping)
     EXPECT_TRUE(turnUntil([&, before = reports.load()] { return reports >= before + 2000; }));
 }
 
-TEST(DiscoveryFaults, ABackEndThatHangsInItsStopIsLeftBehind)
+TEST(DiscoveryFaults, ABackEndThatHangsInItsStopIsLeftBehindAndKeepsNobodyFromStopping)
+{
+    DiscoveryHost host;
+    std::latch gate(1);
+    std::atomic<int> stops{0};
+    host.backEnds.onStop = [&] {
+        if (++stops == 1)
+            gate.wait();
+    };
+    Session session({"Echo", "Print", "Scan"});
+    session.start(host, 3);
+    session.discovery->stop();
+    ASSERT_TRUE(session.hears(2));
+    EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
+    const auto states = [&] {
+        std::vector<State> all;
+        for (const auto& source : session.discovery->sources())
+            all.push_back(source.state);
+        return all;
+    };
+    // Only what has stopped is told to have.
+    const auto oneHangs = UnorderedElementsAre(State::stopping, State::stopped, State::stopped);
+    EXPECT_TRUE(turnUntil([&] { return testing::Matches(oneHangs)(states()); })) << testing::PrintToString(states());
+
+    // Neither another run nor the release waits for the one that hangs.
+    session.discovery->scheduleDiscoveryForConnectionTypes({"Other"});
+    ASSERT_TRUE(turnUntil([&] { return states() == std::vector<State>(3, State::running); }));
+    session.discovery->stop();
+    EXPECT_EQ(states(), std::vector<State>(3, State::stopped));
+    auto released = std::async(std::launch::async, [&] { session.discovery.reset(); });
+    EXPECT_EQ(released.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(host.backEnds.alive().size(), 1U);
+    gate.count_down();
+    EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
+}
+
+TEST(DiscoveryFaults, AReleaseIsBoundedWhileABackEndHangsInItsStop)
 {
     DiscoveryHost host;
     std::latch gate(1);
@@ -121,12 +160,106 @@ TEST(DiscoveryFaults, ABackEndThatHangsInItsStopIsLeftBehind)
     };
     Session session({"Print", "Scan"});
     session.start(host, 2);
-    session.discovery->stop();
-    ASSERT_TRUE(session.hears(2));
-    EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
-    EXPECT_EQ(session.discovery->sources()[1].state, State::stopped);
+    auto stopped = std::async(std::launch::async, [&] { session.discovery->stop(); });
+    EXPECT_TRUE(turnUntil([&] { return stops >= 1; }));
+    auto released =
+        std::async(std::launch::async, [discovery = std::exchange(session.discovery, nullptr), &stopped]() mutable {
+            stopped.wait();
+            discovery.reset();
+        });
+    EXPECT_EQ(released.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().size() == 1; }));
     gate.count_down();
     EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
+}
+
+TEST(DiscoveryFaults, WhatRunsIsStoppedAtOnceWhileAnotherBackEndStarts)
+{
+    DiscoveryHost host;
+    std::latch isStopped(1);
+    std::atomic<bool> isCounted{false};
+    host.backEnds.onStop = [&] {
+        if (!isCounted.exchange(true))
+            isStopped.count_down();
+    };
+    host.backEnds.onStart = [&](FakeServiceDiscovery& it) {
+        if (it.serviceName() == "Scan")
+            isStopped.wait(); // it needs the other one's end to go on
+        return 0U;
+    };
+    Session session({"Print", "Scan"});
+    session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
+    ASSERT_TRUE(turnUntil([&] { return host.backEnds.madeCount() == 2; }));
+    const Stopwatch watch;
+    session.discovery->stop();
+    EXPECT_LT(watch.seconds(), 4.5); // milliseconds, with no limit reached
+    for (const auto& source : session.discovery->sources())
+        EXPECT_EQ(source.state, State::stopped);
+}
+
+TEST(DiscoveryFaults, ASynchronousRunKeepsItsLimitWhateverHangs)
+{
+    DiscoveryHost host;
+    std::latch gate(1);
+    host.backEnds.onStop = [&] { gate.wait(); };
+    host.backEnds.onStart = [&](FakeServiceDiscovery& it) {
+        it.report(serviceAt("10.0.0.1"));
+        if (it.serviceName() == "Scan")
+            gate.wait();
+        return 0U;
+    };
+    Session session({"Print", "Scan"}, false);
+    const Stopwatch watch;
+    const auto found = session.discovery->performDiscoveryForConnectionTypes(kFake, 0.05);
+    EXPECT_LT(watch.seconds(), 25); // five and a bit
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->size(), 1U);
+    EXPECT_EQ(session.heard.back(), "did stop");
+    for (const auto& source : session.discovery->sources())
+        EXPECT_EQ(source.state, State::stopping);
+    gate.count_down();
+    EXPECT_TRUE(turnUntil([&] { return host.backEnds.alive().empty(); }));
+}
+
+TEST(DiscoveryFaults, WhatABackEndThrowsIsItsOwnFailure)
+{
+    DiscoveryHost host;
+    host.backEnds.onStart = [](FakeServiceDiscovery& it) -> std::uint32_t {
+        if (it.serviceName() == "Echo")
+            throw 5;
+        return 0;
+    };
+    host.backEnds.onStop = [stops = std::make_shared<std::atomic<int>>(0)] {
+        if (++*stops <= 2)  // "Echo" goes, and the first of the others
+            throw "no way"; // NOLINT(hicpp-exception-baseclass)
+    };
+    Session session({"Echo", "Print", "Scan"});
+    session.discovery->scheduleDiscoveryForConnectionTypes(kFake);
+    ASSERT_TRUE(turnUntil([&] { return session.discovery->sources()[2].state == State::running; }));
+    EXPECT_EQ(session.discovery->sources()[0].state, State::failed);
+    EXPECT_EQ(session.discovery->sources()[0].error[kDMErrorDescription], "unknown");
+    session.discovery->stop();
+    std::vector<State> states;
+    for (const auto& source : session.discovery->sources())
+        states.push_back(source.state);
+    EXPECT_THAT(states, UnorderedElementsAre(State::failed, State::failed, State::stopped));
+}
+
+TEST(DiscoveryFaults, FindsCountThoughTheDelegateHearsThemAtOnce)
+{
+    DiscoveryHost host;
+    Session session;
+    session.start(host);
+    session.discovery->scheduleInRunLoop(nullptr, dmf::kDefaultRunLoopMode);
+    std::atomic<int> heard{0};
+    session.delegate->discoveryDidFindService = [&](auto&, const auto&) { ++heard; };
+    session.delegate->discoveryDidRemoveService = [&](auto&, const auto&) { ++heard; };
+    host.backEnds.alive()[0]->report(serviceAt("10.0.0.1"));
+    host.backEnds.alive()[0]->report(serviceAt("10.0.0.2"));
+    host.backEnds.alive()[0]->report(serviceAt("10.0.0.2"), true);
+    FakeServiceDiscovery::settle();
+    EXPECT_EQ(heard, 3);
+    EXPECT_EQ(session.discovery->sources()[0].finds, 2U);
 }
 
 TEST(DiscoveryFaults, ASynchronousRunMayBeStoppedAndBegunAnewFromAReport)
@@ -158,8 +291,7 @@ TEST(DiscoveryFaults, WhatClientsThrowOnTheDiscoveryThreadStaysThere)
     Session session;
     session.start(host);
     const auto backEnd = host.backEnds.alive()[0];
-    session.discovery->setFilter(
-        std::make_shared<TestFilter>([](auto&) -> bool { throw std::runtime_error("filter"); }));
+    session.discovery->setFilter(std::make_shared<TestFilter>([](auto&) -> bool { throw 5; }));
     backEnd->report(serviceAt("10.0.0.1"));
     FakeServiceDiscovery::settle();
     session.discovery->setFilter(nullptr);
@@ -171,7 +303,7 @@ TEST(DiscoveryFaults, WhatClientsThrowOnTheDiscoveryThreadStaysThere)
     session.delegate->discoveryDidFindService = [&](ADMDiscovery& it, const auto&) {
         if (++heard == 2)
             it.stop();
-        throw std::runtime_error("delegate");
+        throw 5;
     };
     backEnd->report(serviceAt("10.0.0.2"));
     backEnd->report(serviceAt("10.0.0.3"));

@@ -8,7 +8,8 @@
 
 namespace dmf::internal {
 
-/// What the exception that is being handled says of itself: its `what`, or "unknown" when it is no std::exception. For catch clauses.
+/// What the exception that is being handled says of itself: its `what`, or "unknown" when it is no std::exception. For
+/// catch clauses.
 [[nodiscard]] std::string caughtText() noexcept;
 
 /// Logs the exception that is being handled at "errors", as "AREA: exception 'TEXT' WHERE". For catch clauses.

@@ -79,6 +79,7 @@ std::string reasonOf(const ADMDiscoverySource& source)
     case ADMDiscoverySource::State::starting: return "it has not started yet";
     case ADMDiscoverySource::State::failed: return reason.empty() ? "it did not start" : reason;
     case ADMDiscoverySource::State::running:
+    case ADMDiscoverySource::State::stopping:
     case ADMDiscoverySource::State::stopped: break;
     }
     return reason;
@@ -91,6 +92,7 @@ const char* stateName(ADMDiscoverySource::State state)
     case ADMDiscoverySource::State::failed: return "failed";
     case ADMDiscoverySource::State::starting: return "starting";
     case ADMDiscoverySource::State::running:
+    case ADMDiscoverySource::State::stopping:
     case ADMDiscoverySource::State::stopped: break;
     }
     return "finished";
