@@ -48,7 +48,8 @@ public:
     /// See ADMBaseDiscovery::channelNameForProtocol.
     [[nodiscard]] static std::string channelNameForProtocol(std::string_view protocolName);
 
-    /// Which operations the delegate answers is looked at now; filled in later, they are not heard.
+    /// Which operations the delegate answers is looked at now; filled in later, they are not heard, and emptied later,
+    /// not called. What a delegate or an observer throws is logged, and keeps nobody else from hearing.
     void setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate) override;
     [[nodiscard]] std::shared_ptr<ADMDiscoveryDelegate> delegate() const override;
     [[nodiscard]] std::shared_ptr<ADMDiscoveryFilter> filter() const override;
@@ -76,6 +77,8 @@ protected:
 private:
     [[nodiscard]] std::shared_ptr<ADMBaseDiscovery> model() const;
     [[nodiscard]] std::shared_ptr<ADMDiscoveryDelegate> delegateFor(unsigned flag) const;
+    template <class Operation, class... Arguments>
+    void tell(unsigned flag, Operation operation, std::string_view notification, const Arguments&... arguments);
     void listenToModel();
 
     mutable std::recursive_mutex lock_;

@@ -7,7 +7,10 @@
 
 #include <utility>
 
+#include "foundation/logging/Guarded.h"
+
 using dmf::NotificationCenter;
+using dmf::internal::guarded;
 
 namespace {
 /// Which operations the delegate answers.
@@ -29,14 +32,18 @@ unsigned flagsOf(const ADMDiscoveryDelegate& delegate)
            (delegate.discoveryFilterDidChange ? kFilterDidChange : 0U);
 }
 
-void post(std::string_view name, const void* sender, dmf::Dictionary userInfo = {})
+// What a notification says besides its name.
+dmf::Dictionary userInfoOf()
 {
-    NotificationCenter::defaultCenter().post(name, sender, std::move(userInfo));
+    return {};
 }
-
 dmf::Dictionary userInfoOf(const std::shared_ptr<ADMServiceInfo>& service)
 {
     return {{std::string(kDMServiceInfoKey), dmf::Value::ofObject(service)}};
+}
+dmf::Dictionary userInfoOf(const dmf::Dictionary& error)
+{
+    return error;
 }
 } // namespace
 
@@ -81,29 +88,28 @@ std::shared_ptr<ADMBaseDiscovery> ADMDiscoveringFactory::model() const
     return model_;
 }
 
+/// Tells the delegate first, and then everybody.
+template <class Operation, class... Arguments>
+void ADMDiscoveringFactory::tell(unsigned flag, Operation operation, std::string_view notification,
+                                 const Arguments&... arguments)
+{
+    const auto listener = delegateFor(flag);
+    if (listener && (*listener).*operation) // which may have been emptied since the flags were taken
+        guarded("Factory", "in a discovery delegate", [&] { ((*listener).*operation)(*this, arguments...); });
+    guarded("Factory", "in an observer of a discovery", [&] {
+        const void* const sender = this;
+        NotificationCenter::defaultCenter().post(notification, sender, userInfoOf(arguments...));
+    });
+}
+
 /// Makes the delegate through which the model reports, and gives it to the model. Called with the lock held.
 void ADMDiscoveringFactory::listenToModel()
 {
     // A report under way keeps the factory, and a factory that has gone hears none.
-    const auto weak = weak_from_this();
-    const auto handOn = [weak](unsigned flag, auto tell, std::string_view notification) {
-        return [weak, flag, tell, notification](ADMDiscovery&) {
-            const auto factory = weak.lock();
-            if (!factory)
-                return;
-            if (const auto listener = factory->delegateFor(flag))
-                ((*listener).*tell)(*factory);
-            post(notification, factory.get());
-        };
-    };
-    const auto handServiceOn = [weak](unsigned flag, auto tell, std::string_view notification) {
-        return [weak, flag, tell, notification](ADMDiscovery&, const std::shared_ptr<ADMServiceInfo>& service) {
-            const auto factory = weak.lock();
-            if (!factory)
-                return;
-            if (const auto listener = factory->delegateFor(flag))
-                ((*listener).*tell)(*factory, service);
-            post(notification, factory.get(), userInfoOf(service));
+    const auto handOn = [weak = weak_from_this()](unsigned flag, auto operation, std::string_view notification) {
+        return [weak, flag, operation, notification](ADMDiscovery&, const auto&... arguments) {
+            if (const auto factory = weak.lock())
+                factory->tell(flag, operation, notification, arguments...);
         };
     };
     using Delegate = ADMDiscoveryDelegate;
@@ -114,17 +120,11 @@ void ADMDiscoveringFactory::listenToModel()
     modelReports_->discoveryFilterDidChange =
         handOn(kFilterDidChange, &Delegate::discoveryFilterDidChange, kDMDiscoveryFilterDidChangeNotification);
     modelReports_->discoveryDidFindService =
-        handServiceOn(kDidFindService, &Delegate::discoveryDidFindService, kDMDiscoveryDidFindServiceNotification);
-    modelReports_->discoveryDidRemoveService = handServiceOn(kDidRemoveService, &Delegate::discoveryDidRemoveService,
-                                                             kDMDiscoveryDidRemoveServiceNotification);
-    modelReports_->discoveryDidNotDiscover = [weak](ADMDiscovery&, const dmf::Dictionary& error) {
-        const auto factory = weak.lock();
-        if (!factory)
-            return;
-        if (const auto listener = factory->delegateFor(kDidNotDiscover))
-            listener->discoveryDidNotDiscover(*factory, error);
-        post(kDMDiscoveryDidNotDiscoverNotification, factory.get(), error);
-    };
+        handOn(kDidFindService, &Delegate::discoveryDidFindService, kDMDiscoveryDidFindServiceNotification);
+    modelReports_->discoveryDidRemoveService =
+        handOn(kDidRemoveService, &Delegate::discoveryDidRemoveService, kDMDiscoveryDidRemoveServiceNotification);
+    modelReports_->discoveryDidNotDiscover =
+        handOn(kDidNotDiscover, &Delegate::discoveryDidNotDiscover, kDMDiscoveryDidNotDiscoverNotification);
     model_->setDelegate(modelReports_);
 }
 
@@ -143,6 +143,8 @@ void ADMDiscoveringFactory::resetChannelNamesToDiscover(const std::vector<std::s
                 model_->setRunLoop(old->runLoop(), old->runLoopModes());
                 model_->setConnectionsParametersToResolve(old->connectionsParametersToResolve());
                 model_->setParameters(old->parameters());
+            } else {
+                model_->setParameters(discoveryParameters());
             }
             listenToModel();
         }

@@ -149,6 +149,67 @@ TEST(DiscoveringFactory, AResetEndsTheDiscoverySilentlyAndKeepsItsSettings)
     EXPECT_THAT(factory->discoveryModel()->channelNames(), ElementsAre("Print"));
 }
 
+TEST(DiscoveringFactory, AResetInsideASynchronousRunKeepsTheClientsScheduling)
+{
+    DiscoveryHost host;
+    host.backEnds.onStart = [](FakeServiceDiscovery& it) {
+        it.report(serviceAt("10.0.0.1"));
+        return 0U;
+    };
+    const auto factory = std::make_shared<PrintFactory>();
+    factory->scheduleInRunLoop(dmf::RunLoop::current(), dmf::kDefaultRunLoopMode);
+    const auto delegate = std::make_shared<ADMDiscoveryDelegate>();
+    int finds = 0;
+    delegate->discoveryDidFindService = [&](ADMDiscovery&, const auto&) {
+        if (++finds == 1)
+            factory->resetChannelNamesToDiscover({"Scan"});
+    };
+    factory->setDelegate(delegate);
+    EXPECT_EQ(factory->performDiscoveryForConnectionTypes({"Fake"}, 30)->size(), 1U);
+    const auto model = factory->discoveryModel();
+    EXPECT_EQ(model->runLoop(), dmf::RunLoop::current());
+    EXPECT_THAT(model->runLoopModes(), ElementsAre(std::string(dmf::kDefaultRunLoopMode)));
+    factory->scheduleDiscoveryForConnectionTypes({"Fake"});
+    EXPECT_TRUE(turnUntil([&] { return finds == 2; }));
+}
+
+TEST(DiscoveringFactory, GivesItsParametersToADiscoveryForNamesThatWereChosenFirst)
+{
+    const auto factory = std::make_shared<PrintFactory>();
+    factory->resetChannelNamesToDiscover({"Scan"});
+    EXPECT_EQ(factory->discoveryModel()->parameters()["depth"], 2);
+}
+
+TEST(DiscoveringFactory, WhatADelegateOrAnObserverThrowsKeepsNobodyFromHearing)
+{
+    HostFixture host;
+    const auto factory = std::make_shared<PrintFactory>();
+    int heard = 0;
+    const auto delegate = std::make_shared<ADMDiscoveryDelegate>();
+    delegate->discoveryDidNotDiscover = [&](ADMDiscovery&, const auto&) {
+        ++heard;
+        throw 5;
+    };
+    delegate->discoveryFilterDidChange = [](ADMDiscovery&) {};
+    factory->setDelegate(delegate);
+    delegate->discoveryFilterDidChange = nullptr; // emptied later, it is not called
+    const auto observe = [&](std::string_view name) {
+        return dmf::NotificationCenter::defaultCenter().addObserver(
+            name,
+            [&](const dmf::Notification&) {
+                ++heard;
+                throw 5;
+            },
+            factory->notificationSender());
+    };
+    const auto refusals = observe(kDMDiscoveryDidNotDiscoverNotification);
+    const auto changes = observe(kDMDiscoveryFilterDidChangeNotification);
+    EXPECT_NO_THROW(factory->scheduleDiscovery());
+    EXPECT_EQ(heard, 2);
+    EXPECT_NO_THROW(factory->setFilter(anyService()));
+    EXPECT_EQ(heard, 3);
+}
+
 TEST(DiscoveringFactory, AFactoryThatGoesIsNotHeardOfAgain)
 {
     DiscoveryHost host;
