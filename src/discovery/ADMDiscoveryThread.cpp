@@ -143,9 +143,7 @@ void ADMDiscoveryThread::signalForStop()
 std::uintptr_t ADMDiscoveryThread::threadEntry()
 {
     // The starter waits for the run loop: `run` lets it go.
-    const std::uintptr_t result = run();
-    finish(result);
-    return result;
+    return run();
 }
 
 std::uintptr_t ADMDiscoveryThread::run()
