@@ -1,17 +1,15 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <concepts>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <span>
 #include <utility>
 
+#include <dmf/ADMTransferTicket.h>
 #include <dmf/ADMWorkerThread.h>
+#include <dmf/ProviderStatus.h>
 #include <dmf/platform/CourteousLock.h>
 #include <dmf/platform/Data.h>
 #include <dmf/platform/Export.h>
@@ -19,97 +17,37 @@
 class ADMCoreModelInfo;
 class ADMDuplexDataChannelBase;
 class IDMDevice;
-class IDMLock;
 
-namespace dmf {
-
-/// The statuses of connection providers that have a meaning of their own; a provider may give any other number.
-/// After `success`, `notOpen`, `timedOut`, `peerEnded` and `cancelled` a synchronous transfer leaves the connection
-/// open, after all others it closes it.
-namespace ProviderStatus {
-inline constexpr std::int16_t success = 0;
-inline constexpr std::int16_t invalidParameter = -12;
-inline constexpr std::int16_t timedOut = -14;
-inline constexpr std::int16_t failed = -21;
-inline constexpr std::int16_t notOpen = -25;
-inline constexpr std::int16_t busy = -52;
-inline constexpr std::int16_t peerEnded = -53;  ///< the device sends no more; writing may go on
-inline constexpr std::int16_t cancelled = -200; ///< the client asked to give up
-} // namespace ProviderStatus
-
-/// In place of a time-out in microseconds: none.
-inline constexpr std::uint32_t kNoTimeout = 0xFFFFFFFF;
-
-} // namespace dmf
-
-/// One request to move bytes: what is asked for and how far it has come. The transport moves `remaining()` bytes and
-/// says so by `advance`. Not thread-safe: see ADMConnectionProvider for who may use it when.
-class DMF_EXPORT ADMTransferTicket {
-public:
-    using Clock = std::chrono::steady_clock;
-
-    [[nodiscard]] std::uint32_t length() const noexcept { return length_; }
-    /// Bytes moved so far; for a read of any length, since the last block was told.
-    [[nodiscard]] std::uint32_t processed() const noexcept { return processed_; }
-    /// Where the next bytes go, of a read. Of an asynchronous one it may be less than what is still wanted: telling of
-    /// the progress makes room for more.
-    [[nodiscard]] std::span<std::uint8_t> space() const noexcept
-    {
-        const auto untold = processed_ - reported_;
-        return {space_ + untold, std::min(length_ - processed_, window_ - untold)};
-    }
-    /// The bytes that are to be sent next, of a write.
-    [[nodiscard]] std::span<const std::uint8_t> bytes() const noexcept
-    {
-        return {bytes_ + processed_, length_ - processed_};
-    }
-    void advance(std::uint32_t count) noexcept { processed_ += count; }
-    [[nodiscard]] bool isComplete() const noexcept { return processed_ == length_; }
-
-    /// Of a read: whether the whole length is wanted, or whatever comes.
-    [[nodiscard]] bool wantsWholeLength() const noexcept { return wantsWholeLength_; }
-    /// Whether somebody waits for the end of the transfer; otherwise progress is told to the channel.
-    [[nodiscard]] bool isSynchronous() const noexcept { return isSynchronous_; }
-    /// In microseconds from `startTime`; dmf::kNoTimeout means none.
-    [[nodiscard]] std::uint32_t timeout() const noexcept { return timeout_; }
-    [[nodiscard]] Clock::time_point startTime() const noexcept { return startTime_; }
-    /// When the request is to end with ProviderStatus::timedOut.
-    [[nodiscard]] std::optional<Clock::time_point> deadline() const noexcept
-    {
-        if (timeout_ == dmf::kNoTimeout)
-            return std::nullopt;
-        return startTime_ + std::chrono::microseconds(timeout_);
-    }
-
-private:
-    friend class ADMConnectionProvider;
-
-    std::uint8_t* space_ = nullptr;
-    const std::uint8_t* bytes_ = nullptr;
-    std::uint32_t length_ = 0;
-    std::uint32_t window_ = 0; // the size of the memory at space_
-    std::uint32_t processed_ = 0;
-    std::uint32_t reported_ = 0;
-    std::uint32_t timeout_ = dmf::kNoTimeout;
-    Clock::time_point startTime_{};
-    bool wantsWholeLength_ = true;
-    bool isSynchronous_ = false;
-    std::int16_t status_ = 0;
-    IDMLock* waiter_ = nullptr;                   // released to wake the waiting caller
-    std::unique_ptr<std::uint8_t[]> ownedBuffer_; // of an asynchronous read
-    dmf::Data ownedData_;                         // of an asynchronous write
-};
+namespace dmf::internal {
+class WorkerStage;
+}
 
 /// The transport's end of a duplex data channel: at most one read and one write at a time, each either synchronous
-/// (the caller waits) or asynchronous (moved by the worker thread, progress told to the channel). A transport derives
-/// from it and supplies the steps; this class keeps the requests and hands them between threads. Made by
-/// `initWithParent`. Thread-safe.
+/// (the caller waits) or asynchronous (moved by the worker thread, progress told to the channel). This class keeps the
+/// requests and hands them between threads; a transport derives from dmf::TransportProvider, which has the rest of what
+/// all transports need, or, if that does not fit it, from this one. Made by `initWithParent`. Thread-safe.
 ///
 /// The operations may wait for the worker thread, which needs the lock: call them without it.
 ///
-/// The lock is the channel's own. A subclass's `performRead` and `performWrite` run without it and own their ticket for
-/// the length of the call. Its worker loop takes the lock to fetch `readTicket` and `writeTicket` and to work on them;
-/// once the lock is let go, a ticket may be gone. Its `signalForStop` must not take the lock.
+/// The worker is started by the first asynchronous request, or by the transport in `performOpen`:
+///
+///     none ──start──► starting ──signalReady──► serving ──asked to end, or the loop ended──► leaving ──► none
+///                        └──signalCannotServe, asked to end, or the loop ended──────────────────┘
+///
+///     request          none                  starting             serving               leaving
+///     asynchronous     starts the worker     waits for its word   handed to it          waits until none
+///     synchronous      on the caller's       waits for its word   handed to it          waits until none
+///                      thread
+///     close            disconnects           asks it to end, waits until none, disconnects
+///     open             connects              success at once (the connection is open)   waits until none, connects
+///
+/// Where `hasPrivateAsyncThread` says so all requests are handed over, and nobody waits for a word. Nobody waits on the
+/// worker's own thread either. Opening, a worker that cannot serve, and a failed synchronous transfer are told there.
+///
+/// The lock is the channel's own. A subclass's `performRead`, `performWrite` and `performFinishWriting` run without it
+/// and own their ticket for the length of the call. Its worker loop takes the lock to fetch `readTicket` and
+/// `writeTicket` and to work on them; once the lock is let go, a ticket may be gone. Its `signalForStop` is called with
+/// and without the lock: it must neither take it nor wait.
 class DMF_EXPORT ADMConnectionProvider : public ADMWorkerThread {
 public:
     using Status = std::int16_t;
@@ -141,6 +79,9 @@ public:
     /// a read ends as soon as something has arrived. Time-outs are in microseconds.
     Status readData(std::uint8_t* buffer, std::uint32_t& length, bool wholeLength, std::uint32_t timeout);
     Status writeData(const std::uint8_t* bytes, std::uint32_t& length, std::uint32_t timeout);
+    /// Says that what was written is a whole document, and waits until the transport has ended it; `busy` while a write
+    /// is pending. Always on the caller's thread, and a write of its own until it returns.
+    Status finishWriting(std::uint32_t timeout);
 
     /// Asynchronous transfers; success means that the request was taken. The length 0 reads whatever comes, in blocks
     /// of up to maxReadPacketSize, until a failure or the time-out. The data is kept until the write has ended.
@@ -156,6 +97,9 @@ public:
     [[nodiscard]] std::uint32_t maxReadPacketSize() const noexcept { return maxReadPacketSize_; }
     [[nodiscard]] std::uint32_t maxWritePacketSize() const noexcept { return maxWritePacketSize_; }
 
+    [[nodiscard]] std::int32_t start() override;
+    void signalForStop() override;
+
 protected:
     ADMConnectionProvider(const std::shared_ptr<ADMDuplexDataChannelBase>& parent,
                           std::shared_ptr<ADMCoreModelInfo> info, std::shared_ptr<IDMDevice> device);
@@ -163,6 +107,7 @@ protected:
     /// The steps. The base's throw dmf::UnrecognizedOperation. `performOpen` and `performClose` are called with the
     /// lock held. `performClose` must make a `performRead` or `performWrite` that is under way on another thread end
     /// soon (with `notOpen`), and may be called on the worker thread from inside `notifyParentOnTicket`.
+    /// A worker that `performOpen` has started is asked to end when it gives another status than success.
     virtual Status performOpen();
     virtual Status performClose();
     /// Moves the ticket's bytes on the caller's thread, until done, timed out or cancelled. Before it begins it takes
@@ -170,13 +115,19 @@ protected:
     /// between, and what is open by now may be another connection.
     virtual Status performRead(ADMTransferTicket& ticket);
     virtual Status performWrite(ADMTransferTicket& ticket);
-    /// Whether a thread of the subclass's own serves asynchronous requests; the worker is then never started.
+    /// Ends the document under the same rules; the ticket has no bytes. This one has nothing to do: success.
+    virtual Status performFinishWriting(ADMTransferTicket& ticket);
+    /// Whether a thread of the subclass's own serves asynchronous requests; the worker is then never started here. It
+    /// may be the worker's own, started in `performOpen`.
     [[nodiscard]] virtual bool hasPrivateAsyncThread() const;
 
     /// Called with the lock held after a request was made for a thread that is already serving: wakes it. It may serve
     /// the request on the spot, here on the caller's thread.
     virtual void requestArrived(ADMTransferTicket& ticket);
 
+    /// Starts the worker and waits for its word; true when it serves. For a `performOpen` whose worker has to run from
+    /// the beginning; `start` alone will do, then the first request waits for the word.
+    [[nodiscard]] bool startWorker();
     /// The worker's loop (`run`, without the lock held) says one of these before it takes the lock for the first time:
     /// that it serves requests from now on, or that it cannot. Whoever made the first request waits for it. A loop that
     /// ends without a word could not serve. When the loop ends without having been asked to, pending requests fail.
@@ -211,40 +162,36 @@ protected:
     void letOthersIn(Lock& held);
     void setMaxPacketSizes(std::uint32_t read, std::uint32_t write) noexcept;
 
-    std::uintptr_t threadEntry() override;
+    std::uintptr_t threadEntry() final;
     [[nodiscard]] const char* threadName() const noexcept override;
 
 private:
+    friend class ADMDuplexDataChannelBase; // opens with its lock held
     using Step = Status (ADMConnectionProvider::*)(ADMTransferTicket&);
-    struct StartHandShake;
+    enum class Handing { toTheServingThread, never };
 
     [[nodiscard]] static ADMTransferTicket* toServe(ADMTransferTicket* ticket) noexcept;
+    Status openHolding(Lock& held);
+    Status closeHolding(Lock& held);
     [[nodiscard]] Status admitRequest(Lock& held, ADMTransferTicket* const& pending);
     [[nodiscard]] Status submit(Lock& held, ADMTransferTicket*& pending, ADMTransferTicket& ticket);
-    Status transfer(Lock& held, ADMTransferTicket*& pending, ADMTransferTicket& ticket, Step perform);
+    Status transfer(Lock& held, ADMTransferTicket*& pending, ADMTransferTicket& ticket, Step perform,
+                    Handing handing = Handing::toTheServingThread);
     [[nodiscard]] Status waitForEnd(Lock& held, ADMTransferTicket& ticket);
-    [[nodiscard]] bool startWorker();
-    void answerHandShake(bool canServe);
+    [[nodiscard]] bool isWorkerLeaving() const;
+    [[nodiscard]] bool isServed();
+    void awaitEndOfWorker(Lock& held);
     void workerEnded();
-    void stopWorker(Lock& held);
-    Status closeHolding(Lock& held);
     void abandon(ADMTransferTicket* ticket);
     void forgetRead();
-    void notifyWrite(ADMTransferTicket& ticket, Status status);
-    void notifyRead(ADMTransferTicket& ticket, Status status);
 
     const std::weak_ptr<ADMDuplexDataChannelBase> parent_;
     const std::shared_ptr<ADMCoreModelInfo> modelInfo_;
     const std::shared_ptr<IDMDevice> device_;
     const std::shared_ptr<dmf::CourteousLock> lock_;
-    /// Held while the worker is started or waited for: one thread at a time may do either. Taken after lock_, never
-    /// before it.
-    std::mutex lifeLock_;
+    const std::unique_ptr<dmf::internal::WorkerStage> worker_;
     std::atomic<std::uint32_t> maxReadPacketSize_{0};
     std::atomic<std::uint32_t> maxWritePacketSize_{0};
-    std::atomic<StartHandShake*> handShake_{nullptr};
-    /// The worker takes requests. Changed with lock_ held.
-    std::atomic<bool> isServing_{false};
     ADMTransferTicket asyncRead_; // this and the following guarded by lock_
     ADMTransferTicket asyncWrite_;
     ADMTransferTicket* readTicket_ = nullptr;  // null: free

@@ -115,4 +115,10 @@ public:
     virtual bool readDataUpToLength(dmf::Data& data, std::uint32_t length, double timeout, dmf::Dictionary* error) = 0;
     /// The same into the caller's memory; gives the number of bytes, 0 on failure.
     virtual std::uint32_t readDataToBuffer(std::span<std::uint8_t> buffer, double timeout, dmf::Dictionary* error) = 0;
+
+    /// Says that what was written is a whole document, and waits until the transport has ended it. How, is the
+    /// transport's affair: the socket transport sends the end of the stream, after which nothing can be written but
+    /// answers can still be read; many have nothing to do, as this one. Like a write as to time-out, errors and what
+    /// they close; `busy` while a write is pending.
+    virtual bool finishWriting(double timeout, dmf::Dictionary* error);
 };

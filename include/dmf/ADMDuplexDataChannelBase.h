@@ -82,6 +82,7 @@ public:
     bool readDataOfLength(dmf::Data& data, std::uint32_t length, double timeout, dmf::Dictionary* error) override;
     bool readDataUpToLength(dmf::Data& data, std::uint32_t length, double timeout, dmf::Dictionary* error) override;
     std::uint32_t readDataToBuffer(std::span<std::uint8_t> buffer, double timeout, dmf::Dictionary* error) override;
+    bool finishWriting(double timeout, dmf::Dictionary* error) override;
 
     /// What the provider asks while a transfer waits: whether the client wants it ended. Calls the delegate, so no lock
     /// is to be held.

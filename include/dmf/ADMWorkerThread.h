@@ -66,6 +66,12 @@ protected:
     /// Nothing to do: the end is told when `threadEntry` has returned, with its result.
     void finish(std::uintptr_t) {}
 
+    /// One start, for waiting for its end alone, whatever is started later.
+    using Start = std::shared_ptr<dmf::internal::WorkerRun>;
+    [[nodiscard]] Start lastStart() const;
+    /// Waits until the work of `start` has ended; asks for nothing. At once without a start and on its own thread.
+    static void awaitEnd(const Start& start);
+
     /// Whether the end of the last start has been asked for; a loop in `run` looks at it.
     [[nodiscard]] bool isStopRequested() const noexcept;
     /// Whether the calling thread is the worker's own.
@@ -75,9 +81,7 @@ protected:
 
 private:
     struct State;
-    using Run = dmf::internal::WorkerRun;
-    static void enter(ADMWorkerThread* worker, std::shared_ptr<ADMWorkerThread> keptAlive, Run& run);
-    [[nodiscard]] std::shared_ptr<Run> lastRun() const;
+    static void enter(ADMWorkerThread* worker, std::shared_ptr<ADMWorkerThread> keptAlive, const Start& run);
 
     const std::unique_ptr<State> state_;
 };

@@ -1,20 +1,19 @@
 #include <dmf/ADMConnectionProvider.h>
 
-#include <new>
 #include <thread>
 #include <utility>
 
 #include <dmf/ADMDuplexDataChannelBase.h>
 #include <dmf/platform/Error.h>
 
+#include "channels/WorkerStage.h"
 #include "foundation/threads/HandOver.h"
 
 using dmf::internal::HandOver;
+using dmf::internal::WorkerStage;
 namespace ProviderStatus = dmf::ProviderStatus;
 
 namespace {
-constexpr std::uint32_t kSmallestWindow = 16 * 1024;
-
 bool leavesConnectionOpen(std::int16_t status)
 {
     switch (status) {
@@ -35,7 +34,8 @@ bool leavesConnectionOpen(std::int16_t status)
 
 ADMConnectionProvider::ADMConnectionProvider(const std::shared_ptr<ADMDuplexDataChannelBase>& parent,
                                              std::shared_ptr<ADMCoreModelInfo> info, std::shared_ptr<IDMDevice> device)
-    : parent_(parent), modelInfo_(std::move(info)), device_(std::move(device)), lock_(parent->lockObject())
+    : parent_(parent), modelInfo_(std::move(info)), device_(std::move(device)), lock_(parent->lockObject()),
+      worker_(std::make_unique<WorkerStage>())
 {
 }
 
@@ -60,6 +60,10 @@ ADMConnectionProvider::Status ADMConnectionProvider::performRead(ADMTransferTick
 ADMConnectionProvider::Status ADMConnectionProvider::performWrite(ADMTransferTicket&)
 {
     unrecognized("performWrite");
+}
+ADMConnectionProvider::Status ADMConnectionProvider::performFinishWriting(ADMTransferTicket&)
+{
+    return ProviderStatus::success;
 }
 bool ADMConnectionProvider::hasPrivateAsyncThread() const
 {
@@ -104,14 +108,27 @@ bool ADMConnectionProvider::shouldCancelWrite()
 
 ADMConnectionProvider::Status ADMConnectionProvider::open()
 {
-    std::lock_guard held(*lock_);
+    Lock held(*lock_);
+    return openHolding(held);
+}
+
+ADMConnectionProvider::Status ADMConnectionProvider::openHolding(Lock& held)
+{
+    // One that was closed by its own worker: the next worker can be started when that one has gone.
+    while (!isOpen() && isWorkerLeaving() && closesUnderWay_ == 0 && !isCurrentThread())
+        awaitEndOfWorker(held);
+    if (closesUnderWay_ > 0)
+        return ProviderStatus::notOpen;
     if (isOpen())
-        return closesUnderWay_ > 0 ? ProviderStatus::notOpen : ProviderStatus::success;
+        return ProviderStatus::success;
     setMaxPacketSizes(0, 0);
     forgetRead();
     writeTicket_ = nullptr;
     asyncWrite_ = {};
-    return performOpen();
+    const Status status = performOpen();
+    if (status != ProviderStatus::success && isRunning())
+        signalForStop();
+    return status;
 }
 
 bool ADMConnectionProvider::isClosing() const
@@ -130,12 +147,12 @@ ADMConnectionProvider::Status ADMConnectionProvider::closeHolding(Lock& held)
 {
     if (!isOpen())
         return ProviderStatus::success;
-    isServing_ = false;
-    if (isCurrentThread()) {
+    worker_->leaves();
+    if (isRunning())
         signalForStop();
-    } else if (isRunning()) {
+    if (!isCurrentThread() && isRunning()) {
         ++closesUnderWay_; // nothing is begun on a connection that is going
-        stopWorker(held);
+        awaitEndOfWorker(held);
         --closesUnderWay_;
         if (!isOpen())
             return ProviderStatus::success; // another thread closed it as well
@@ -180,11 +197,7 @@ ADMConnectionProvider::Status ADMConnectionProvider::readData(std::uint8_t* buff
     const auto wanted = std::exchange(length, 0);
     if (const Status refusal = admitRequest(held, readTicket_); refusal != ProviderStatus::success)
         return refusal;
-    ADMTransferTicket ticket;
-    ticket.space_ = buffer;
-    ticket.length_ = ticket.window_ = wanted;
-    ticket.wantsWholeLength_ = wholeLength;
-    ticket.timeout_ = timeout;
+    auto ticket = ADMTransferTicket::forRead(buffer, wanted, wholeLength, timeout);
     const Status status = transfer(held, readTicket_, ticket, &ADMConnectionProvider::performRead);
     length = ticket.processed_;
     return status;
@@ -197,13 +210,19 @@ ADMConnectionProvider::Status ADMConnectionProvider::writeData(const std::uint8_
     const auto wanted = std::exchange(length, 0);
     if (const Status refusal = admitRequest(held, writeTicket_); refusal != ProviderStatus::success)
         return refusal;
-    ADMTransferTicket ticket;
-    ticket.bytes_ = bytes;
-    ticket.length_ = wanted;
-    ticket.timeout_ = timeout;
+    auto ticket = ADMTransferTicket::forWrite(bytes, wanted, timeout);
     const Status status = transfer(held, writeTicket_, ticket, &ADMConnectionProvider::performWrite);
     length = ticket.processed_;
     return status;
+}
+
+ADMConnectionProvider::Status ADMConnectionProvider::finishWriting(std::uint32_t timeout)
+{
+    Lock held(*lock_);
+    if (const Status refusal = admitRequest(held, writeTicket_); refusal != ProviderStatus::success)
+        return refusal;
+    auto ticket = ADMTransferTicket::forWrite(nullptr, 0, timeout);
+    return transfer(held, writeTicket_, ticket, &ADMConnectionProvider::performFinishWriting, Handing::never);
 }
 
 ADMConnectionProvider::Status ADMConnectionProvider::readAsyncDataOfLength(std::uint32_t length, std::uint32_t timeout)
@@ -211,16 +230,10 @@ ADMConnectionProvider::Status ADMConnectionProvider::readAsyncDataOfLength(std::
     Lock held(*lock_);
     if (const Status refusal = admitRequest(held, readTicket_); refusal != ProviderStatus::success)
         return refusal;
-    asyncRead_ = {};
-    asyncRead_.length_ = length != 0 ? length : maxReadPacketSize_.load();
-    // What has been told is out of the buffer, so that much can be read through a small one.
-    asyncRead_.window_ = std::min(asyncRead_.length_, std::max(maxReadPacketSize_.load(), kSmallestWindow));
-    asyncRead_.ownedBuffer_.reset(new (std::nothrow) std::uint8_t[asyncRead_.window_]);
-    if (!asyncRead_.ownedBuffer_ || asyncRead_.length_ == 0)
+    auto ticket = ADMTransferTicket::forAsyncRead(length, maxReadPacketSize_, timeout);
+    if (!ticket)
         return ProviderStatus::failed;
-    asyncRead_.space_ = asyncRead_.ownedBuffer_.get();
-    asyncRead_.wantsWholeLength_ = length != 0;
-    asyncRead_.timeout_ = timeout;
+    asyncRead_ = *std::move(ticket);
     return submit(held, readTicket_, asyncRead_);
 }
 
@@ -229,19 +242,15 @@ ADMConnectionProvider::Status ADMConnectionProvider::writeAsyncData(dmf::Data da
     Lock held(*lock_);
     if (const Status refusal = admitRequest(held, writeTicket_); refusal != ProviderStatus::success)
         return refusal;
-    asyncWrite_ = {};
-    asyncWrite_.ownedData_ = std::move(data);
-    asyncWrite_.bytes_ = asyncWrite_.ownedData_.bytes().data();
-    asyncWrite_.length_ = static_cast<std::uint32_t>(asyncWrite_.ownedData_.size());
-    asyncWrite_.timeout_ = timeout;
+    asyncWrite_ = ADMTransferTicket::forAsyncWrite(std::move(data), timeout);
     return submit(held, writeTicket_, asyncWrite_);
 }
 
 ADMConnectionProvider::Status ADMConnectionProvider::admitRequest(Lock& held, ADMTransferTicket* const& pending)
 {
     // A worker on its way out must be gone first: it could still see the new request and not serve it.
-    while (!isServing_ && isRunning() && closesUnderWay_ == 0 && !isCurrentThread())
-        stopWorker(held);
+    while (isWorkerLeaving() && closesUnderWay_ == 0 && !isCurrentThread())
+        awaitEndOfWorker(held);
     if (!isOpen() || closesUnderWay_ > 0)
         return ProviderStatus::notOpen;
     return pending ? ProviderStatus::busy : ProviderStatus::success;
@@ -251,14 +260,14 @@ ADMConnectionProvider::Status ADMConnectionProvider::admitRequest(Lock& held, AD
 ADMConnectionProvider::Status ADMConnectionProvider::submit(Lock& held, ADMTransferTicket*& pending,
                                                             ADMTransferTicket& ticket)
 {
-    const bool isServed = isServing_ || hasPrivateAsyncThread();
-    if (!isServed && isCurrentThread()) {
+    const bool hasThread = isServed();
+    if (!hasThread && isCurrentThread()) {
         ticket = {}; // see the header: the connection may be a fresh one, and is none of this worker's
         return ProviderStatus::failed;
     }
     ticket.startTime_ = ADMTransferTicket::Clock::now();
     pending = &ticket;
-    if (isServed) {
+    if (hasThread) {
         requestArrived(ticket);
         return ProviderStatus::success;
     }
@@ -273,7 +282,7 @@ ADMConnectionProvider::Status ADMConnectionProvider::submit(Lock& held, ADMTrans
 
 /// A synchronous transfer: by the thread that is serving already, otherwise on the caller's own.
 ADMConnectionProvider::Status ADMConnectionProvider::transfer(Lock& held, ADMTransferTicket*& pending,
-                                                              ADMTransferTicket& ticket, Step perform)
+                                                              ADMTransferTicket& ticket, Step perform, Handing handing)
 {
     // Closing takes the request away and opening frees the place, so it is given back only if it is still ours.
     struct Place {
@@ -294,13 +303,14 @@ ADMConnectionProvider::Status ADMConnectionProvider::transfer(Lock& held, ADMTra
     ticket.startTime_ = ADMTransferTicket::Clock::now();
     pending = &ticket;
     // Nobody can wait for himself: what the serving thread asks for it does itself.
-    if ((isServing_ || hasPrivateAsyncThread()) && !isCurrentThread())
+    const bool hasThread = !isCurrentThread() && isServed();
+    if (hasThread && handing == Handing::toTheServingThread)
         return waitForEnd(held, ticket);
 
     held.unlock();
     const Status status = (this->*perform)(ticket);
     held.lock();
-    if (!leavesConnectionOpen(status) && place.isOurs())
+    if (!leavesConnectionOpen(status) && place.isOurs() && !hasThread)
         closeHolding(held);
     return status;
 }
@@ -316,4 +326,114 @@ ADMConnectionProvider::Status ADMConnectionProvider::waitForEnd(Lock& held, ADMT
     turn.lock();
     held.lock();
     return ticket.status_;
+}
+
+// The worker
+
+std::int32_t ADMConnectionProvider::start()
+{
+    // A private thread serves without a word.
+    const auto first = hasPrivateAsyncThread() ? WorkerStage::Stage::serving : WorkerStage::Stage::starting;
+    return worker_->begin([this] { return ADMWorkerThread::start(); }, first);
+}
+
+bool ADMConnectionProvider::startWorker()
+{
+    return start() == 0 && worker_->awaitWord();
+}
+
+void ADMConnectionProvider::signalReady()
+{
+    worker_->serves();
+}
+
+void ADMConnectionProvider::signalCannotServe()
+{
+    worker_->leaves();
+}
+
+void ADMConnectionProvider::signalForStop()
+{
+    worker_->leaves();
+    ADMWorkerThread::signalForStop();
+}
+
+bool ADMConnectionProvider::isWorkerLeaving() const
+{
+    return worker_->now() == WorkerStage::Stage::leaving && isRunning();
+}
+
+/// Whether a thread takes requests; waits for the word of one that has just been started.
+bool ADMConnectionProvider::isServed()
+{
+    if (hasPrivateAsyncThread())
+        return true;
+    const auto stage = worker_->now();
+    if (stage == WorkerStage::Stage::leaving || !isRunning())
+        return false;
+    return stage == WorkerStage::Stage::serving || (!isCurrentThread() && worker_->awaitWord());
+}
+
+/// Waits for a worker that takes no more requests. The lock is let go meanwhile: the worker may need it to finish.
+void ADMConnectionProvider::awaitEndOfWorker(Lock& held)
+{
+    const auto leaving = lastStart(); // another thread may wait as well, and start the next one before this one goes on
+    held.unlock();
+    awaitEnd(leaving);
+    held.lock();
+}
+
+std::uintptr_t ADMConnectionProvider::threadEntry()
+{
+    releaseStarter();
+    try {
+        const std::uintptr_t result = run();
+        workerEnded();
+        return result;
+    } catch (...) {
+        workerEnded();
+        throw;
+    }
+}
+
+void ADMConnectionProvider::workerEnded()
+{
+    if (!worker_->leaves())
+        return; // it was asked to end, or never served
+    std::lock_guard held(*lock_);
+    notifyParentOnTicket(readTicket(), ProviderStatus::failed);
+    notifyParentOnTicket(writeTicket(), ProviderStatus::failed);
+}
+
+// Progress
+
+ADMTransferTicket* ADMConnectionProvider::toServe(ADMTransferTicket* ticket) noexcept
+{
+    // A synchronous request without a waiter is done on its caller's thread, or has ended and waits to be collected.
+    return ticket && (!ticket->isSynchronous_ || ticket->waiter_) ? ticket : nullptr;
+}
+
+void ADMConnectionProvider::notifyParentOnTicket(ADMTransferTicket* ticket, Status status)
+{
+    if (!ticket)
+        return;
+    std::lock_guard held(*lock_);
+    if (ticket->isSynchronous_) {
+        if (auto* const waiter = std::exchange(ticket->waiter_, nullptr)) {
+            ticket->status_ = status;
+            waiter->unlock();
+        }
+        return;
+    }
+    const bool wasRead = ticket == readTicket_;
+    if (!wasRead && ticket != writeTicket_)
+        return;
+    const auto channel = parent();
+    ticket->tellProgress(channel.get());
+    if (status == ProviderStatus::success && !ticket->isComplete())
+        return;
+    (wasRead ? readTicket_ : writeTicket_) = nullptr;
+    *ticket = {};
+    if (channel)
+        wasRead ? channel->readDataFinished(status) : channel->writeDataFinished(status);
 }

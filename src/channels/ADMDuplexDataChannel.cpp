@@ -27,3 +27,8 @@ const dmf::Protocol& ADMDuplexDataChannel::protocol()
 }
 
 ADMDuplexDataChannel::~ADMDuplexDataChannel() = default;
+
+bool ADMDuplexDataChannel::finishWriting(double, dmf::Dictionary*)
+{
+    return true;
+}

@@ -91,7 +91,7 @@ bool ADMDuplexDataChannelBase::open()
 
 std::int16_t ADMDuplexDataChannelBase::openProvider(std::uint32_t closeRequestsBefore)
 {
-    std::lock_guard guard(*lock_);
+    std::unique_lock held(*lock_);
     if (provider_ && provider_->isClosing())
         return ProviderStatus::notOpen; // that close goes on, so its mark stays, and so does what was not delivered
     shouldClose_ = false;
@@ -105,7 +105,7 @@ std::int16_t ADMDuplexDataChannelBase::openProvider(std::uint32_t closeRequestsB
     if (!provider_)
         return createAndOpenProviderWithTimeout(dmf::Date::distantFuture().timeIntervalSince(dmf::Date::now()));
     const auto current = provider_;
-    return current->open();
+    return current->openHolding(held);
 }
 
 std::int16_t ADMDuplexDataChannelBase::createAndOpenProviderWithTimeout(double)

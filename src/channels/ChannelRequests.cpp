@@ -117,6 +117,15 @@ bool ADMDuplexDataChannelBase::writeData(const dmf::Data& data, double timeout, 
     return report(status, direction, length, error);
 }
 
+bool ADMDuplexDataChannelBase::finishWriting(double timeout, dmf::Dictionary* error)
+{
+    constexpr auto direction = static_cast<std::int32_t>(Direction::write);
+    std::shared_ptr<ADMConnectionProvider> current;
+    if (!report(checkRequest(true, timeout, current), direction, error))
+        return false;
+    return report(current->finishWriting(microseconds(timeout)), direction, 0, error);
+}
+
 bool ADMDuplexDataChannelBase::readDataOfLength(dmf::Data& data, std::uint32_t length, double timeout,
                                                 dmf::Dictionary* error)
 {

@@ -224,6 +224,80 @@ TEST_F(ConnectionProvider, AWorkerThatClosedTakesNothingMoreUponItself)
     EXPECT_TRUE(recorder.waitFor("readDone"));
 }
 
+TEST_F(ConnectionProvider, AWorkerStartedInOpeningServesFromTheFirstRequestOn)
+{
+    channel->close();
+    enum class How { startsAndGoesOn, awaitsItsWord, isPrivate };
+    for (const auto how : {How::startsAndGoesOn, How::awaitsItsWord, How::isPrivate}) {
+        provider->hasPrivateThread = how == How::isPrivate;
+        provider->onOpen = [&] {
+            const bool isStarted = how == How::awaitsItsWord ? provider->startWorker() : provider->start() == 0;
+            return isStarted ? ProviderStatus::success : ProviderStatus::failed;
+        };
+        provider->started = 0;
+        ASSERT_TRUE(channel->open());
+        ASSERT_EQ(provider->readAsyncDataOfLength(2, 10 * kSecond), 0);
+        provider->post([](ScriptedProvider& worker) { worker.arrive("ab"); });
+        EXPECT_TRUE(recorder.waitFor("readDone"));
+        provider->waitForRequest();
+        auto result = readElsewhere();
+        provider->waitForRequest();
+        provider->post([](ScriptedProvider& worker) { worker.arrive("cd"); });
+        EXPECT_EQ(result.get(), std::pair(0, std::string("cd")));
+        EXPECT_EQ(provider->started, 1);
+        // One that closes the channel itself leaves it to be opened with the next worker.
+        provider->post([&](ScriptedProvider&) { channel->close(); }, false).wait();
+        ASSERT_TRUE(channel->open());
+        EXPECT_TRUE(provider->isRunning());
+        channel->close();
+        EXPECT_FALSE(provider->isRunning());
+        recorder.told.clear();
+    }
+}
+
+TEST_F(ConnectionProvider, AnOpeningThatFailsLeavesNoWorker)
+{
+    channel->close();
+    provider->onOpen = [&] {
+        EXPECT_TRUE(provider->startWorker());
+        return ProviderStatus::busy;
+    };
+    EXPECT_EQ(provider->open(), ProviderStatus::busy);
+    EXPECT_TRUE(turnUntil([&] { return !provider->isRunning(); }));
+    provider->startAs = ScriptedProvider::Start::refuses;
+    provider->onOpen = [&] { return provider->startWorker() ? ProviderStatus::success : ProviderStatus::failed; };
+    EXPECT_EQ(provider->open(), ProviderStatus::failed);
+    provider->startAs = ScriptedProvider::Start::serves;
+    EXPECT_EQ(provider->open(), 0);
+}
+
+TEST_F(ConnectionProvider, FinishingIsAWriteOfItsOwn)
+{
+    EXPECT_EQ(provider->finishWriting(0), 0) << "most have nothing to do";
+    provider->onFinishWriting = [&](ADMTransferTicket& ticket) {
+        EXPECT_TRUE(provider->isPending(ticket) && ticket.isSynchronous() && ticket.isComplete());
+        EXPECT_EQ(ticket.timeout(), kSecond);
+        EXPECT_EQ(provider->writeAsyncData(dmf::Data::fromText("x"), 0), ProviderStatus::busy);
+        return ProviderStatus::timedOut;
+    };
+    EXPECT_EQ(provider->finishWriting(kSecond), ProviderStatus::timedOut);
+    EXPECT_TRUE(provider->isOpen());
+    // Beside a worker it stays with its caller.
+    ASSERT_EQ(provider->readAsyncDataOfLength(2, 10 * kSecond), 0);
+    EXPECT_EQ(provider->finishWriting(kSecond), ProviderStatus::timedOut);
+    startWorker();
+    EXPECT_EQ(provider->finishWriting(kSecond), ProviderStatus::busy);
+    provider->post([](ScriptedProvider& worker) { worker.notifyParentOnTicket(worker.writeTicket(), -14); }).wait();
+    provider->onFinishWriting = [](ADMTransferTicket&) { return ProviderStatus::failed; };
+    dmf::Dictionary error;
+    EXPECT_FALSE(channel->finishWriting(1, &error));
+    EXPECT_EQ(RecordingDelegate::describe(error), "6/2:0");
+    EXPECT_TRUE(provider->isOpen()) << "asynchronous transfers have the say";
+    channel->close();
+    EXPECT_FALSE(channel->finishWriting(1, &error));
+    EXPECT_EQ(RecordingDelegate::describe(error), "3/2");
+}
+
 TEST_F(ConnectionProvider, ATransferDoesNotPassToTheNextConnection)
 {
     provider->onRead = [&](ADMTransferTicket& ticket) {

@@ -32,7 +32,8 @@ public:
     }
 
     std::function<Status()> onOpen;
-    std::function<Status(ADMTransferTicket&)> onRead, onWrite;
+    std::function<Status(ADMTransferTicket&)> onRead, onWrite, onFinishWriting;
+    bool hasPrivateThread = false;
     Start startAs = Start::serves;
     std::atomic<int> opened{0}, closed{0}, started{0};
 
@@ -41,6 +42,7 @@ public:
     using ADMConnectionProvider::notifyParentOnTicket;
     using ADMConnectionProvider::readTicket;
     using ADMConnectionProvider::shouldCancelRead;
+    using ADMConnectionProvider::startWorker;
     using ADMConnectionProvider::writeTicket;
 
     /// Puts text where the read wants it and tells of it.
@@ -107,6 +109,11 @@ protected:
     }
     Status performRead(ADMTransferTicket& ticket) override { return onRead(ticket); }
     Status performWrite(ADMTransferTicket& ticket) override { return onWrite(ticket); }
+    Status performFinishWriting(ADMTransferTicket& ticket) override
+    {
+        return onFinishWriting ? onFinishWriting(ticket) : ADMConnectionProvider::performFinishWriting(ticket);
+    }
+    bool hasPrivateAsyncThread() const override { return hasPrivateThread; }
     void requestArrived(ADMTransferTicket&) override
     {
         std::lock_guard guard(workLock_);

@@ -11,10 +11,13 @@
 
 #include "foundation/threads/WorkerRun.h"
 
+using dmf::internal::ThreadForm;
+using dmf::internal::WorkerRun;
+
 struct ADMWorkerThread::State {
     mutable std::mutex lock;
-    bool isDetached = false;   // guarded by lock
-    std::shared_ptr<Run> last; // guarded by lock
+    bool isDetached = false; // guarded by lock
+    Start last;              // guarded by lock
 };
 
 ADMWorkerThread::ADMWorkerThread() : state_(std::make_unique<State>()) {}
@@ -27,7 +30,7 @@ void ADMWorkerThread::setRunDetached()
     state_->isDetached = true;
 }
 
-std::shared_ptr<ADMWorkerThread::Run> ADMWorkerThread::lastRun() const
+ADMWorkerThread::Start ADMWorkerThread::lastStart() const
 {
     std::lock_guard guard(state_->lock);
     return state_->last;
@@ -35,19 +38,18 @@ std::shared_ptr<ADMWorkerThread::Run> ADMWorkerThread::lastRun() const
 
 std::int32_t ADMWorkerThread::start()
 {
-    using dmf::internal::ThreadForm;
-    std::shared_ptr<Run> run;
+    Start run;
     std::int32_t status = ENOMEM;
     try {
         std::unique_lock guard(state_->lock);
         if (state_->last && !state_->last->isEnded())
             return -1;
-        auto next = std::make_shared<Run>(state_->isDetached ? ThreadForm::detached : ThreadForm::joinable);
+        auto next = std::make_shared<WorkerRun>(state_->isDetached ? ThreadForm::detached : ThreadForm::joinable);
         run = state_->last = std::move(next);
         guard.unlock();
         status = dmf::internal::startThread(
             threadName(), run->form(),
-            [this, kept = weak_from_this().lock(), run]() mutable { enter(this, std::move(kept), *run); });
+            [this, kept = weak_from_this().lock(), run]() mutable { enter(this, std::move(kept), run); });
     } catch (const std::bad_alloc&) { // the status says so
     }
     if (status != 0) {
@@ -60,9 +62,9 @@ std::int32_t ADMWorkerThread::start()
 }
 
 /// The thread's body. Nothing of the worker is touched after it was let go.
-void ADMWorkerThread::enter(ADMWorkerThread* worker, std::shared_ptr<ADMWorkerThread> keptAlive, Run& run)
+void ADMWorkerThread::enter(ADMWorkerThread* worker, std::shared_ptr<ADMWorkerThread> keptAlive, const Start& run)
 {
-    run.enter();
+    run->enter();
     std::uintptr_t result = 0;
     try {
         result = worker->threadEntry();
@@ -71,31 +73,37 @@ void ADMWorkerThread::enter(ADMWorkerThread* worker, std::shared_ptr<ADMWorkerTh
             DMFLog("errors", "ADMWorkerThread: NSException thrown. %@...", exception);
     }
     keptAlive.reset();
-    run.end(result);
+    run->end(result);
 }
 
 std::uintptr_t ADMWorkerThread::stop()
 {
-    const auto run = lastRun();
+    const auto run = lastStart();
     if (!run || run->isOfThisThread()) {
         signalForStop();
         return 0;
     }
-    const dmf::internal::WorkerRun::Waiter waiter(*run); // before the request, which may be what ends it
+    const WorkerRun::Waiter waiter(*run); // before the request, which may be what ends it
     run->requestStop();
     signalForStop();
     return waiter.awaitEnd();
 }
 
+void ADMWorkerThread::awaitEnd(const Start& start)
+{
+    if (start && !start->isOfThisThread())
+        (void)WorkerRun::Waiter(*start).awaitEnd();
+}
+
 void ADMWorkerThread::signalForStop()
 {
-    if (const auto run = lastRun())
+    if (const auto run = lastStart())
         run->requestStop();
 }
 
 bool ADMWorkerThread::isRunning() const noexcept
 {
-    const auto run = lastRun();
+    const auto run = lastStart();
     return run && !run->isEnded();
 }
 
@@ -112,19 +120,19 @@ std::uintptr_t ADMWorkerThread::threadEntry()
 
 void ADMWorkerThread::releaseStarter()
 {
-    if (const auto run = lastRun(); run && run->isOfThisThread())
+    if (const auto run = lastStart(); run && run->isOfThisThread())
         run->releaseStarter();
 }
 
 bool ADMWorkerThread::isStopRequested() const noexcept
 {
-    const auto run = lastRun();
+    const auto run = lastStart();
     return run && run->isStopRequested();
 }
 
 bool ADMWorkerThread::isCurrentThread() const noexcept
 {
-    const auto run = lastRun();
+    const auto run = lastStart();
     return run && run->isOfThisThread();
 }
 
