@@ -19,9 +19,9 @@ void Line::addAnswer(Data bytes, Clock::time_point due)
 Line::Result Line::read(std::span<std::uint8_t> space, std::uint32_t& count)
 {
     count = 0;
-    if (script_.breakAfter && taken_ >= *script_.breakAfter)
+    if (isBroken())
         return Result::broken;
-    if (script_.endAfter && given_ >= *script_.endAfter)
+    if (hasEnded())
         return Result::peerEnded;
     if (answers_.empty() || Clock::now() < answers_.front().due)
         return Result::nothingYet;
@@ -43,7 +43,7 @@ Line::Result Line::read(std::span<std::uint8_t> space, std::uint32_t& count)
 Line::Result Line::write(std::span<const std::uint8_t> bytes, std::uint32_t& count)
 {
     count = 0;
-    if (script_.breakAfter && taken_ >= *script_.breakAfter)
+    if (isBroken())
         return Result::broken;
     const auto now = Clock::now();
     if (script_.neverReads || now < readyToTake_)
@@ -66,6 +66,8 @@ void Line::endRequest()
 
 std::optional<Clock::time_point> Line::nextRead() const
 {
+    if (isBroken() || hasEnded())
+        return Clock::time_point::min();
     if (answers_.empty())
         return std::nullopt;
     return answers_.front().due;
@@ -73,6 +75,8 @@ std::optional<Clock::time_point> Line::nextRead() const
 
 std::optional<Clock::time_point> Line::nextWrite() const
 {
+    if (isBroken())
+        return Clock::time_point::min();
     if (script_.neverReads)
         return std::nullopt;
     return readyToTake_;

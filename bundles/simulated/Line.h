@@ -35,6 +35,8 @@ private:
     };
 
     void addAnswer(Data bytes, Clock::time_point due);
+    [[nodiscard]] bool isBroken() const { return script_.breakAfter && taken_ >= *script_.breakAfter; }
+    [[nodiscard]] bool hasEnded() const { return script_.endAfter && given_ >= *script_.endAfter; }
 
     const Script& script_;
     std::deque<Answer> answers_;

@@ -89,16 +89,16 @@ TEST(SocketConnection, RemembersThatItBroke)
         far.receive(1);
         far.reset();
     });
-    using Result = dmf::socket::Connection::Result;
-    dmf::socket::Connection connection(connectWithin(peer.endpoint(), std::chrono::seconds(10)).socket);
+    const auto connection =
+        dmf::socket::Connection::over(connectWithin(peer.endpoint(), std::chrono::seconds(10)).socket);
+    ASSERT_TRUE(connection);
     const dmf::Data byte = dmf::Data::fromText("x");
-    std::uint32_t count = 0;
     // Writing meets the reset; reading must not take what is left for an orderly end.
-    while (connection.send(byte.bytes(), count) != Result::broken)
-        connection.wait(POLLIN, Clock::now() + std::chrono::seconds(1));
+    while (connection->write(byte.bytes()).status != dmf::ProviderStatus::failed)
+        connection->wait({.reading = true, .until = Clock::now() + std::chrono::seconds(1)});
     std::uint8_t space[4];
-    EXPECT_EQ(connection.receive(space, count), Result::broken);
-    EXPECT_EQ(connection.receive(space, count), Result::broken);
+    EXPECT_EQ(connection->read(space).status, dmf::ProviderStatus::failed);
+    EXPECT_EQ(connection->read(space).status, dmf::ProviderStatus::failed);
 }
 
 TEST(SocketConnect, TellsHowItEnded)

@@ -142,6 +142,31 @@ TEST(SocketChannel, AnswersOfEveryKindEndInTheirStatus)
     EXPECT_EQ(client.read(4), "late");
 }
 
+TEST(SocketChannel, FinishingEndsTheDocumentAndLeavesTheAnswer)
+{
+    Peer peer([](Conversation& far) { far.send("took " + far.receiveAll()); });
+    for (const bool hasWorker : {false, true}) {
+        Client client(peer.endpoint());
+        ASSERT_TRUE(client.channel->open());
+        if (hasWorker) {
+            ASSERT_TRUE(client.channel->scheduleReadDataOfLength(8, 30));
+        }
+        EXPECT_EQ(client.write(Data::fromText("job")), "done");
+        Dictionary error;
+        EXPECT_FALSE(client.channel->finishWriting(-1, &error));
+        EXPECT_EQ(RecordingDelegate::describe(error), "2/2");
+        EXPECT_TRUE(client.channel->finishWriting(10, &error));
+        EXPECT_TRUE(client.channel->finishWriting(10, &error)) << "once is enough";
+        if (hasWorker) {
+            EXPECT_TRUE(client.recorder.waitFor("readDone"));
+            EXPECT_EQ(client.recorder.bytes, "took job");
+        } else {
+            EXPECT_EQ(client.read(8), "took job");
+        }
+        EXPECT_EQ(client.write(Data::fromText("more")), "6/2:0");
+    }
+}
+
 TEST(SocketChannel, OpeningFailsWithinItsTime)
 {
     Client refused({"", {"127.0.0.1"}, unusedPort()});

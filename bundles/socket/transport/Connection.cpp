@@ -40,64 +40,79 @@ void Signal::clear() noexcept
     [[maybe_unused]] const auto read = ::read(event_.get(), &count, sizeof count);
 }
 
-Connection::Connection(FileDescriptor socket) : socket_(std::move(socket)) {}
-
-Connection::Result Connection::receive(std::span<std::uint8_t> space, std::uint32_t& count) noexcept
+Connection::Connection(FileDescriptor socket, std::shared_ptr<void> use)
+    : socket_(std::move(socket)), use_(std::move(use))
 {
-    count = 0;
-    if (isEnded_)
-        return Result::broken;
+}
+
+std::shared_ptr<Connection> Connection::over(FileDescriptor socket, std::shared_ptr<void> use)
+{
+    auto made = std::make_shared<Connection>(std::move(socket), std::move(use));
+    return made->endSignal_ && made->wakeSignal_ ? made : nullptr;
+}
+
+TransportConnection::Progress Connection::read(std::span<std::uint8_t> space)
+{
     const auto received = ::recv(socket_.get(), space.data(), space.size(), MSG_DONTWAIT);
-    if (received > 0) {
-        count = static_cast<std::uint32_t>(received);
-        return Result::moved;
-    }
+    if (received > 0)
+        return {static_cast<std::uint32_t>(received), ProviderStatus::success};
     if (received == 0)
-        return isEnded_ || isBroken_ ? Result::broken : Result::peerEnded;
-    return failure();
+        return {0, isBroken_ ? ProviderStatus::failed : ProviderStatus::peerEnded};
+    return {0, failure()};
+}
+
+TransportConnection::Progress Connection::write(std::span<const std::uint8_t> bytes)
+{
+    const auto sent = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0)
+        return {0, failure()};
+    hasSent_.store(true, std::memory_order_relaxed);
+    return {static_cast<std::uint32_t>(sent), ProviderStatus::success};
 }
 
 /// What errno says. The system tells of a break only once, to whichever direction asks first; afterwards a read gives
 /// the end of the bytes, as if the peer had ended orderly. EPIPE is different: it comes when the peer did end before,
 /// or when the break has been told.
-Connection::Result Connection::failure() noexcept
+TransportConnection::Status Connection::failure() noexcept
 {
     if (isBlocked())
-        return Result::wouldBlock;
+        return ProviderStatus::success;
     if (errno != EPIPE)
         isBroken_ = true;
-    return Result::broken;
+    return ProviderStatus::failed;
 }
 
-Connection::Result Connection::send(std::span<const std::uint8_t> bytes, std::uint32_t& count) noexcept
+/// What has been written is the system's by now, which sends the end behind it. Once the device has ended as well there
+/// is nothing left to shut down.
+std::optional<TransportConnection::Status> Connection::finishWriting()
 {
-    count = 0;
-    if (isEnded_)
-        return Result::broken;
-    const auto sent = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent >= 0) {
-        hasSent_.store(true, std::memory_order_relaxed);
-        count = static_cast<std::uint32_t>(sent);
-        return Result::moved;
-    }
-    return failure();
+    if (!hasFinished_ && ::shutdown(socket_.get(), SHUT_WR) != 0)
+        return ProviderStatus::failed;
+    hasFinished_ = true;
+    return ProviderStatus::success;
 }
 
-void Connection::wait(short events, std::optional<Clock::time_point> until, const Signal* also) const noexcept
+void Connection::wait(const Wait& wait)
 {
+    const auto events = static_cast<short>((wait.reading ? POLLIN : 0) | (wait.writing ? POLLOUT : 0));
     pollfd watched[3] = {{socket_.get(), events, 0}, {endSignal_.descriptor(), POLLIN, 0}, {-1, POLLIN, 0}};
     if (events == 0)
         watched[0].fd = -1; // a peer that hung up would be reported for ever
-    if (also)
-        watched[2].fd = also->descriptor();
-    const auto limit = until ? timeFromNow(*until) : timespec{};
-    (void)::ppoll(watched, 3, until ? &limit : nullptr, nullptr);
+    if (wait.waking)
+        watched[2].fd = wakeSignal_.descriptor();
+    const auto limit = wait.until ? timeFromNow(*wait.until) : timespec{};
+    (void)::ppoll(watched, 3, wait.until ? &limit : nullptr, nullptr);
+    if (watched[2].revents != 0)
+        wakeSignal_.clear();
 }
 
-void Connection::end() noexcept
+void Connection::wake() noexcept
 {
-    if (isEnded_.exchange(true))
-        return;
+    wakeSignal_.set();
+}
+
+void Connection::disconnect() noexcept
+{
     endSignal_.set();
     ::shutdown(socket_.get(), SHUT_WR);
     const auto until = Clock::now() + (hasSent_ ? kFarewell : std::chrono::milliseconds(0));

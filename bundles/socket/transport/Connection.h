@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
+
+#include <dmf/TransportConnection.h>
 
 #include "Endpoint.h"
 #include "FileDescriptor.h"
@@ -23,40 +26,35 @@ private:
     FileDescriptor event_;
 };
 
-/// One TCP connection. Nothing here waits but `wait` and `end`. Thread-safe, as far as the bytes of one direction are
-/// moved by one thread at a time. The socket lives until the last user lets go of the object.
-class Connection {
+/// One TCP connection. Statuses: `peerEnded` when the device sends no more, after all bytes that did arrive; `failed`
+/// when the connection is reset or lost. The end of a document is the end of the stream.
+class Connection final : public TransportConnection {
 public:
-    enum class Result {
-        moved,      ///< at least one byte
-        wouldBlock, ///< nothing can be moved now
-        peerEnded,  ///< the peer sends no more
-        broken,     ///< reset, unreachable, or ended by ourselves
-    };
+    /// Empty when the program is short of descriptors. `use` is kept as long as the connection.
+    [[nodiscard]] static std::shared_ptr<Connection> over(FileDescriptor socket, std::shared_ptr<void> use = nullptr);
+    Connection(FileDescriptor socket, std::shared_ptr<void> use);
 
-    explicit Connection(FileDescriptor socket);
+    [[nodiscard]] Progress read(std::span<std::uint8_t> space) override;
+    [[nodiscard]] Progress write(std::span<const std::uint8_t> bytes) override;
+    [[nodiscard]] std::optional<Status> finishWriting() override;
+    void wait(const Wait& wait) override;
+    void wake() noexcept override;
 
-    [[nodiscard]] Result receive(std::span<std::uint8_t> space, std::uint32_t& count) noexcept;
-    [[nodiscard]] Result send(std::span<const std::uint8_t> bytes, std::uint32_t& count) noexcept;
-
-    /// Waits until one of `events` (POLLIN, POLLOUT) has come up, `also` has been set, the connection has been ended,
-    /// or the time has come; without a limit for none.
-    void wait(short events, std::optional<Clock::time_point> until, const Signal* also = nullptr) const noexcept;
-
-    /// Says good-bye: wakes everybody who waits, sends the end, and takes in what the peer still says, for a quarter of
-    /// a second at most. Closing with unread bytes would reset the connection, and the device would lose the end of
-    /// what it was sent.
-    void end() noexcept;
-    [[nodiscard]] bool isEnded() const noexcept { return isEnded_; }
+protected:
+    /// Sends the end, and takes in what the peer still says, for a quarter of a second at most. Closing with unread
+    /// bytes would reset the connection, and the device would lose the end of what it was sent.
+    void disconnect() noexcept override;
 
 private:
-    [[nodiscard]] Result failure() noexcept;
+    [[nodiscard]] Status failure() noexcept;
 
     const FileDescriptor socket_;
+    const std::shared_ptr<void> use_;
     Signal endSignal_;
-    std::atomic<bool> isEnded_{false};
+    Signal wakeSignal_;
     std::atomic<bool> isBroken_{false};
     std::atomic<bool> hasSent_{false};
+    bool hasFinished_ = false; // of the writing thread
 };
 
 } // namespace dmf::socket

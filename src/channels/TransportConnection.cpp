@@ -1,0 +1,20 @@
+#include <dmf/TransportConnection.h>
+
+namespace dmf {
+
+TransportConnection::TransportConnection() = default;
+
+TransportConnection::~TransportConnection() = default;
+
+std::optional<TransportConnection::Status> TransportConnection::finishWriting()
+{
+    return ProviderStatus::success;
+}
+
+void TransportConnection::end() noexcept
+{
+    if (!isEnded_.exchange(true))
+        disconnect();
+}
+
+} // namespace dmf
