@@ -18,8 +18,9 @@
 /// makes one call. Calls without a date are due at once and come before the dated ones; among calls of one date the one
 /// that was scheduled first comes first.
 ///
-/// Run-loop-bound: to be used on the thread of the run loop that it is scheduled in. The run loop does not keep the
-/// queue alive; releasing the last reference drops the calls that are pending.
+/// Run-loop-bound: to be used on the thread of the run loop that it is scheduled in. That run loop keeps the queue, and
+/// with it the pending calls, alive while it is scheduled there, until `removeFromRunLoop`, `invalidate`, or the end of
+/// the loop's thread: whoever owns a queue invalidates it when he goes.
 class DMF_EXPORT ADMDelayedInvocationQueue : public std::enable_shared_from_this<ADMDelayedInvocationQueue> {
 public:
     using Invocation = std::function<void()>;
@@ -70,7 +71,8 @@ public:
 
     /// When the next call is due: the distant past for a call without a date, the distant future when there is none.
     [[nodiscard]] dmf::Date nextDelayedInvocationTimerFireDate() const;
-    /// The timer that drives the queue, made on first use.
+    /// The timer that drives the queue, made on first use. The run loop owns it: one that is scheduled nowhere lives
+    /// while somebody holds it, and keeps the queue.
     [[nodiscard]] std::shared_ptr<dmf::RunLoopTimer> delayedInvocationTimer();
     /// Makes the first call, if there is one, due or not, and moves the timer on to the next. For the timer.
     void delayedInvocationTimerDidFire(dmf::RunLoopTimer& timer);
@@ -94,7 +96,10 @@ private:
     }
     [[nodiscard]] std::optional<dmf::Date> lastDate() const;
 
-    std::shared_ptr<dmf::RunLoopTimer> delayedInvocationTimer_;
+    void moveTimer();
+
+    std::weak_ptr<dmf::RunLoopTimer> delayedInvocationTimer_; // it holds the queue
+    bool isValid_ = true;
     std::vector<Entry> delayedInvocations_; // in the order in which they fall due
 };
 

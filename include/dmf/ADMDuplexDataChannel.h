@@ -74,8 +74,9 @@ public:
     [[nodiscard]] virtual std::uint32_t maxReadPacketSize() const = 0;
     [[nodiscard]] virtual std::uint32_t maxWritePacketSize() const = 0;
 
-    /// Connects to the device; true when the channel is open afterwards (also when it was open before). Blocks for as
-    /// long as the transport looks for the device, unless the service has it already, and connects. A `close` on
+    /// Connects to the device; true when the channel is open afterwards (also when it was open before). Results that
+    /// have not been told yet are dropped, those of transfers under way on a channel that was open included. Blocks for
+    /// as long as the transport looks for the device, unless the service has it already, and connects. A `close` on
     /// another thread makes it give false; it ends the connecting early, the search for the device runs its course.
     /// False as well while another thread's `close` waits for the transport.
     [[nodiscard]] virtual bool open() = 0;

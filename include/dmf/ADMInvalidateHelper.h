@@ -8,7 +8,8 @@
 #include <dmf/platform/RunLoop.h>
 
 /// Invalidates a timer on the thread of the run loop that it belongs to, and waits until that is done: afterwards the
-/// timer's callback neither runs nor will run. One request at a time. Thread-safe.
+/// timer's callback neither runs nor will run. Only where the timer's own callback makes the request, or turns the loop
+/// that serves it, does that one call run on to its end; it is the last. One request at a time. Thread-safe.
 class DMF_EXPORT ADMInvalidateHelper {
 public:
     ADMInvalidateHelper();

@@ -22,9 +22,15 @@ using ADMMessageQueueInvocation = std::function<void(ADMMessageQueue& queue, con
 /// call the queue's target with each object, in order, one turn draining everything that is pending, what is added
 /// meanwhile included. Thread-safe.
 ///
-/// Only the first object after the queue was empty wakes the run loops, so objects that were added before there was a
-/// source (see `CFSource`) wait until `signal` is called. What the target throws leaves the remaining objects to the
-/// next turn. The run loops do not keep the queue alive; releasing the last reference ends it as `invalidate` does.
+/// Only the first object after the queue was empty wakes the run loops; objects that were added before it was scheduled
+/// are delivered once it is. What the target throws leaves the remaining objects to the next turn.
+///
+/// A run loop keeps the queue alive while the queue is scheduled in it:
+///
+///     idle ──scheduleInRunLoop──► scheduled, kept alive ──removeFromRunLoop, or the run loop's thread ends──► idle
+///       └──────────────────────────────────┴──invalidate──► invalid
+///
+/// so whoever owns a queue invalidates it when he goes, and an invocation that holds its owner keeps both.
 class DMF_EXPORT ADMMessageQueue : public std::enable_shared_from_this<ADMMessageQueue> {
 public:
     /// Empty when the invocation is empty.
@@ -65,7 +71,7 @@ public:
 
     /// Wakes the run loops to serve the queue.
     void signal();
-    /// Ignored without a run loop.
+    /// Ignored without a run loop. What is pending is delivered on its next turn.
     void scheduleInRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode);
     void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode);
 
@@ -75,20 +81,27 @@ public:
     [[nodiscard]] bool isValid() const;
 
     [[nodiscard]] const ADMMessageQueueInvocation& invocation() const noexcept { return invocation_; }
-    /// One entry for each successful scheduling: a run loop scheduled in two modes stands in it twice.
+    /// One entry for each successful scheduling: a run loop scheduled in two modes stands in it twice. Removing the
+    /// queue from one mode takes all entries of its run loop away; the other mode is still served.
     [[nodiscard]] std::vector<std::shared_ptr<dmf::RunLoop>> runLoops() const;
-    /// The queue's source, made on first use; after `invalidate` a fresh one that is scheduled nowhere.
+    /// The queue's source, made on first use. The run loops own it: one that is scheduled nowhere lives while somebody
+    /// holds it, and keeps the queue. After `invalidate` a fresh one that is scheduled nowhere.
     [[nodiscard]] std::shared_ptr<dmf::RunLoopSource> CFSource();
     [[nodiscard]] std::string description() const;
 
 private:
+    struct Place {
+        std::shared_ptr<dmf::RunLoop> runLoop;
+        std::string mode;
+        bool isListed; // in `runLoops`
+    };
     explicit ADMMessageQueue(ADMMessageQueueInvocation invocation);
     void perform();
 
     const ADMMessageQueueInvocation invocation_;
     mutable std::recursive_mutex lock_;
-    std::shared_ptr<dmf::RunLoopSource> source_;          // guarded by lock_
-    std::vector<std::shared_ptr<dmf::RunLoop>> runLoops_; // guarded by lock_
-    std::deque<dmf::Value> objects_;                      // guarded by lock_
-    bool isValid_ = true;                                 // guarded by lock_
+    std::weak_ptr<dmf::RunLoopSource> source_; // guarded by lock_; it holds the queue
+    std::vector<Place> places_;                // guarded by lock_
+    std::deque<dmf::Value> objects_;           // guarded by lock_
+    bool isValid_ = true;                      // guarded by lock_
 };

@@ -63,8 +63,6 @@ protected:
     /// than at entry: it then calls `releaseStarter` itself.
     virtual std::uintptr_t threadEntry();
     void releaseStarter();
-    /// Nothing to do: the end is told when `threadEntry` has returned, with its result.
-    void finish(std::uintptr_t) {}
 
     /// One start, for waiting for its end alone, whatever is started later.
     using Start = std::shared_ptr<dmf::internal::WorkerRun>;

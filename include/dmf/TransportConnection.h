@@ -19,7 +19,8 @@ namespace dmf {
 /// Nothing but `wait` waits, and nothing calls back into the channel. Moving is called with and without the channel's
 /// lock, reading on one thread and writing (or finishing) on another at the same time; `wait` on any number of threads
 /// meanwhile; `wake` and `end` at any time. A library that can only block needs a thread of its own and a buffer in
-/// between. The object lives until the last thread has let go of it, so what `read` works on is freed by the destructor.
+/// between. The object lives until the last thread has let go of it, so what `read` works on is freed by the
+/// destructor.
 class DMF_EXPORT TransportConnection {
 public:
     using Clock = ADMTransferTicket::Clock;

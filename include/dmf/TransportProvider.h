@@ -94,7 +94,7 @@ private:
     void askWhetherToCancel(Lock& held);
     void setConnection(std::shared_ptr<TransportConnection> connection);
 
-    mutable std::mutex connectionLock_; // taken after lock(), for as long as the pointer is copied
+    mutable std::mutex connectionLock_;               // taken after lock(), for as long as the pointer is copied
     std::shared_ptr<TransportConnection> connection_; // changed with lock() and connectionLock_ held, read with either
     int servedOnTheSpot_ = 0;                         // this and the following guarded by lock()
     Clock::time_point askAgain_{};

@@ -230,8 +230,11 @@ void TransportProvider::sleep(Lock& held, TransportConnection& connection)
     const bool hasRoom = mayReadAhead();
     const auto* const read = readTicket();
     const auto* const write = writeTicket();
-    TransportConnection::Wait wait{.reading = read && hasRoom, .writing = write != nullptr, .waking = true, .until = {}};
-    const auto noLaterThan = [&wait](Clock::time_point then) { wait.until = std::min(wait.until.value_or(then), then); };
+    TransportConnection::Wait wait{
+        .reading = read && hasRoom, .writing = write != nullptr, .waking = true, .until = {}};
+    const auto noLaterThan = [&wait](Clock::time_point then) {
+        wait.until = std::min(wait.until.value_or(then), then);
+    };
     for (const auto* const ticket : {read, write})
         if (ticket) {
             noLaterThan(askAgain_);
@@ -266,8 +269,8 @@ void TransportProvider::serve(Direction direction)
             return;
         }
         const auto before = ticket->processed();
-        const auto status = direction == Direction::read ? advanceRead(*ticket, *current)
-                                                         : advanceWrite(*ticket, *current);
+        const auto status =
+            direction == Direction::read ? advanceRead(*ticket, *current) : advanceWrite(*ticket, *current);
         const bool hasMoved = ticket->processed() != before;
         if (status || (hasMoved && !ticket->isSynchronous()))
             notifyParentOnTicket(ticket, status.value_or(ProviderStatus::success));

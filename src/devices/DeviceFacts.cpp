@@ -85,10 +85,11 @@ std::string tellingSerialNumber(std::string_view text)
 {
     const auto serial = trimmed(text);
     const auto low = lowered(serial);
-    constexpr std::array<std::string_view, 7> kPlaceholders{"unknown", "none",   "n/a",         "null",
+    constexpr std::array<std::string_view, 7> kPlaceholders{"unknown", "none",   "n/a",          "null",
                                                             "default", "serial", "not available"};
     const bool isOneLetter = serial.empty() || serial.find_first_not_of(serial[0]) == std::string::npos;
-    if (isOneLetter || serial.size() < 2 || std::find(kPlaceholders.begin(), kPlaceholders.end(), low) != kPlaceholders.end())
+    if (isOneLetter || serial.size() < 2 ||
+        std::find(kPlaceholders.begin(), kPlaceholders.end(), low) != kPlaceholders.end())
         return {};
     const bool hasControls =
         std::any_of(serial.begin(), serial.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
@@ -143,7 +144,8 @@ DeviceFacts factsOf(const std::shared_ptr<ADMServiceInfo>& service)
     if (!facts.serialNumber.empty() && !facts.vendor.empty() && !facts.model.empty())
         note(facts.way, DeviceEvidence::Kind::serialNumber,
              lowered(facts.vendor) + '/' + lowered(facts.model) + '/' + facts.serialNumber);
-    note(facts.way, DeviceEvidence::Kind::macAddress, normalMacAddress(parameters.string(kMACAddressParam).value_or("")));
+    note(facts.way, DeviceEvidence::Kind::macAddress,
+         normalMacAddress(parameters.string(kMACAddressParam).value_or("")));
     note(facts.way, DeviceEvidence::Kind::uuid, normalUuid(parameters.string(kDeviceUUIDParam).value_or("")));
     std::sort(facts.way.evidence.begin(), facts.way.evidence.end());
     return facts;

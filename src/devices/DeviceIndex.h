@@ -46,8 +46,8 @@ private:
     };
     struct Listed {
         std::set<ServiceKey> services;
-        Device told;           // as the client knows it
-        bool isTold = false;   // a new one is not
+        Device told;         // as the client knows it
+        bool isTold = false; // a new one is not
     };
     /// Which devices have to be told anew, and what is gone.
     struct Work {

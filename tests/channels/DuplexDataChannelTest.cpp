@@ -203,6 +203,22 @@ TEST_F(DuplexDataChannel, TellsAsynchronousTransfersInOrder)
     EXPECT_THAT(recorder.told, ElementsAre("failed:4/1", "read:z", "failed:5/1"));
 }
 
+TEST_F(DuplexDataChannel, TellsOnceItIsScheduledAndWhereverItStillIs)
+{
+    const auto loop = dmf::RunLoop::current();
+    channel->removeFromRunLoop(loop, dmf::kDefaultRunLoopMode);
+    ASSERT_TRUE(channel->scheduleReadDataOfLength(1, 1));
+    channel->scripted()->post([](ScriptedProvider& worker) { worker.arrive("a"); }).wait();
+    channel->scheduleInRunLoop(loop, dmf::kDefaultRunLoopMode);
+    EXPECT_TRUE(recorder.waitFor("readDone")) << "the first result was there before";
+
+    channel->scheduleInRunLoop(loop, "dialog");
+    channel->removeFromRunLoop(loop, dmf::kDefaultRunLoopMode);
+    ASSERT_TRUE(channel->scheduleReadDataOfLength(1, 1));
+    channel->scripted()->post([](ScriptedProvider& worker) { worker.arrive("b"); });
+    EXPECT_EQ(loop->runMode("dialog", dmf::Date::afterNow(30), true), dmf::RunLoop::Result::handledSource);
+}
+
 TEST_F(DuplexDataChannel, OperationsThatTheDelegateLacksAreDropped)
 {
     recorder.delegate->didReadDataBlock = {};

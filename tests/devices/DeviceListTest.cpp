@@ -33,8 +33,8 @@ struct Said {
 std::shared_ptr<ADMServiceInfo> service(const Said& said)
 {
     dmf::Dictionary params;
-    for (const auto& [key, text] : {std::pair{kSerialNumberParam, said.serial}, {kMACAddressParam, said.mac},
-                                    {dmf::kDeviceUUIDParam, said.uuid}})
+    for (const auto& [key, text] :
+         {std::pair{kSerialNumberParam, said.serial}, {kMACAddressParam, said.mac}, {dmf::kDeviceUUIDParam, said.uuid}})
         if (!text.empty())
             params.set(key, dmf::Value(text));
     if (said.isPort)
@@ -67,8 +67,8 @@ std::map<std::string, std::vector<std::string>> listOf(const DeviceIndex& index)
 const Said kUsb{"usb://a", "USB", "QL", "Aurora 450n", "SN77", "", ""};
 const Said kIp{"socket://a", "IP", "ql", "QL Aurora 450n", "SN77", "00-11-22-33-44-55", ""};
 const Said kIpp{"ipp://a", "IPP", "QL", "", "", "", "urn:uuid:E3248000-80CE-11DB-8000-30055C773BCF"};
-const Said kDnssd{"dnssd://a", "Rendezvous", "QL", "Aurora 450n", "", "001122334455",
-                  "e3248000-80ce-11db-8000-30055c773bcf"};
+const Said kDnssd{
+    "dnssd://a", "Rendezvous", "QL", "Aurora 450n", "", "001122334455", "e3248000-80ce-11db-8000-30055c773bcf"};
 const std::string kName = "ql/aurora%20450n/SN77";
 
 } // namespace
@@ -86,13 +86,23 @@ TEST(DeviceIndex, TakesServicesForOneDeviceOnEvidenceOnly)
         {"same serial number, another model", kUsb, {"usb://b", "USB", "QL", "Aurora 210", "SN77"}, 2},
         {"same serial number, no model", kUsb, {"usb://b", "USB", "QL", "", "SN77"}, 2},
         {"same vendor and model", {"usb://a", "USB", "QL", "A"}, {"usb://b", "USB", "QL", "A"}, 2},
-        {"serial numbers that say nothing", {"usb://a", "USB", "QL", "A", "0000"}, {"usb://b", "USB", "QL", "A", "0000"}, 2},
+        {"serial numbers that say nothing",
+         {"usb://a", "USB", "QL", "A", "0000"},
+         {"usb://b", "USB", "QL", "A", "0000"},
+         2},
         {"words for none", {"usb://a", "USB", "QL", "A", "Unknown"}, {"usb://b", "USB", "QL", "A", "unknown"}, 2},
-        {"serial numbers that are ports", {"usb://a", "USB", "QL", "A", "1-2", "", "", true},
-         {"socket://b", "IP", "QL", "A", "1-2"}, 2},
-        {"a MAC address that nobody has", {"socket://a", "IP", "", "", "", "00:00:00:00:00:00"},
-         {"socket://b", "IP", "", "", "", "00:00:00:00:00:00"}, 2},
-        {"no MAC address at all", {"socket://a", "IP", "", "", "", "00:11:22"}, {"socket://b", "IP", "", "", "", "00:11:22"}, 2},
+        {"serial numbers that are ports",
+         {"usb://a", "USB", "QL", "A", "1-2", "", "", true},
+         {"socket://b", "IP", "QL", "A", "1-2"},
+         2},
+        {"a MAC address that nobody has",
+         {"socket://a", "IP", "", "", "", "00:00:00:00:00:00"},
+         {"socket://b", "IP", "", "", "", "00:00:00:00:00:00"},
+         2},
+        {"no MAC address at all",
+         {"socket://a", "IP", "", "", "", "00:11:22"},
+         {"socket://b", "IP", "", "", "", "00:11:22"},
+         2},
     };
     for (const auto& [what, one, other, devices] : cases) {
         DeviceIndex index;
@@ -128,14 +138,14 @@ TEST(DeviceIndex, BringsTogetherAndTakesApartByTheServiceInBetween)
     ASSERT_EQ(joined.size(), 2U);
     EXPECT_EQ(joined[0].kind, Kind::removed) << "what is gone is told first";
     EXPECT_EQ(joined[1].kind, Kind::changed);
-    EXPECT_EQ(listOf(index), (std::map<std::string, std::vector<std::string>>{
-                                 {kName, {"dnssd://a", "socket://a", "usb://a"}}}));
+    EXPECT_EQ(listOf(index),
+              (std::map<std::string, std::vector<std::string>>{{kName, {"dnssd://a", "socket://a", "usb://a"}}}));
     EXPECT_EQ(index.devices()[0].sharedEvidence().size(), 2U);
 
     const auto parted = index.remove("socket://a", "");
     ASSERT_EQ(parted.size(), 2U);
     EXPECT_EQ(listOf(index), (std::map<std::string, std::vector<std::string>>{{"mac:00:11:22:33:44:55", {"dnssd://a"}},
-                                                                             {kName, {"usb://a"}}}));
+                                                                              {kName, {"usb://a"}}}));
     EXPECT_TRUE(index.remove("socket://a", "").empty());
     EXPECT_EQ(index.remove("usb://a", "")[0].kind, Kind::removed);
 }
@@ -165,7 +175,8 @@ TEST(DeviceIndex, ListsTheSameInWhateverOrderServicesComeAndGo)
         std::vector<Said> present;
         for (int number = 0; number < 12; ++number)
             present.push_back({"uri:" + std::to_string(number), pick({"USB", "IP"}), pick({"QL", "ql", ""}),
-                               pick({"A", "B", ""}), pick({"S1", "S2", ""}), pick({"001122334455", "001122334456", "", ""}),
+                               pick({"A", "B", ""}), pick({"S1", "S2", ""}),
+                               pick({"001122334455", "001122334456", "", ""}),
                                pick({"e3248000-80ce-11db-8000-30055c773bcf", "", ""})});
         DeviceIndex straight;
         for (int number = 0; number < 8; ++number)
@@ -179,8 +190,8 @@ TEST(DeviceIndex, ListsTheSameInWhateverOrderServicesComeAndGo)
                     ASSERT_EQ(client.erase(change.device.name), 1U);
                     continue;
                 }
-                ASSERT_EQ(client.count(change.device.name), change.kind == Kind::added ||
-                                                               change.earlierName != change.device.name ? 0U : 1U);
+                ASSERT_EQ(client.count(change.device.name),
+                          change.kind == Kind::added || change.earlierName != change.device.name ? 0U : 1U);
                 client.erase(change.earlierName);
                 client[change.device.name] = change.device.ways.size();
             }

@@ -111,3 +111,30 @@ TEST_F(DelayedInvocation, TheQueueMayEndInsideACall)
     EXPECT_EQ(RunLoop::current()->runMode(kMode, Date::distantPast()), RunLoop::Result::finished);
     EXPECT_EQ(calls, std::vector<std::string>{"ended"});
 }
+
+TEST_F(DelayedInvocation, TheRunLoopKeepsTheQueueWhileItIsScheduled)
+{
+    const std::weak_ptr<ADMDelayedInvocationQueue> watched = queue;
+    queue->schedulePerformInvocation(note("kept"), std::nullopt);
+    queue = ADMDelayedInvocationQueue::queue();
+    turn();
+    EXPECT_EQ(calls, std::vector<std::string>{"kept"});
+    // Out of its run loop it keeps its calls, and goes with its owner.
+    auto idle = watched.lock();
+    idle->schedulePerformInvocation(note("later"), std::nullopt);
+    idle->removeFromRunLoop(RunLoop::current(), kMode);
+    turn();
+    EXPECT_EQ(calls.size(), 1u);
+    idle->scheduleInRunLoop(RunLoop::current(), kMode);
+    turn();
+    EXPECT_EQ(calls.back(), "later");
+    idle->invalidate();
+    idle->scheduleInRunLoop(RunLoop::current(), kMode);
+    idle->schedulePerformInvocation(note("never"), std::nullopt);
+    turn();
+    EXPECT_EQ(calls.size(), 2u);
+    idle->executePreviousPerformRequests();
+    EXPECT_EQ(calls.back(), "never");
+    idle.reset();
+    EXPECT_TRUE(watched.expired());
+}

@@ -74,6 +74,7 @@ TEST(MessageQueue, NeedsATargetAndDoesNotKeepIt)
     target.reset();
     turn();
     EXPECT_TRUE(queue->popFirstObject().isNull());
+    queue->invalidate();
 }
 
 TEST(MessageQueue, RemembersEachScheduling)
@@ -84,9 +85,7 @@ TEST(MessageQueue, RemembersEachScheduling)
     queue->addObject("early"); // before there is a source that could be signalled
     queue->scheduleInRunLoop(loop, kQueueMode);
     queue->scheduleInRunLoop(loop, "another mode");
-    turn();
-    EXPECT_TRUE(target->received.empty());
-    queue->signal();
+    EXPECT_EQ(queue->runLoops().size(), 2u);
     turn();
     EXPECT_EQ(target->received, std::vector<std::string>{"early"});
 
@@ -96,6 +95,45 @@ TEST(MessageQueue, RemembersEachScheduling)
     queue->addObject("late");
     EXPECT_EQ(loop->runMode("another mode", Date::distantPast()), Result::timedOut) << "the other mode still has it";
     EXPECT_EQ(target->received.back(), "late");
+    // And it is woken there: what comes in does not wait for the mode's time-out.
+    auto late = std::async(std::launch::async, [&] { queue->addObject("later"); });
+    EXPECT_EQ(loop->runMode("another mode", Date::afterNow(30), true), Result::handledSource);
+    EXPECT_EQ(target->received.back(), "later");
+    queue->removeFromRunLoop(loop, "another mode");
+    EXPECT_EQ(loop->runMode("another mode", Date::distantPast()), Result::finished);
+}
+
+TEST(MessageQueue, LivesWhileItIsScheduled)
+{
+    const auto target = std::make_shared<Target>();
+    const auto loop = RunLoop::current();
+    auto queue = ADMMessageQueue::initWithTarget(target, &Target::take);
+    const std::weak_ptr<ADMMessageQueue> watched = queue;
+    queue->scheduleInRunLoop(loop, kQueueMode);
+    queue->scheduleInRunLoop(loop, "another mode");
+    queue->addObject("a");
+    queue.reset();
+    turn();
+    EXPECT_EQ(target->received, std::vector<std::string>{"a"});
+    watched.lock()->removeFromRunLoop(loop, kQueueMode);
+    EXPECT_FALSE(watched.expired());
+    watched.lock()->removeFromRunLoop(loop, "another mode");
+    EXPECT_TRUE(watched.expired());
+
+    // Neither does it outlive the run loop's thread, nor its own end.
+    std::weak_ptr<ADMMessageQueue> others;
+    std::thread([&] {
+        const auto its = ADMMessageQueue::initWithTarget(target, &Target::take);
+        others = its;
+        its->scheduleInRunLoop(RunLoop::current(), kQueueMode);
+    }).join();
+    EXPECT_TRUE(others.expired());
+    queue = ADMMessageQueue::initWithTarget(target, &Target::take);
+    others = queue;
+    queue->scheduleInRunLoop(loop, kQueueMode);
+    queue->invalidate();
+    queue.reset();
+    EXPECT_TRUE(others.expired());
 }
 
 TEST(MessageQueue, InvalidatingDropsEverything)
@@ -121,7 +159,8 @@ TEST(MessageQueue, TheLastReferenceMayGoInADelivery)
     std::shared_ptr<ADMMessageQueue> queue;
     int delivered = 0;
     queue = ADMMessageQueue::initWithInvocation([&, kept = std::make_shared<int>(1)](ADMMessageQueue&, const Value&) {
-        queue.reset();
+        if (const auto last = std::exchange(queue, nullptr))
+            last->removeFromRunLoop(RunLoop::current(), kQueueMode);
         delivered += *kept;
     });
     queue->scheduleInRunLoop(RunLoop::current(), kQueueMode);
@@ -129,7 +168,6 @@ TEST(MessageQueue, TheLastReferenceMayGoInADelivery)
     queue->addObject(2);
     turn();
     EXPECT_EQ(delivered, 2) << "the delivery under way is carried through";
-    EXPECT_EQ(turn(), Result::finished);
 }
 
 TEST(MessageQueue, WhatTheTargetThrowsLeavesTheRestToTheNextTurn)
@@ -143,6 +181,7 @@ TEST(MessageQueue, WhatTheTargetThrowsLeavesTheRestToTheNextTurn)
     EXPECT_THROW(turn(), std::runtime_error);
     turn();
     EXPECT_EQ(target->received, (std::vector<std::string>{"bad", "good"}));
+    queue->invalidate();
 }
 
 TEST(MessageQueue, ManyThreadsFeedOneRunLoopInOrder)

@@ -21,7 +21,8 @@ public:
         static const bool isAdded = [] {
             static const char anchor = 0;
             auto added = std::make_shared<dmf::Class>("ADMLibXMLParserImp", &anchor);
-            added->implements<ADMXMLParser>([]() -> std::shared_ptr<ADMXMLParser> { return std::make_shared<Parser>(); });
+            added->implements<ADMXMLParser>(
+                []() -> std::shared_ptr<ADMXMLParser> { return std::make_shared<Parser>(); });
             return dmf::ClassRegistry::shared().add(added);
         }();
         EXPECT_TRUE(isAdded);

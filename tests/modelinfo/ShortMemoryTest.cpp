@@ -52,12 +52,30 @@ void* allocated(std::size_t size)
 } // namespace
 
 // NOLINTBEGIN: the whole program's
-void* operator new(std::size_t size) { return allocated(size); }
-void* operator new[](std::size_t size) { return allocated(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void* operator new(std::size_t size)
+{
+    return allocated(size);
+}
+void* operator new[](std::size_t size)
+{
+    return allocated(size);
+}
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
 // NOLINTEND
 
 namespace {
@@ -91,10 +109,10 @@ TEST(ShortMemory, CostsAnAnswerAtMostAndNeverTheModel)
     const auto manager = ADMModelInfoManager::sharedManager();
     const auto addTable = [&](const std::string& table) {
         database.registerTable(table);
-        database.add(table, "parent",
-                     xml("<Record name='r' type='t'><A>the parent's text</A><B/></Record><Record name='r'><C/></Record>"));
-        database.add(table, "Default",
-                     xml("<Parent>parent</Parent><Own>the file's own text</Own>"));
+        database.add(
+            table, "parent",
+            xml("<Record name='r' type='t'><A>the parent's text</A><B/></Record><Record name='r'><C/></Record>"));
+        database.add(table, "Default", xml("<Parent>parent</Parent><Own>the file's own text</Own>"));
     };
     const auto request = [&](const std::string& table, long first, long every) {
         addTable(table);

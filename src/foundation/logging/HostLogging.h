@@ -27,7 +27,7 @@ private:
 
     ConfiguredLevel level_;
     std::mutex lock_;
-    std::shared_ptr<ADMLoggerImp> made_;         // guarded by lock_
+    std::shared_ptr<ADMLoggerImp> made_;          // guarded by lock_
     std::atomic<ADMLoggerImp*> default_{nullptr}; // made_, for those who read it without the lock
 };
 

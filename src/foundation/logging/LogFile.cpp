@@ -40,7 +40,7 @@ std::string reasonAgainstMissing(const std::string& path)
     if (!isFolder(folder))
         return "there is no folder " + folder;
     return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? std::string()
-                                                                             : folder + ": " + errorText(errno);
+                                                                               : folder + ": " + errorText(errno);
 }
 
 /// The same as reasonAgainstLogFile; tells also whether a link has to be followed.

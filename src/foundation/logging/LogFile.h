@@ -12,8 +12,8 @@ namespace dmf::internal {
 
 /// Why no lines of this program's can go to the file at `path`; empty when they can. The file may be missing as long as
 /// its folder is there. It must be a regular file of root's or of the program's own user: what anybody else put under
-/// the log's name would hand him the lines. For the same reason a link, and a file with a second name, counts only where
-/// nobody else may write to the folder (and the link is root's or the user's own). Thread-safe.
+/// the log's name would hand him the lines. For the same reason a link, and a file with a second name, counts only
+/// where nobody else may write to the folder (and the link is root's or the user's own). Thread-safe.
 [[nodiscard]] std::string reasonAgainstLogFile(const std::string& path);
 
 /// The file at `path`, made when it is missing and opened for reading and for appending; empty, with the reason in

@@ -28,11 +28,7 @@ std::shared_ptr<ADMDelayedInvocationQueue> ADMDelayedInvocationQueue::queue()
     return std::make_shared<Made>();
 }
 
-ADMDelayedInvocationQueue::~ADMDelayedInvocationQueue()
-{
-    if (delayedInvocationTimer_)
-        delayedInvocationTimer_->invalidate();
-}
+ADMDelayedInvocationQueue::~ADMDelayedInvocationQueue() = default;
 
 void ADMDelayedInvocationQueue::schedulePerformInvocation(Invocation invocation, std::optional<Date> afterDate)
 {
@@ -40,7 +36,7 @@ void ADMDelayedInvocationQueue::schedulePerformInvocation(Invocation invocation,
         return;
     com_ql_dmf_insertObject(delayedInvocations_, {std::move(invocation), afterDate}, &DMSortDelayedInvocationsByDate,
                             nullptr);
-    delayedInvocationTimer()->setFireDate(nextDelayedInvocationTimerFireDate());
+    moveTimer();
 }
 
 std::optional<Date> ADMDelayedInvocationQueue::lastDate() const
@@ -52,7 +48,7 @@ void ADMDelayedInvocationQueue::cancelPreviousPerformRequests()
 {
     // They go at the end: what goes with them may come back to this queue.
     const auto cancelled = std::exchange(delayedInvocations_, {});
-    delayedInvocationTimer()->setFireDate(Date::distantFuture());
+    moveTimer();
 }
 
 void ADMDelayedInvocationQueue::executePreviousPerformRequests()
@@ -71,17 +67,25 @@ Date ADMDelayedInvocationQueue::nextDelayedInvocationTimerFireDate() const
     return delayedInvocations_.front().date.value_or(Date::distantPast());
 }
 
+void ADMDelayedInvocationQueue::moveTimer()
+{
+    if (const auto timer = delayedInvocationTimer_.lock())
+        timer->setFireDate(nextDelayedInvocationTimerFireDate());
+}
+
 std::shared_ptr<RunLoopTimer> ADMDelayedInvocationQueue::delayedInvocationTimer()
 {
     // It repeats only to outlive each firing; the queue moves its fire date.
-    if (!delayedInvocationTimer_) {
-        delayedInvocationTimer_ = RunLoopTimer::create(Date::distantFuture(), 0, RunLoopTimer::Repeat::yes,
-                                                       [weak = weak_from_this()](RunLoopTimer& timer) {
-                                                           if (const auto queue = weak.lock())
-                                                               queue->delayedInvocationTimerDidFire(timer);
-                                                       });
+    auto timer = delayedInvocationTimer_.lock();
+    if (!timer) {
+        timer = RunLoopTimer::create(
+            nextDelayedInvocationTimerFireDate(), 0, RunLoopTimer::Repeat::yes,
+            [self = shared_from_this()](RunLoopTimer& fired) { self->delayedInvocationTimerDidFire(fired); });
+        if (!isValid_)
+            timer->invalidate();
+        delayedInvocationTimer_ = timer;
     }
-    return delayedInvocationTimer_;
+    return timer;
 }
 
 void ADMDelayedInvocationQueue::delayedInvocationTimerDidFire(RunLoopTimer& timer)
@@ -104,12 +108,16 @@ void ADMDelayedInvocationQueue::scheduleInRunLoop(const std::shared_ptr<RunLoop>
 
 void ADMDelayedInvocationQueue::removeFromRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode)
 {
-    if (runLoop)
-        runLoop->removeTimer(delayedInvocationTimer(), mode);
+    const auto keptAlive = shared_from_this();
+    if (const auto timer = delayedInvocationTimer_.lock(); timer && runLoop)
+        runLoop->removeTimer(timer, mode);
 }
 
 void ADMDelayedInvocationQueue::invalidate()
 {
+    const auto keptAlive = shared_from_this();
     const auto dropped = std::exchange(delayedInvocations_, {}); // goes at the end
-    delayedInvocationTimer()->invalidate();
+    isValid_ = false;
+    if (const auto timer = delayedInvocationTimer_.lock())
+        timer->invalidate();
 }

@@ -1,6 +1,5 @@
 #include <dmf/ADMMessageQueue.h>
 
-#include <algorithm>
 #include <utility>
 
 #include <dmf/platform/Format.h>
@@ -57,42 +56,54 @@ void ADMMessageQueue::removeAllObjects()
 void ADMMessageQueue::signal()
 {
     std::lock_guard guard(lock_);
-    if (!source_)
+    const auto source = source_.lock();
+    if (!source)
         return;
-    source_->signal();
-    for (const auto& runLoop : runLoops_)
-        runLoop->wakeUp();
+    source->signal();
+    for (const auto& place : places_)
+        place.runLoop->wakeUp();
 }
+
+// The source holds the queue: where one may go, the queue is kept until its lock has been let go.
 
 void ADMMessageQueue::scheduleInRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode)
 {
     if (!runLoop)
         return;
+    const auto source = CFSource();
     std::lock_guard guard(lock_);
-    runLoop->addSource(CFSource(), mode);
+    if (!objects_.empty())
+        source->signal(); // nobody else would: only the first object does
+    runLoop->addSource(source, mode);
     runLoop->wakeUp();
-    runLoops_.push_back(runLoop);
+    places_.push_back({runLoop, std::string(mode), true});
 }
 
 void ADMMessageQueue::removeFromRunLoop(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode)
 {
     if (!runLoop)
         return;
+    const auto keptAlive = shared_from_this();
+    std::shared_ptr<RunLoopSource> source;
     std::lock_guard guard(lock_);
-    runLoop->removeSource(source_, mode);
-    std::erase(runLoops_, runLoop);
+    source = source_.lock();
+    runLoop->removeSource(source, mode);
+    std::erase_if(places_, [&](const Place& place) { return place.runLoop == runLoop && place.mode == mode; });
+    for (auto& place : places_)
+        place.isListed = place.isListed && place.runLoop != runLoop;
 }
 
 void ADMMessageQueue::invalidate()
 {
     // What goes here goes outside the lock.
+    const auto keptAlive = weak_from_this().lock();
     std::shared_ptr<RunLoopSource> source;
-    std::vector<std::shared_ptr<RunLoop>> runLoops;
+    std::vector<Place> places;
     std::deque<Value> objects;
     std::lock_guard guard(lock_);
     isValid_ = false;
-    source.swap(source_);
-    runLoops.swap(runLoops_);
+    source = std::exchange(source_, {}).lock();
+    places.swap(places_);
     objects.swap(objects_);
     if (source)
         source->invalidate();
@@ -106,20 +117,23 @@ bool ADMMessageQueue::isValid() const
 
 std::vector<std::shared_ptr<RunLoop>> ADMMessageQueue::runLoops() const
 {
+    std::vector<std::shared_ptr<RunLoop>> listed;
     std::lock_guard guard(lock_);
-    return runLoops_;
+    for (const auto& place : places_)
+        if (place.isListed)
+            listed.push_back(place.runLoop);
+    return listed;
 }
 
 std::shared_ptr<RunLoopSource> ADMMessageQueue::CFSource()
 {
     std::lock_guard guard(lock_);
-    if (!source_) {
-        source_ = RunLoopSource::create([weak = weak_from_this()] {
-            if (const auto queue = weak.lock())
-                queue->perform();
-        });
+    auto source = source_.lock();
+    if (!source) {
+        source = RunLoopSource::create([self = shared_from_this()] { self->perform(); });
+        source_ = source;
     }
-    return source_;
+    return source;
 }
 
 std::string ADMMessageQueue::description() const

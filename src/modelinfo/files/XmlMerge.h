@@ -55,11 +55,11 @@ private:
     ADMXMLElement& element_;
     const std::size_t depth_;
     const bool overrides_;
-    std::deque<Child> children_;                            // the element children in their order; places stay good
-    std::unordered_map<std::string, std::size_t> last_;     // by identifier the last that has it
-    std::unordered_map<std::string, Places> having_;        // by name, and by name with one attribute
-    bool plain_ = true;                                     // the attributes that `having_` knows are all texts
-    std::size_t entered_ = 0;                               // how many children `having_` knows
+    std::deque<Child> children_;                             // the element children in their order; places stay good
+    std::unordered_map<std::string, std::size_t> last_;      // by identifier the last that has it
+    std::unordered_map<std::string, Places> having_;         // by name, and by name with one attribute
+    bool plain_ = true;                                      // the attributes that `having_` knows are all texts
+    std::size_t entered_ = 0;                                // how many children `having_` knows
     std::unordered_map<const ADMXMLNode*, Child*> replaced_; // originals whose copy takes their place
 };
 

@@ -185,8 +185,7 @@ private:
 void addDevicesCommand(CLI::App& root, Session& session)
 {
     CLI::App* const command = addCommand(
-        root, "devices", "Lists devices, each with all the ways to reach it",
-        "  dmf devices --why",
+        root, "devices", "Lists devices, each with all the ways to reach it", "  dmf devices --why",
         "Services of all sources are brought together by device: by serial number with vendor and model, MAC address "
         "or UUID. The way to be preferred for the channel is marked with >.");
     const auto options = std::make_shared<DevicesOptions>();
