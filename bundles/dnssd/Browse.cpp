@@ -14,7 +14,9 @@ namespace dmf::dnssd {
 namespace {
 constexpr double kFirstRetryDelay = 0.25; // seconds; doubles up to the longest
 constexpr double kLongestRetryDelay = 10;
-constexpr double kConnectLimit = 10; // a bus that answers does so at once
+// Bus and daemon answer at once. One that is late is told of, and waited for a while longer.
+constexpr double kLateAfter = 1.5;
+constexpr double kConnectLimit = 10;
 constexpr double kLateAnswers = 3;
 /// The daemon limits what one client may have under way.
 constexpr int kAskedAtOnce = 16;
@@ -86,18 +88,57 @@ void Browse::end()
     });
 }
 
-Dictionary Browse::trouble() const
+Dictionary Browse::trouble()
 {
+    if (!isEnded_ && !isSignOfLifeWanted_.exchange(true)) {
+        const auto isQueued = ADMServiceDiscoveryBase::performAction([weak = weak_from_this()] {
+            const auto self = weak.lock();
+            if (self && !self->isEnded_)
+                self->askForSignOfLife();
+        });
+        if (!isQueued)
+            isSignOfLifeWanted_ = false;
+    }
     std::lock_guard guard(troubleLock_);
     return trouble_;
 }
 
+/// Only of a daemon that has made its browsers: until then it is waited for anyway.
+void Browse::askForSignOfLife()
+{
+    if (!link_ || browsersMade_ != types_.size())
+        return forgetSignOfLife();
+    signOfLifeTimer_ = timerAfter(kLateAfter, &Browse::daemonIsLate);
+    link_->call("GetState", nullptr, [weak = weak_from_this(), link = std::weak_ptr(link_)](GVariant* answer, auto*) {
+        const auto self = weak.lock();
+        const ThreadLock guard;
+        if (!self || self->isEnded_ || self->link_ != link.lock() || !self->signOfLifeTimer_)
+            return;
+        self->forgetSignOfLife();
+        if (answer)
+            self->setTrouble({});
+    });
+}
+
+void Browse::forgetSignOfLife()
+{
+    if (signOfLifeTimer_)
+        signOfLifeTimer_->invalidate();
+    signOfLifeTimer_ = nullptr;
+    isSignOfLifeWanted_ = false;
+}
+
 void Browse::setTrouble(Dictionary trouble)
 {
-    if (!trouble.empty() && trouble != this->trouble())
-        DMFLog("warnings", "Discovery: browsing for DNS-SD services: %@", trouble.string(kDMErrorDescription));
-    std::lock_guard guard(troubleLock_);
-    std::swap(trouble_, trouble);
+    const auto text = trouble.string(kDMErrorDescription);
+    {
+        std::lock_guard guard(troubleLock_);
+        if (trouble == trouble_)
+            return;
+        std::swap(trouble_, trouble);
+    }
+    if (text)
+        DMFLog("warnings", "Discovery: browsing for DNS-SD services: %@", text);
 }
 
 // Bus and daemon
@@ -128,14 +169,20 @@ void Browse::connect()
         });
     };
     link_ = std::make_shared<DaemonLink>(std::move(events), thread_);
-    after(kConnectLimit, &Browse::busDoesNotAnswer);
+    after(kLateAfter, &Browse::busIsLate);
     link_->open();
 }
 
-void Browse::busDoesNotAnswer()
+void Browse::busIsLate()
 {
     setTrouble(troubleOf(noBus, "The system bus does not answer."));
-    retryLater();
+    after(kConnectLimit - kLateAfter, &Browse::retryLater);
+}
+
+/// Its answer may still come; when the call's limit comes first, it is tried again.
+void Browse::daemonIsLate()
+{
+    setTrouble(troubleOf(daemonFails, "The Avahi daemon does not answer."));
 }
 
 void Browse::disconnect()
@@ -157,15 +204,21 @@ void Browse::retryLater()
 void Browse::after(double seconds, void (Browse::*work)())
 {
     stopTimer();
-    timer_ = RunLoopTimer::create(Date::now().addingTimeInterval(seconds), 0, RunLoopTimer::Repeat::no,
-                                  [weak = weak_from_this(), work](RunLoopTimer&) {
-                                      const auto self = weak.lock();
-                                      const ThreadLock guard;
-                                      if (self && !self->isEnded_)
-                                          ((*self).*work)();
-                                  });
+    timer_ = timerAfter(seconds, work);
+}
+
+std::shared_ptr<RunLoopTimer> Browse::timerAfter(double seconds, void (Browse::*work)())
+{
+    const auto timer = RunLoopTimer::create(Date::now().addingTimeInterval(seconds), 0, RunLoopTimer::Repeat::no,
+                                            [weak = weak_from_this(), work](RunLoopTimer&) {
+                                                const auto self = weak.lock();
+                                                const ThreadLock guard;
+                                                if (self && !self->isEnded_)
+                                                    ((*self).*work)();
+                                            });
     if (const auto loop = ADMServiceDiscoveryBase::runloop())
-        loop->addTimer(timer_, kDefaultRunLoopMode);
+        loop->addTimer(timer, kDefaultRunLoopMode);
+    return timer;
 }
 
 void Browse::stopTimer()
@@ -179,6 +232,7 @@ void Browse::startBrowsers()
 {
     stopTimer();
     forgetPlaces();
+    after(kLateAfter, &Browse::daemonIsLate);
     for (const auto& type : types_) {
         const auto signal = [weak = weak_from_this(), type](std::string_view name, GVariant* arguments) {
             const auto self = weak.lock();
@@ -192,9 +246,11 @@ void Browse::startBrowsers()
             if (!self || self->isEnded_)
                 return;
             if (error) {
-                self->setTrouble(troubleOf(daemonFails, std::string("The Avahi daemon fails: ") + error->message));
+                if (!isTimeOut(error)) // it was late before
+                    self->setTrouble(troubleOf(daemonFails, std::string("The Avahi daemon fails: ") + error->message));
                 self->retryLater();
             } else if (++self->browsersMade_ == self->types_.size()) {
+                self->stopTimer();
                 self->retryDelay_ = kFirstRetryDelay;
                 self->setTrouble({});
             }
@@ -275,6 +331,7 @@ void Browse::reportVanished()
 
 void Browse::forgetPlaces()
 {
+    forgetSignOfLife();
     browsersMade_ = typesBrowsed_ = 0;
     toAsk_.clear();
     beingAsked_ = 0;

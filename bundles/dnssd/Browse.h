@@ -41,8 +41,10 @@ public:
     [[nodiscard]] bool begin();
     /// Nothing is reported any more, save what is under way on the discovery thread. Never waits.
     void end();
-    /// What is in the way just now (kDMErrorDescription, kDMErrorCode); empty while it works.
-    [[nodiscard]] Dictionary trouble() const;
+    /// What is in the way just now (kDMErrorDescription, kDMErrorCode); empty while it works. Asks the daemon for a
+    /// sign of life meanwhile, for the sake of whoever looks next: one that hangs says nothing, and is not asked for
+    /// nothing.
+    [[nodiscard]] Dictionary trouble();
 
 private:
     /// Where a service was seen: interface and address family, as the daemon numbers them.
@@ -63,10 +65,14 @@ private:
     void connect();
     void disconnect();
     void retryLater();
+    [[nodiscard]] std::shared_ptr<RunLoopTimer> timerAfter(double seconds, void (Browse::*work)());
     void after(double seconds, void (Browse::*work)());
     void stopTimer();
-    void busDoesNotAnswer();
+    void busIsLate();
+    void daemonIsLate();
     void setTrouble(Dictionary trouble);
+    void askForSignOfLife();
+    void forgetSignOfLife();
 
     void startBrowsers();
     void receive(const std::string& type, std::string_view signal, GVariant* arguments);
@@ -86,13 +92,15 @@ private:
     const std::vector<std::string> types_;
     const std::string deviceClass_;
     std::atomic<bool> isEnded_{false};
-    mutable std::mutex troubleLock_;
+    std::atomic<bool> isSignOfLifeWanted_{false}; ///< it is being asked for
+    std::mutex troubleLock_;
     Dictionary trouble_; // guarded by troubleLock_
 
     // On the discovery thread, under its lock.
     std::shared_ptr<void> thread_;
     std::shared_ptr<DaemonLink> link_;
-    std::shared_ptr<RunLoopTimer> timer_; ///< until a retry, or the limit of connecting
+    std::shared_ptr<RunLoopTimer> timer_; ///< until a retry, or the limit of connecting or of an answer
+    std::shared_ptr<RunLoopTimer> signOfLifeTimer_;
     double retryDelay_;
     std::size_t browsersMade_ = 0;
     std::size_t typesBrowsed_ = 0;

@@ -6,6 +6,8 @@
 #include <dmf/ADMServiceURIParser.h>
 #include <dmf/DMKeys.h>
 
+#include "PlainText.h"
+
 namespace dmf::dnssd {
 
 namespace {
@@ -34,6 +36,8 @@ std::optional<ServiceName> ServiceName::fromParameters(const Dictionary& paramet
 
 std::optional<std::string> ServiceName::uri() const
 {
+    if (!isPlainText(name))
+        return std::nullopt;
     const auto made = ADMServiceURI::bonjourServiceURIWithServiceName(name, type + ".", domain + ".");
     if (!made)
         return std::nullopt;

@@ -17,7 +17,8 @@ struct ServiceName {
     /// "_pdl-datastream._tcp" and "local", as where URIs are made. Nothing without a name.
     [[nodiscard]] static std::optional<ServiceName> fromParameters(const Dictionary& parameters);
 
-    /// The service's URI. Nothing when no URI leads back to the same service: the form has room for one domain label.
+    /// The service's URI. Nothing when no URI leads back to the same service (the form has room for one domain label),
+    /// and for a name with control characters, which is none: devices do not offer such, and nobody could show it.
     [[nodiscard]] std::optional<std::string> uri() const;
 
     /// The same for names that stand for one service: DNS does not heed the case of ASCII letters.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <initializer_list>
 
-#include <dmf/platform/Unicode.h>
+#include "PlainText.h"
 
 namespace dmf::dnssd {
 
@@ -21,12 +21,6 @@ std::string lowered(std::string_view text)
     std::string result(text);
     std::transform(result.begin(), result.end(), result.begin(), [](char c) { return lowered(c); });
     return result;
-}
-
-bool isPlainText(std::string_view text)
-{
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
-    return std::none_of(text.begin(), text.end(), isControl) && isValidUtf8(text);
 }
 
 std::string_view trimmed(std::string_view text)
@@ -49,7 +43,8 @@ std::optional<std::string> firstOf(const TxtRecord& record, std::initializer_lis
 /// "(Model 9)", as PostScript spells a product, without its parentheses.
 std::string_view withoutParentheses(std::string_view text)
 {
-    return text.size() > 2 && text.starts_with('(') && text.ends_with(')') ? text.substr(1, text.size() - 2) : text;
+    const bool isInside = text.size() >= 2 && text.starts_with('(') && text.ends_with(')');
+    return isInside ? trimmed(text.substr(1, text.size() - 2)) : text;
 }
 
 /// Names for people begin with the vendor: "QL Model 9". What follows it is the model.
@@ -87,8 +82,9 @@ Identity TxtRecord::identity() const
     identity.vendor = firstOf(*this, {"usb_mfg", "usb_manufacturer", "mfg", "manufacturer", "vendor"});
     identity.model = firstOf(*this, {"usb_mdl", "usb_model", "mdl", "model"});
     if (!identity.model) {
-        if (const auto name = firstOf(*this, {"ty", "product"}))
-            identity.model = std::string(withoutVendor(withoutParentheses(*name), identity.vendor));
+        const auto name = firstOf(*this, {"ty", "product"}).value_or("");
+        if (const auto model = withoutVendor(withoutParentheses(name), identity.vendor); !model.empty())
+            identity.model = std::string(model);
     }
     identity.serialNumber =
         firstOf(*this, {"usb_sn", "usb_sern", "usb_serialnumber", "serialnumber", "serial", "sern", "sn"});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -99,6 +101,8 @@ public:
     /// By SIGKILL: without a goodbye.
     void stopDaemon() { daemon_ = nullptr; }
     bool start() { return startBus() && startDaemon(); }
+    /// Keeps the daemon from doing anything, or lets it go on; the bus knows nothing of it.
+    void setHung(bool isHung) const { ::kill(daemon_->pid(), isHung ? SIGSTOP : SIGCONT); }
 
     /// Takes the cable's end away or brings it back.
     bool setCable(bool isUp) const

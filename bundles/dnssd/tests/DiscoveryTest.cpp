@@ -223,6 +223,27 @@ TEST_F(DnssdDiscovery, TellsWhatIsMissingAndComesBack)
     EXPECT_TRUE(discovery->lastError().empty());
 }
 
+TEST_F(DnssdDiscovery, ADaemonThatHangsIsToldSoonAndWaitedFor)
+{
+    avahi->announceAlways("Stays", "_ipp._tcp", 631);
+    ASSERT_TRUE(avahi->start());
+    avahi->setHung(true);
+    Recorder recorder;
+    const auto discovery = started(recorder);
+    EXPECT_TRUE(waitForTrouble(*discovery, Browse::daemonFails));
+    EXPECT_EQ(discovery->lastError()[kDMErrorDescription], "The Avahi daemon does not answer.");
+    avahi->setHung(false);
+    EXPECT_TRUE(waitForTrouble(*discovery, 0));
+    EXPECT_TRUE(recorder.waitFor({"+Stays _ipp._tcp."}));
+
+    // One that hangs later is noticed by those who ask.
+    avahi->setHung(true);
+    EXPECT_TRUE(waitForTrouble(*discovery, Browse::daemonFails));
+    avahi->setHung(false);
+    EXPECT_TRUE(waitForTrouble(*discovery, 0));
+    EXPECT_EQ(recorder.told().size(), 1u);
+}
+
 TEST_F(DnssdDiscovery, NothingIsReportedAfterAStopAndAnyThreadMayLetGo)
 {
     ASSERT_TRUE(avahi->start());

@@ -41,6 +41,9 @@ TEST(DnssdServiceName, EveryNameComesBackFromItsURI)
         EXPECT_EQ(ServiceName::fromParameters(info->connectionParams()), service) << *uri;
         EXPECT_EQ(info->deviceName(), name);
     }
+    // No service's name holds control characters.
+    for (const char* const name : {"a\nb", "\x1B[2J", "tab\t", "del\x7F", "csi\xC2\x9B"})
+        EXPECT_FALSE((ServiceName{name, "_ipp._tcp", "local"}.uri())) << name;
     // The form of the URI has room for one label, and a zero byte would end the name early.
     EXPECT_FALSE((ServiceName{"Office", "_ipp._tcp", "example.com"}.uri()));
     EXPECT_FALSE((ServiceName{std::string("a\0b", 3), "_ipp._tcp", "local"}.uri()));
@@ -83,6 +86,10 @@ TEST(DnssdTxtRecord, TellsWhoTheDeviceIsUnderTheKeysOfTheField)
         {{"mfg=QL", "mdl=Scan 5", "serialNumber=CN2"}, {"QL", "Scan 5", "CN2"}},
         {{"usb_MFG=", "mfg=QL", "ty=ql Model 9"}, {"QL", "Model 9", {}}},
         {{"product=(Model 9)"}, {{}, "Model 9", {}}},
+        {{"product=( Model 9 )"}, {{}, "Model 9", {}}},
+        {{"usb_MFG=QL", "product=( QL Model 9)"}, {"QL", "Model 9", {}}},
+        {{"product=( )"}, {}},
+        {{"product=()"}, {}},
         {{"ty=QL Model 9"}, {{}, "QL Model 9", {}}},
         {{"usb_MFG=QL", "ty=QL"}, {"QL", "QL", {}}},
         {{"usb_MFG=QL", "ty=QLX 5"}, {"QL", "QLX 5", {}}},
