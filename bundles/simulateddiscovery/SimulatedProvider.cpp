@@ -34,6 +34,26 @@ bool isDeviceThere()
     return isRegistered();
 }
 
+/// The discovery thread's lock, under which its work runs; a report may throw.
+class ThreadLock {
+public:
+    ThreadLock() : lock_(ADMServiceDiscoveryBase::lockObject())
+    {
+        if (lock_)
+            lock_->lock();
+    }
+    ~ThreadLock()
+    {
+        if (lock_)
+            lock_->unlock();
+    }
+    ThreadLock(const ThreadLock&) = delete;
+    ThreadLock& operator=(const ThreadLock&) = delete;
+
+private:
+    const std::shared_ptr<IDMLock> lock_;
+};
+
 /// A start that takes its time; nobody ends it early, as with back ends of that kind.
 void block(double seconds)
 {
@@ -76,9 +96,7 @@ ADMDiscoveryProvider::Status SimulatedProvider::startDiscovery(std::string_view 
         Date::now(), simulation_.interval, RunLoopTimer::Repeat::yes,
         [weak = std::weak_ptr(parent()), announcements, burst = simulation_.burst,
          isImmediate = simulation_.interval == 0](RunLoopTimer& own) {
-            const auto threadLock = ADMServiceDiscoveryBase::lockObject();
-            if (threadLock)
-                threadLock->lock();
+            const ThreadLock guard;
             const auto discovery = weak.lock();
             for (auto left = burst; discovery && left > 0 && own.isValid() && !announcements->isAtEnd(); --left) {
                 const auto [service, isRemoval] = announcements->next();
@@ -88,8 +106,6 @@ ADMDiscoveryProvider::Status SimulatedProvider::startDiscovery(std::string_view 
                 own.invalidate();
             else if (isImmediate)
                 own.setFireDate(Date::now());
-            if (threadLock)
-                threadLock->unlock();
         });
     std::lock_guard guard(lock_);
     timer_ = timer;
