@@ -8,12 +8,12 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include <dmf/ADMInfo.h>
 #include <dmf/ADMXMLNode.h>
 #include <dmf/ADMXMLNodeImp.h>
+#include <dmf/ADMXMLNodeList.h>
 #include <dmf/platform/Export.h>
 #include <dmf/platform/Value.h>
 
@@ -28,6 +28,7 @@ public:
     [[nodiscard]] static std::string identifierNamed(std::string_view name, std::string_view attributeValue,
                                                      std::string_view attribute);
 
+    void setContent(std::optional<std::string> content) override;
     void addElement(std::shared_ptr<ADMXMLNode> node) override;
     /// The same as addElement.
     void addChild(std::shared_ptr<ADMXMLNode> child) override;
@@ -53,12 +54,11 @@ public:
     [[nodiscard]] bool isArray() const override;
     [[nodiscard]] std::string stringRepresentation() const override;
 
-    [[nodiscard]] std::shared_ptr<ADMXMLNode> copy() const override;
-    [[nodiscard]] bool isACopyOf(const ADMXMLNode& other) const override;
     [[nodiscard]] std::string description() const;
 
     /// Of a leaf its text; of a list an array of the children's values; of a record a dictionary from the children's
-    /// identifiers to their values, "" for those that have none; otherwise null. Computed once and kept.
+    /// identifiers to their values, "" for those that have none; otherwise null. Computed once and kept. Null, with a
+    /// line in the log, where more than dmf::kXmlMaximumDepth values would be within each other.
     [[nodiscard]] dmf::Value value() const override;
     /// Of a leaf, its value.
     [[nodiscard]] std::optional<std::string> stringValue() const override;
@@ -85,35 +85,41 @@ public:
 
 protected:
     [[nodiscard]] ADMXMLElementImp* asElement() noexcept override;
+    [[nodiscard]] const dmf::internal::NodeList& madeChildren() const override;
+    [[nodiscard]] std::shared_ptr<ADMXMLNodeImp> shallowCopy() const override;
+    [[nodiscard]] bool isShallowCopyOf(const ADMXMLNodeImp& other) const override;
 
 private:
+    friend class ADMXMLTreeBuilder;
+    friend class dmf::internal::ElementIndex;
+    friend class dmf::internal::ElementPath;
+    friend class dmf::internal::ElementText;
+    friend class dmf::internal::ElementValue;
     using Pointer = std::shared_ptr<ADMXMLElementImp>;
+
     [[nodiscard]] Pointer firstNamed(std::string_view name) const;
     [[nodiscard]] Pointer firstNamed(std::string_view name, const dmf::Dictionary& attributes) const;
     [[nodiscard]] Pointer firstNamed(std::string_view name, std::string_view value, std::string_view attribute) const;
     template <class Accept>
     [[nodiscard]] Pointer first(std::string_view name, Accept accept) const;
     [[nodiscard]] std::vector<Pointer> allNamed(std::string_view name) const;
-    struct Step;
-    struct Mirror;
-    [[nodiscard]] static std::optional<std::vector<Step>> plainSteps(std::string_view path);
-    [[nodiscard]] std::vector<Pointer> selectedByWalking(std::span<const Step> steps) const;
-    [[nodiscard]] std::vector<Pointer> selectedByMirror(std::string_view expression) const;
-    [[nodiscard]] std::vector<Pointer> selectedBy(std::string_view expression) const;
-    [[nodiscard]] Pointer cached(std::string_view identifier) const;
-    [[nodiscard]] const std::string& identifier() const;
-    [[nodiscard]] dmf::Value computedValue() const;
-    /// Child elements by identifier, of equal ones the last; the keys lie in the children, which keep theirs for life.
-    using ElementCache = std::unordered_map<std::string_view, ADMXMLElementImp*>;
-    [[nodiscard]] const ElementCache& elementCache() const;
-    static void enter(ADMXMLElementImp& child, ElementCache& cache);
-    void keepInCache(ADMXMLElementImp& child) noexcept;
-    void forgetCache() noexcept;
+    [[nodiscard]] Pointer known(std::string_view identifier) const;
+    [[nodiscard]] std::size_t identifiersCount() const;
+    [[nodiscard]] const dmf::internal::ElementIndex& index() const;
+    void forgetIndex() noexcept;
+    void markIdentified() const noexcept;
+    void makeTextNode();
+    void holdText(std::string_view text);
+    void adopt(std::span<std::shared_ptr<ADMXMLNodeImp>> nodes);
 
     dmf::Dictionary attributes_;
-    /// Made on demand, guarded by the lazy-fill lock of this address.
-    mutable std::unique_ptr<const std::string> identifier_;
-    mutable std::atomic<ElementCache*> elementCache_{nullptr}; // owned; made on demand, then kept up to date
+    mutable std::atomic<dmf::internal::ElementIndex*> index_{nullptr}; // owned; made on demand, then kept up to date
+    /// By what it goes among its siblings when its attributes have changed since it was added or asked for.
+    std::unique_ptr<const std::string> identifier_;
     std::uint32_t elementsCount_ = 0;
-    std::atomic<bool> isChild_{false}; // was added to another element at some time
+    /// How many values are within each other in the one that is kept.
+    mutable std::atomic<std::uint16_t> valueHeight_{0};
+    mutable std::atomic<bool> isIdentified_{false}; // others know it by its identifier
+    /// The content is that of a text node, the only child, which is made when somebody asks for it.
+    bool holdsText_ = false;
 };

@@ -8,12 +8,20 @@
 #include <vector>
 
 #include <dmf/ADMXMLNode.h>
+#include <dmf/ADMXMLNodeList.h>
 #include <dmf/platform/Export.h>
 #include <dmf/platform/Value.h>
 
 class ADMXMLElementImp;
 
-/// A node of an XML tree; text nodes are of this class.
+namespace dmf::internal {
+class ElementIndex;
+class ElementPath;
+class ElementText;
+class ElementValue;
+} // namespace dmf::internal
+
+/// A node of an XML tree; text nodes are of this class. Trees of any depth can be built, copied, compared and let go.
 class DMF_EXPORT ADMXMLNodeImp : public virtual ADMXMLNode, public std::enable_shared_from_this<ADMXMLNodeImp> {
 public:
     explicit ADMXMLNodeImp(std::optional<std::string> name);
@@ -42,23 +50,30 @@ public:
 
 protected:
     friend class ADMXMLElementImp;
-    using Children = std::vector<std::shared_ptr<ADMXMLNodeImp>>;
+    friend class ADMXMLTreeBuilder;
+    friend class dmf::internal::ElementIndex;
+    friend class dmf::internal::ElementPath;
+    friend class dmf::internal::ElementText;
+    friend class dmf::internal::ElementValue;
 
     [[nodiscard]] ADMXMLNodeImp* asOwnKind() noexcept override;
     /// This node as an element; null for every other node.
     [[nodiscard]] virtual ADMXMLElementImp* asElement() noexcept;
     /// `node` as what this library makes; throws std::invalid_argument for an object of another class.
     [[nodiscard]] static std::shared_ptr<ADMXMLNodeImp> ownKind(std::shared_ptr<ADMXMLNode> node);
-    [[nodiscard]] bool hasName(std::string_view name) const noexcept { return name_ && *name_ == name; }
+    [[nodiscard]] bool hasName(std::string_view name) const noexcept { return name_ && name_.view() == name; }
+    /// All children; those that are only known about are made.
+    [[nodiscard]] virtual const dmf::internal::NodeList& madeChildren() const;
+    /// A copy without children.
+    [[nodiscard]] virtual std::shared_ptr<ADMXMLNodeImp> shallowCopy() const;
+    /// Whether both are the same but for their children.
+    [[nodiscard]] virtual bool isShallowCopyOf(const ADMXMLNodeImp& other) const;
     /// Keeps `computed` as the user info unless there is one by now, and hands back what is kept.
     [[nodiscard]] dmf::Value keepValue(dmf::Value computed) const;
 
-    /// Moves those of the children that others keep as well or that have children to `parents`; lets the others go.
-    static void takeApart(Children& children, Children& parents);
-
-    std::optional<std::string> name_;
-    std::optional<std::string> content_;
-    Children children_;
+    dmf::internal::SharedText name_;
+    dmf::internal::SharedText content_;
+    mutable dmf::internal::NodeList children_;
     /// Null for none, as most nodes have. Guarded by the lazy-fill lock of this address, since reading fills it.
     mutable std::unique_ptr<dmf::Value> userInfo_;
     ADMXMLNodeKind kind_ = ADMXMLNodeKind::element;

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include <dmf/ADMXMLElementImp.h>
@@ -31,9 +34,22 @@ public:
     [[nodiscard]] std::shared_ptr<ADMXMLElementImp> takeRoot() noexcept;
 
 private:
+    struct Open {
+        std::shared_ptr<ADMXMLElementImp> element;
+        std::size_t children; ///< where its own begin among those that wait
+    };
     void wantOpen() const;
+    void makeHeldText();
+    [[nodiscard]] const dmf::internal::SharedText& sharedName(std::string_view name);
+    [[nodiscard]] dmf::Dictionary dictionaryOf(std::span<const Attribute> attributes);
+    [[nodiscard]] const dmf::Dictionary& sharedAttribute(const Attribute& attribute);
 
     const std::unique_ptr<dmf::internal::NodePool> pool_;
-    std::vector<std::shared_ptr<ADMXMLElementImp>> open_;
+    std::vector<Open> open_;
+    /// Children of the elements that are open; each gets its own in one go when it ends.
+    std::vector<std::shared_ptr<ADMXMLNodeImp>> waiting_;
+    std::unordered_map<std::string_view, dmf::internal::SharedText> names_; // documents have few different ones
+    std::array<dmf::Dictionary, 128> seen_;                                 // single attributes of late
+    std::vector<Attribute> sorted_;
     std::shared_ptr<ADMXMLElementImp> root_;
 };

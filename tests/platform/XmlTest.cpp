@@ -99,6 +99,10 @@ TEST(Xml, TidyRepairsWhatIsMalformedAndLeavesTheRest)
         {"<a>1 < 2 & 3 &amp; 4 &nbsp; 5</a>", "<a>1 &lt; 2 &amp; 3 &amp; 4 &amp;nbsp; 5</a>"},
         {"<a b=1 c='2' d e=\"<\" b=3>t</a>", "<a b=\"1\" c=\"2\" d=\"d\" e=\"&lt;\">t</a>"},
         {"junk <?xml version='1.0'?><!DOCTYPE a [<!ENTITY x '>'>]><a>t</a> junk", "<a>t</a>"},
+        // A document type ends where it ends: not at what stands in quotes or within its declarations.
+        {"<!DOCTYPE a [<!ENTITY x ']>'>]><a/>", "<a/>"},
+        {"<!DOCTYPE a [<!ENTITY x \">'\"><!ENTITY y '\"['>]><a>t</a>", "<a>t</a>"},
+        {"<!DOCTYPE it's><a>t'</a>", "<a>t'</a>"},
         {"<a></c>t</a></a>", "<a>t</a>"},
         {"<a><!-- x -- y ---></a>", "<a><!-- x - - y - --></a>"},
         {"<a><![CDATA[<&]]><![CDATA[open", "<a>&lt;&amp;open</a>"},

@@ -1,34 +1,33 @@
 #include <dmf/ADMXMLElementImp.h>
 
 #include <dmf/DMDictionaryExtension.h>
+#include <dmf/DMStringExtension.h>
 #include <dmf/platform/Format.h>
-#include <dmf/platform/Unicode.h>
 
 #include "modelinfo/tree/LazyFill.h"
+#include "modelinfo/tree/NumberText.h"
 #include "modelinfo/tree/TypeName.h"
-#include "platform/documents/XmlText.h"
+#include "modelinfo/xml/ElementIndex.h"
+#include "modelinfo/xml/ElementPath.h"
+#include "modelinfo/xml/ElementText.h"
+#include "modelinfo/xml/ElementValue.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
 using dmf::Dictionary;
-
-namespace {
-
-std::string_view textOrEmpty(const dmf::Value& value)
-{
-    const auto* text = value.asString();
-    return text ? std::string_view(*text) : std::string_view();
-}
-
-} // namespace
+using dmf::internal::ElementIndex;
+using dmf::internal::ElementPath;
+using dmf::internal::ElementText;
+using dmf::internal::ElementValue;
+using dmf::internal::NodeList;
+using dmf::internal::SharedText;
 
 ADMXMLElementImp::ADMXMLElementImp(std::optional<std::string> name) : ADMXMLNodeImp(std::move(name)) {}
 
 ADMXMLElementImp::~ADMXMLElementImp()
 {
-    forgetCache();
+    forgetIndex();
 }
 
 ADMXMLElementImp* ADMXMLElementImp::asElement() noexcept
@@ -40,20 +39,8 @@ ADMXMLElementImp* ADMXMLElementImp::asElement() noexcept
 
 std::string ADMXMLElementImp::identifierNamed(std::string_view name, const Dictionary& attributes)
 {
-    std::string identifier(name);
-    const auto append = [&](const Dictionary::Entry& attribute) {
-        identifier.append(attribute.key).append(textOrEmpty(attribute.value));
-    };
-    if (attributes.size() < 2) {
-        std::ranges::for_each(attributes, append);
-        return identifier;
-    }
-    std::vector<std::pair<std::string, const Dictionary::Entry*>> sorted;
-    for (const auto& attribute : attributes)
-        sorted.emplace_back(dmf::lowercased(attribute.key), &attribute);
-    std::ranges::stable_sort(sorted, {}, [](const auto& pair) -> const std::string& { return pair.first; });
-    for (const auto& [folded, attribute] : sorted)
-        append(*attribute);
+    std::string identifier;
+    ElementIndex::append(identifier, name, attributes);
     return identifier;
 }
 
@@ -64,18 +51,17 @@ std::string ADMXMLElementImp::identifierNamed(std::string_view name, std::string
     return identifier.append(attribute).append(attributeValue);
 }
 
-const std::string& ADMXMLElementImp::identifier() const
-{
-    std::lock_guard guard(dmf::internal::lazyFillLock(this));
-    if (!identifier_)
-        identifier_ = std::make_unique<const std::string>(
-            identifierNamed(name_ ? std::string_view(*name_) : std::string_view(), attributes_));
-    return *identifier_; // never changes again
-}
-
 std::string ADMXMLElementImp::elementIdentifier() const
 {
-    return identifier();
+    markIdentified();
+    return ElementIndex::of(*this);
+}
+
+void ADMXMLElementImp::markIdentified() const noexcept
+{
+    // Only set where it is not: an element that another tree has as well may be read by other threads.
+    if (!isIdentified_.load(std::memory_order_relaxed))
+        isIdentified_.store(true, std::memory_order_relaxed);
 }
 
 // Building.
@@ -85,15 +71,20 @@ void ADMXMLElementImp::addElement(std::shared_ptr<ADMXMLNode> node)
     auto own = ownKind(std::move(node));
     if (!own)
         return;
-    children_.push_back(own); // first, since it may fail
-    if (auto* element = own->asElement()) {
+    makeTextNode();
+    children_.append(own); // first, since it may fail
+    if (const auto* const element = own->asElement()) {
         ++elementsCount_;
-        // Only set where it is not: an element that another tree has as well may be read by other threads.
-        if (!element->isChild_.load(std::memory_order_relaxed))
-            element->isChild_.store(true, std::memory_order_relaxed);
-        keepInCache(*element);
+        element->markIdentified();
+        if (auto* const index = index_.load(std::memory_order_relaxed)) {
+            try {
+                index->enter(children_.size() - 1);
+            } catch (const std::bad_alloc&) {
+                forgetIndex(); // whoever looks for an element next makes it anew
+            }
+        }
     } else if (own->kind() == ADMXMLNodeKind::text) {
-        content_ = own->content();
+        content_ = own->content_;
     }
 }
 
@@ -102,28 +93,77 @@ void ADMXMLElementImp::addChild(std::shared_ptr<ADMXMLNode> child)
     addElement(std::move(child));
 }
 
+/// Takes all children in one go, in place of none.
+void ADMXMLElementImp::adopt(std::span<std::shared_ptr<ADMXMLNodeImp>> nodes)
+{
+    for (const auto& node : nodes) {
+        if (const auto* const element = node->asElement()) {
+            ++elementsCount_;
+            element->markIdentified();
+        } else {
+            content_ = node->content_;
+        }
+    }
+    children_.adopt(nodes);
+}
+
+/// Takes a text for its only child, where it has none.
+void ADMXMLElementImp::holdText(std::string_view text)
+{
+    content_ = SharedText(text);
+    holdsText_ = true;
+}
+
+void ADMXMLElementImp::makeTextNode()
+{
+    if (holdsText_)
+        (void)madeChildren();
+    holdsText_ = false; // from here on it is a child like others
+}
+
+const NodeList& ADMXMLElementImp::madeChildren() const
+{
+    if (!holdsText_ || !children_.empty())
+        return children_;
+    auto text = std::make_shared<ADMXMLNodeImp>(std::nullopt);
+    text->kind_ = ADMXMLNodeKind::text;
+    text->content_ = content_;
+    // Two threads may both make it; the first one's counts.
+    std::lock_guard guard(dmf::internal::lazyFillLock(this));
+    if (children_.empty())
+        children_.append(std::move(text));
+    return children_;
+}
+
+void ADMXMLElementImp::setContent(std::optional<std::string> content)
+{
+    makeTextNode();
+    ADMXMLNodeImp::setContent(std::move(content));
+}
+
 void ADMXMLElementImp::removeAllElements()
 {
-    forgetCache();
+    forgetIndex();
     elementsCount_ = 0;
-    std::erase_if(children_, [](const auto& child) { return child->asElement() != nullptr; });
+    children_.keep([](ADMXMLNodeImp& child) { return child.asElement() == nullptr; });
 }
 
 void ADMXMLElementImp::removeChildAtIndex(std::size_t index)
 {
+    makeTextNode();
     if (index >= children_.size())
         return;
-    if (children_[index]->asElement()) {
-        forgetCache();
+    forgetIndex(); // which knows the children by their places
+    if (children_[index]->asElement())
         --elementsCount_;
-    }
     ADMXMLNodeImp::removeChildAtIndex(index);
 }
 
 void ADMXMLElementImp::removeChildren()
 {
-    forgetCache();
+    forgetIndex();
     elementsCount_ = 0;
+    holdsText_ = false;
     ADMXMLNodeImp::removeChildren();
 }
 
@@ -134,9 +174,9 @@ Dictionary ADMXMLElementImp::attributes() const
 
 void ADMXMLElementImp::setAttributes(Dictionary attributes)
 {
-    // Its parents know it by what it was when it was added.
-    if (isChild_.load(std::memory_order_relaxed))
-        (void)identifier();
+    // Others know it by what it was.
+    if (!identifier_ && isIdentified_.load(std::memory_order_relaxed))
+        identifier_ = std::make_unique<const std::string>(ElementIndex::of(*this));
     attributes_ = std::move(attributes);
 }
 
@@ -155,56 +195,34 @@ Dictionary ADMXMLElementImp::namespaces() const
 
 // Looking up.
 
-void ADMXMLElementImp::enter(ADMXMLElementImp& child, ElementCache& cache)
-{
-    const auto [entry, added] = cache.try_emplace(child.identifier(), &child);
-    if (added)
-        return;
-    // The key must lie in the element that the entry is for.
-    cache.erase(entry);
-    cache.emplace(child.identifier(), &child);
-}
-
-void ADMXMLElementImp::keepInCache(ADMXMLElementImp& child) noexcept
-{
-    auto* const cache = elementCache_.load(std::memory_order_relaxed);
-    if (!cache)
-        return;
-    try {
-        enter(child, *cache);
-    } catch (const std::bad_alloc&) {
-        forgetCache(); // whoever looks for an element next makes it anew
-    }
-}
-
 /// Made by the first who asks: most elements of a tree are never asked.
-const ADMXMLElementImp::ElementCache& ADMXMLElementImp::elementCache() const
+const ElementIndex& ADMXMLElementImp::index() const
 {
-    if (const auto* made = elementCache_.load(std::memory_order_acquire))
+    if (const auto* made = index_.load(std::memory_order_acquire))
         return *made;
-    auto cache = std::make_unique<ElementCache>(elementsCount_);
-    for (const auto& child : children_) {
-        if (auto* element = child->asElement())
-            enter(*element, *cache);
-    }
-    ElementCache* first = nullptr;
+    auto own = std::make_unique<ElementIndex>(children_, elementsCount_);
+    ElementIndex* first = nullptr;
     // Two threads may both make it; the first one's counts.
-    if (!elementCache_.compare_exchange_strong(first, cache.get(), std::memory_order_acq_rel))
+    if (!index_.compare_exchange_strong(first, own.get(), std::memory_order_acq_rel))
         return *first;
-    return *cache.release();
+    return *own.release();
 }
 
-void ADMXMLElementImp::forgetCache() noexcept
+void ADMXMLElementImp::forgetIndex() noexcept
 {
-    const std::unique_ptr<ElementCache> gone(elementCache_.exchange(nullptr, std::memory_order_relaxed));
+    const std::unique_ptr<ElementIndex> gone(index_.exchange(nullptr, std::memory_order_relaxed));
 }
 
-ADMXMLElementImp::Pointer ADMXMLElementImp::cached(std::string_view identifier) const
+ADMXMLElementImp::Pointer ADMXMLElementImp::known(std::string_view identifier) const
 {
-    const ElementCache& cache = elementCache();
-    const auto entry = cache.find(identifier);
-    return entry == cache.end() ? nullptr
-                                : std::static_pointer_cast<ADMXMLElementImp>(entry->second->shared_from_this());
+    auto* const found = elementsCount_ > ElementIndex::kFew ? index().find(identifier)
+                                                            : ElementIndex::findAmongFew(children_, identifier);
+    return found ? std::static_pointer_cast<ADMXMLElementImp>(found->shared_from_this()) : nullptr;
+}
+
+std::size_t ADMXMLElementImp::identifiersCount() const
+{
+    return elementsCount_ > ElementIndex::kFew ? index().count() : ElementIndex::countAmongFew(children_);
 }
 
 template <class Accept>
@@ -225,7 +243,7 @@ ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name) co
 
 ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name, const Dictionary& attributes) const
 {
-    auto exact = cached(identifierNamed(name, attributes));
+    auto exact = known(identifierNamed(name, attributes));
     return exact ? exact : first(name, [&](const Dictionary& all) {
         return com_ql_dmf_containsObjectsFromDictionary(all, attributes);
     });
@@ -234,7 +252,7 @@ ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name, co
 ADMXMLElementImp::Pointer ADMXMLElementImp::firstNamed(std::string_view name, std::string_view value,
                                                        std::string_view attribute) const
 {
-    auto exact = cached(identifierNamed(name, value, attribute));
+    auto exact = known(identifierNamed(name, value, attribute));
     return exact ? exact : first(name, [&](const Dictionary& all) {
         const auto* text = all[attribute].asString();
         return text && *text == value;
@@ -275,64 +293,137 @@ std::vector<std::shared_ptr<ADMXMLElement>> ADMXMLElementImp::elementsNamed(std:
 
 std::vector<std::shared_ptr<ADMXMLElement>> ADMXMLElementImp::elementsForXPath(std::string_view expression) const
 {
-    const auto found = selectedBy(expression);
+    const auto found = ElementPath::select(*this, expression);
     return {found.begin(), found.end()};
 }
 
 bool ADMXMLElementImp::isMatrix() const
 {
-    return !isLeaf() && elementCache().size() == elementsCount_;
+    return !isLeaf() && identifiersCount() == elementsCount_;
 }
 
 bool ADMXMLElementImp::isArray() const
 {
-    return elementsCount_ > 1 && elementCache().size() == 1;
+    return elementsCount_ > 1 && identifiersCount() == 1;
 }
 
 // As a whole.
 
 std::string ADMXMLElementImp::stringRepresentation() const
 {
-    using dmf::internal::xml::appendEscaped;
-    const std::string name = name_.value_or(std::string());
-    std::string text = "<" + name;
-    for (const auto& [attribute, value] : attributes_) {
-        text.append(" ").append(attribute).append("=\"");
-        appendEscaped(text, textOrEmpty(value), true);
-        text += '"';
-    }
-    if (children_.empty())
-        return text + "/>";
-    text += '>';
-    for (const auto& child : children_) {
-        if (const auto* element = child->asElement())
-            text += element->stringRepresentation();
-        else
-            appendEscaped(text, child->content().value_or(std::string()));
-    }
-    return text.append("</").append(name).append(">");
+    return ElementText::of(*this);
 }
 
-std::shared_ptr<ADMXMLNode> ADMXMLElementImp::copy() const
+std::shared_ptr<ADMXMLNodeImp> ADMXMLElementImp::shallowCopy() const
 {
-    auto result = std::make_shared<ADMXMLElementImp>(name_);
+    auto result = std::make_shared<ADMXMLElementImp>(std::nullopt);
+    result->name_ = name_;
     result->attributes_ = attributes_;
-    for (const auto& child : children_)
-        result->addElement(child->copy());
     result->kind_ = kind_;
     result->content_ = content_;
+    result->holdsText_ = holdsText_ && children_.empty();
     return result;
 }
 
-bool ADMXMLElementImp::isACopyOf(const ADMXMLNode& other) const
+bool ADMXMLElementImp::isShallowCopyOf(const ADMXMLNodeImp& other) const
 {
-    const auto* element = dynamic_cast<const ADMXMLElementImp*>(&other);
-    return element && attributes_ == element->attributes_ && ADMXMLNodeImp::isACopyOf(other);
+    const auto* const element = dynamic_cast<const ADMXMLElementImp*>(&other);
+    return element && attributes_ == element->attributes_ && ADMXMLNodeImp::isShallowCopyOf(other);
 }
 
 std::string ADMXMLElementImp::description() const
 {
     return dmf::formatted("<%@ 0x%x name = \"%@\", properties = \"%@\", contents = \"%@\">",
-                          dmf::internal::typeName(typeid(*this)), reinterpret_cast<std::uintptr_t>(this), name_,
+                          dmf::internal::typeName(typeid(*this)), reinterpret_cast<std::uintptr_t>(this), name_.text(),
                           attributes_, stringRepresentation());
+}
+
+// As a node of model information.
+
+std::optional<std::string> ADMXMLElementImp::name() const
+{
+    return name_.text();
+}
+
+std::optional<dmf::Dictionary> ADMXMLElementImp::properties() const
+{
+    return attributes_;
+}
+
+std::shared_ptr<ADMInfo> ADMXMLElementImp::infoNamed(std::string_view name) const
+{
+    return firstNamed(name);
+}
+
+std::shared_ptr<ADMInfo> ADMXMLElementImp::infoNamed(std::optional<std::string_view> name, std::uint32_t index) const
+{
+    if (!name)
+        return nullptr;
+    const auto named = allNamed(*name);
+    return index < named.size() ? named[index] : nullptr;
+}
+
+std::shared_ptr<ADMInfo> ADMXMLElementImp::infoNamed(std::string_view name, const dmf::Dictionary& properties) const
+{
+    return firstNamed(name, properties);
+}
+
+std::shared_ptr<ADMInfo> ADMXMLElementImp::infoNamed(std::string_view name, std::string_view propertyValue,
+                                                     std::string_view property) const
+{
+    return firstNamed(name, propertyValue, property);
+}
+
+std::vector<std::shared_ptr<ADMInfo>> ADMXMLElementImp::infoForPath(std::string_view path) const
+{
+    const auto found = ElementPath::select(*this, path);
+    return {found.begin(), found.end()};
+}
+
+std::vector<std::shared_ptr<ADMInfo>> ADMXMLElementImp::allInfos() const
+{
+    std::vector<std::shared_ptr<ADMInfo>> infos;
+    infos.reserve(elementsCount_);
+    for (const auto& child : children_) {
+        if (child->asElement())
+            infos.push_back(std::static_pointer_cast<ADMXMLElementImp>(child));
+    }
+    return infos;
+}
+
+std::uint32_t ADMXMLElementImp::count() const
+{
+    return elementsCount_;
+}
+
+dmf::Value ADMXMLElementImp::value() const
+{
+    return ElementValue::of(*this);
+}
+
+std::optional<std::string> ADMXMLElementImp::stringValue() const
+{
+    return isLeaf() ? value().string() : std::nullopt;
+}
+
+std::optional<dmf::Number> ADMXMLElementImp::numberValue() const
+{
+    if (!isLeaf())
+        return std::nullopt;
+    return double{dmf::internal::leadingNumber(stringValue().value_or(std::string()))};
+}
+
+std::optional<dmf::Date> ADMXMLElementImp::dateValue() const
+{
+    const auto text = stringValue();
+    return text ? dmf::Date::fromString(*text) : std::nullopt;
+}
+
+std::optional<dmf::Data> ADMXMLElementImp::dataValue() const
+{
+    const auto text = stringValue();
+    if (!text)
+        return std::nullopt;
+    const auto decoded = com_ql_dmf_dataDecodedWithBase64(*text);
+    return decoded ? decoded : dmf::Data::fromText(*text);
 }

@@ -2,48 +2,28 @@
 
 #include "modelinfo/tree/LazyFill.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 using dmf::internal::lazyFillLock;
+using dmf::internal::NodeList;
+using dmf::internal::SharedText;
 
-ADMXMLNodeImp::ADMXMLNodeImp(std::optional<std::string> name) : name_(std::move(name)) {}
+ADMXMLNodeImp::ADMXMLNodeImp(std::optional<std::string> name) : name_(SharedText::of(name)) {}
 
 std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::textNodeWithContent(std::string content)
 {
     auto node = std::make_shared<ADMXMLNodeImp>(std::nullopt);
     node->kind_ = ADMXMLNodeKind::text;
-    node->content_ = std::move(content);
+    node->content_ = SharedText(content);
     return node;
 }
 
-ADMXMLNodeImp::~ADMXMLNodeImp()
-{
-    // One level after the other: a tree that a program built can be deeper than the stack.
-    Children dying;
-    takeApart(children_, dying);
-    while (!dying.empty()) {
-        const auto node = std::move(dying.back());
-        dying.pop_back();
-        // Only now: whoever has got hold of it meanwhile has it whole, and who shared it may have let go.
-        if (node.use_count() == 1)
-            takeApart(node->children_, dying);
-    }
-}
-
-void ADMXMLNodeImp::takeApart(Children& children, Children& parents)
-{
-    for (auto& child : children) {
-        if (child.use_count() > 1 || !child->children_.empty())
-            parents.push_back(std::move(child));
-    }
-    children.clear();
-}
+ADMXMLNodeImp::~ADMXMLNodeImp() = default;
 
 std::optional<std::string> ADMXMLNodeImp::name() const
 {
-    return name_;
+    return name_.text();
 }
 
 ADMXMLNodeKind ADMXMLNodeImp::kind() const
@@ -58,12 +38,12 @@ void ADMXMLNodeImp::setKind(ADMXMLNodeKind kind)
 
 std::optional<std::string> ADMXMLNodeImp::content() const
 {
-    return content_;
+    return content_.text();
 }
 
 void ADMXMLNodeImp::setContent(std::optional<std::string> content)
 {
-    content_ = std::move(content);
+    content_ = SharedText::of(content);
 }
 
 dmf::Value ADMXMLNodeImp::userInfo() const
@@ -91,7 +71,8 @@ dmf::Value ADMXMLNodeImp::keepValue(dmf::Value computed) const
 
 std::vector<std::shared_ptr<ADMXMLNode>> ADMXMLNodeImp::children() const
 {
-    return {children_.begin(), children_.end()};
+    const NodeList& made = madeChildren();
+    return {made.begin(), made.end()};
 }
 
 std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::ownKind(std::shared_ptr<ADMXMLNode> node)
@@ -106,13 +87,13 @@ std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::ownKind(std::shared_ptr<ADMXMLNode
 void ADMXMLNodeImp::addChild(std::shared_ptr<ADMXMLNode> child)
 {
     if (auto own = ownKind(std::move(child)))
-        children_.push_back(std::move(own));
+        children_.append(std::move(own));
 }
 
 void ADMXMLNodeImp::removeChildAtIndex(std::size_t index)
 {
     if (index < children_.size())
-        children_.erase(children_.begin() + static_cast<std::ptrdiff_t>(index));
+        children_.erase(index);
 }
 
 void ADMXMLNodeImp::removeChildren()
@@ -120,27 +101,65 @@ void ADMXMLNodeImp::removeChildren()
     children_.clear();
 }
 
-std::shared_ptr<ADMXMLNode> ADMXMLNodeImp::copy() const
+const NodeList& ADMXMLNodeImp::madeChildren() const
 {
-    auto result = std::make_shared<ADMXMLNodeImp>(name_);
+    return children_;
+}
+
+std::shared_ptr<ADMXMLNodeImp> ADMXMLNodeImp::shallowCopy() const
+{
+    auto result = std::make_shared<ADMXMLNodeImp>(std::nullopt);
+    result->name_ = name_;
     result->kind_ = kind_;
     result->content_ = content_;
-    for (const auto& child : children_)
-        result->addChild(child->copy());
     return result;
+}
+
+std::shared_ptr<ADMXMLNode> ADMXMLNodeImp::copy() const
+{
+    auto result = shallowCopy();
+    std::vector<std::pair<const ADMXMLNodeImp*, ADMXMLNodeImp*>> open{{this, result.get()}};
+    while (!open.empty()) {
+        const auto [original, image] = open.back();
+        open.pop_back();
+        for (const auto& child : original->children_) {
+            auto copied = child->shallowCopy();
+            if (!child->children_.empty())
+                open.emplace_back(child.get(), copied.get());
+            image->addChild(std::move(copied));
+        }
+        image->content_ = original->content_; // which adding a text changes
+    }
+    return result;
+}
+
+bool ADMXMLNodeImp::isShallowCopyOf(const ADMXMLNodeImp& other) const
+{
+    return kind_ == other.kind_ && name_ == other.name_ && content_ == other.content_;
 }
 
 bool ADMXMLNodeImp::isACopyOf(const ADMXMLNode& other) const
 {
-    const auto* node = dynamic_cast<const ADMXMLNodeImp*>(&other);
-    return node && kind_ == node->kind_ && name_ == node->name_ && content_ == node->content_ &&
-           std::ranges::equal(children_, node->children_,
-                              [](const auto& left, const auto& right) { return left->isACopyOf(*right); });
+    const auto* const node = dynamic_cast<const ADMXMLNodeImp*>(&other);
+    if (!node)
+        return false;
+    std::vector<std::pair<const ADMXMLNodeImp*, const ADMXMLNodeImp*>> open{{this, node}};
+    while (!open.empty()) {
+        const auto [left, right] = open.back();
+        open.pop_back();
+        const NodeList& leftChildren = left->madeChildren();
+        const NodeList& rightChildren = right->madeChildren();
+        if (!left->isShallowCopyOf(*right) || leftChildren.size() != rightChildren.size())
+            return false;
+        for (std::size_t i = 0; i < leftChildren.size(); ++i)
+            open.emplace_back(leftChildren[i].get(), rightChildren[i].get());
+    }
+    return true;
 }
 
 bool ADMXMLNodeImp::isLeaf() const
 {
-    return children_.empty() || (children_.size() == 1 && children_.front()->kind_ == ADMXMLNodeKind::text);
+    return children_.empty() || (children_.size() == 1 && children_[0]->kind_ == ADMXMLNodeKind::text);
 }
 
 ADMXMLNodeImp* ADMXMLNodeImp::asOwnKind() noexcept

@@ -8,8 +8,9 @@
 namespace dmf::internal {
 namespace {
 
-constexpr std::size_t kAlignment = alignof(std::max_align_t);
-constexpr std::size_t kLargestBlock = 32 * 1024;
+constexpr std::size_t kAlignment = alignof(void*); // of all that is put here
+constexpr std::size_t kFewestPieces = 7;           // of a block
+constexpr std::size_t kMostPieces = 240;
 /// What the pool's own hold on its block counts: more than there are pieces.
 constexpr std::size_t kHold = std::numeric_limits<std::size_t>::max() / 2;
 
@@ -19,6 +20,8 @@ constexpr std::size_t aligned(std::size_t size) noexcept
 }
 
 } // namespace
+
+thread_local NodePool* NodePool::current = nullptr;
 
 // A piece begins with the address of its block, and what is handed out follows.
 
@@ -61,14 +64,15 @@ void NodePool::leaveBlock() noexcept
 void NodePool::enterBlock(std::size_t atLeast)
 {
     constexpr std::size_t head = aligned(sizeof(Block));
-    const std::size_t size = std::max(head + atLeast, blockSize_);
+    // In pieces of about this size, so that nothing is left over, and no more of them than an eighth of what there is.
+    const std::size_t size = head + atLeast * std::clamp(used_ / 8 / atLeast, kFewestPieces, kMostPieces);
     void* const memory = ::operator new(size);
     leaveBlock();
     block_ = ::new (memory) Block{kHold};
     next_ = static_cast<std::byte*>(memory) + head;
     room_ = size - head;
     taken_ = 0;
-    blockSize_ = std::min(2 * size, kLargestBlock);
+    used_ += size;
 }
 
 } // namespace dmf::internal

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
+#include <optional>
 
 namespace dmf::internal {
 
@@ -17,6 +19,8 @@ public:
 
     [[nodiscard]] void* take(std::size_t size);
     static void giveBack(void* piece) noexcept;
+    /// The pool that the calling thread makes its next node in.
+    static thread_local NodePool* current;
 
 private:
     struct Block {
@@ -30,24 +34,35 @@ private:
     std::byte* next_ = nullptr;
     std::size_t room_ = 0;
     std::size_t taken_ = 0; // pieces of this block
-    std::size_t blockSize_ = 2048;
+    std::size_t used_ = 0;  // by the blocks so far
 };
 
-/// Has std::allocate_shared put its objects into a pool, which need not live as long as they do.
+/// Has std::allocate_shared put its objects into the pool that `makeIn` names. It keeps nothing, since what it keeps
+/// would be kept with each node.
 template <class T>
 struct NodeAllocator {
     using value_type = T;
 
-    explicit NodeAllocator(NodePool& from) noexcept : pool(&from) {}
+    NodeAllocator() noexcept = default;
     template <class Other>
-    NodeAllocator(const NodeAllocator<Other>& other) noexcept : pool(other.pool)
+    NodeAllocator(const NodeAllocator<Other>&) noexcept
     {
     }
-    [[nodiscard]] T* allocate(std::size_t count) { return static_cast<T*>(pool->take(count * sizeof(T))); }
+    [[nodiscard]] T* allocate(std::size_t count)
+    {
+        static_assert(alignof(T) <= alignof(void*));
+        return static_cast<T*>(NodePool::current->take(count * sizeof(T)));
+    }
     void deallocate(T* piece, std::size_t) noexcept { NodePool::giveBack(piece); }
     friend bool operator==(const NodeAllocator&, const NodeAllocator&) = default;
-
-    NodePool* pool;
 };
+
+/// A node in that pool, which need not live as long as the node does.
+template <class Node>
+[[nodiscard]] std::shared_ptr<Node> makeIn(NodePool& pool)
+{
+    NodePool::current = &pool;
+    return std::allocate_shared<Node>(NodeAllocator<Node>(), std::nullopt);
+}
 
 } // namespace dmf::internal
