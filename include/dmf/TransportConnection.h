@@ -58,16 +58,22 @@ public:
     virtual void wake() noexcept = 0;
 
     /// Ends the connection, once: every wait is over, now and from here on, and nothing is moved any more.
-    void end() noexcept;
+    /// `documentIsWhole` is false when what was written is not to be taken for a document: the last write failed or was
+    /// given up, or the channel was released without being closed.
+    void end(bool documentIsWhole = true) noexcept;
     [[nodiscard]] bool isEnded() const noexcept { return isEnded_; }
 
 protected:
     /// Has every wait end, and says good-bye to the device, for a second at most. Called once, when `isEnded` is
-    /// true already.
+    /// true already. A transport of documents ends one that has not been finished, or takes it back when
+    /// `documentIsWhole` is false.
     virtual void disconnect() noexcept = 0;
+    /// As told with the end.
+    [[nodiscard]] bool documentIsWhole() const noexcept { return documentIsWhole_; }
 
 private:
     std::atomic<bool> isEnded_{false};
+    std::atomic<bool> documentIsWhole_{true};
 };
 
 } // namespace dmf

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -96,6 +97,7 @@ private:
 
     mutable std::mutex connectionLock_;               // taken after lock(), for as long as the pointer is copied
     std::shared_ptr<TransportConnection> connection_; // changed with lock() and connectionLock_ held, read with either
+    std::atomic<bool> lastWriteIsWhole_{true};        // false from the begin of a write to its success
     int servedOnTheSpot_ = 0;                         // this and the following guarded by lock()
     Clock::time_point askAgain_{};
 };

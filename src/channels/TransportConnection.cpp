@@ -11,10 +11,12 @@ std::optional<TransportConnection::Status> TransportConnection::finishWriting()
     return ProviderStatus::success;
 }
 
-void TransportConnection::end() noexcept
+void TransportConnection::end(bool documentIsWhole) noexcept
 {
-    if (!isEnded_.exchange(true))
-        disconnect();
+    if (isEnded_.exchange(true))
+        return;
+    documentIsWhole_ = documentIsWhole;
+    disconnect();
 }
 
 } // namespace dmf

@@ -74,14 +74,15 @@ ADMConnectionProvider::Status TransportProvider::performOpen()
     if (!made)
         return ProviderStatus::failed;
     setConnection(std::move(made));
+    lastWriteIsWhole_ = true;
     return ProviderStatus::success;
 }
 
 ADMConnectionProvider::Status TransportProvider::performClose()
 {
     const auto ended = connection();
-    setConnection(nullptr); // whoever still works on it lets go of it soon
-    ended->end();
+    setConnection(nullptr);                    // whoever still works on it lets go of it soon
+    ended->end(lastWriteIsWhole_ && parent()); // a channel that is being destroyed was not closed
     return ProviderStatus::success;
 }
 
@@ -147,7 +148,10 @@ ADMConnectionProvider::Status TransportProvider::performRead(ADMTransferTicket& 
 
 ADMConnectionProvider::Status TransportProvider::performWrite(ADMTransferTicket& ticket)
 {
-    return perform(ticket, Direction::write, &advanceWrite);
+    lastWriteIsWhole_ = false;
+    const Status status = perform(ticket, Direction::write, &advanceWrite);
+    lastWriteIsWhole_ = status == ProviderStatus::success;
+    return status;
 }
 
 ADMConnectionProvider::Status TransportProvider::performFinishWriting(ADMTransferTicket& ticket)
@@ -196,6 +200,8 @@ ADMTransferTicket* TransportProvider::ticketOf(Direction direction) noexcept
 void TransportProvider::requestArrived(ADMTransferTicket& ticket)
 {
     const auto direction = &ticket == readTicket() ? Direction::read : Direction::write;
+    if (direction == Direction::write)
+        lastWriteIsWhole_ = false;
     if (servedOnTheSpot_ < kServedOnTheSpotLimit) {
         ++servedOnTheSpot_;
         serve(direction);
@@ -268,10 +274,14 @@ void TransportProvider::serve(Direction direction)
                 notifyParentOnTicket(ticket, *late);
             return;
         }
+        if (direction == Direction::write)
+            lastWriteIsWhole_ = false;
         const auto before = ticket->processed();
         const auto status =
             direction == Direction::read ? advanceRead(*ticket, *current) : advanceWrite(*ticket, *current);
         const bool hasMoved = ticket->processed() != before;
+        if (direction == Direction::write && status == ProviderStatus::success)
+            lastWriteIsWhole_ = true;
         if (status || (hasMoved && !ticket->isSynchronous()))
             notifyParentOnTicket(ticket, status.value_or(ProviderStatus::success));
         if (status.value_or(ProviderStatus::success) != ProviderStatus::success || !hasMoved)

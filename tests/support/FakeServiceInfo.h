@@ -27,7 +27,7 @@ public:
     bool isReachable() override { return device_ != nullptr; }
     std::shared_ptr<ADMIOProvider> ioProvider() const override { return provider; }
     std::optional<std::string> connectionType() const override { return type_; }
-    dmf::Dictionary connectionParams() const override { return {}; }
+    dmf::Dictionary connectionParams() const override { return params_; }
     std::optional<std::string> uri() override { return "fake://device"; }
 
     std::optional<std::string> vendorName() override { return std::nullopt; }
@@ -38,7 +38,7 @@ public:
     void setVendorName(std::optional<std::string>) override {}
     void setModelName(std::optional<std::string>) override {}
     void setDeviceName(std::optional<std::string>) override {}
-    void setConnectionParams(const dmf::Dictionary&) override {}
+    void setConnectionParams(const dmf::Dictionary& params) override { params_.merge(params); }
     void setModelInfo(std::shared_ptr<ADMCoreModelInfo>) override {}
     void setServiceState(std::uint32_t) override {}
     void setResolvedSpec(const dmf::Dictionary&) override {}
@@ -64,4 +64,5 @@ public:
 private:
     std::shared_ptr<IDMDevice> device_;
     std::string type_;
+    dmf::Dictionary params_;
 };

@@ -86,6 +86,16 @@ std::string summary(const Json& fields)
            decimal(fields["seconds"].get<double>(), 2) + " s\n";
 }
 
+/// The document was sent, but the device did not say that it took it.
+Failure unfinished(const Dictionary& error, Json fields)
+{
+    const Number* const code = error[kDMErrorCode].asNumber();
+    if (code && code->int32Value() == static_cast<std::int32_t>(ChannelError::timedOut))
+        return {ExitCode::timedOut, "the device did not say within the time-out that it has taken the document",
+                fields};
+    return {ExitCode::failed, "the device did not take the document", std::move(fields)};
+}
+
 ExitCode send(Session& session, const SendOptions& options)
 {
     const auto start = std::chrono::steady_clock::now();
@@ -99,6 +109,10 @@ ExitCode send(Session& session, const SendOptions& options)
     });
     Transfer transfer(session.out, channel, {options.timeout, options.answer, input.size()});
     const auto outcome = transfer.run(input.descriptor());
+    Dictionary refusal;
+    // A device that is to answer may take the end of the document for the end of the conversation.
+    const bool isPrinted = outcome.code != ExitCode::done || options.answer || Interrupt::requested() ||
+                           channel->finishWriting(options.timeout, &refusal);
     channel->close();
     session.out.progress({});
 
@@ -111,6 +125,8 @@ ExitCode send(Session& session, const SendOptions& options)
         throw Failure(ExitCode::interrupted, "interrupted after " + byteCount(outcome.bytes), fields);
     if (outcome.code != ExitCode::done)
         throw Failure(outcome.code, outcome.reason + " after " + byteCount(outcome.bytes), fields);
+    if (!isPrinted)
+        throw unfinished(refusal, fields);
     if (options.answer && !session.out.json) // standard output belongs to the device's answer
         session.out.note(summary(fields).substr(0, summary(fields).size() - 1));
     else
