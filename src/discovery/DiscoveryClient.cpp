@@ -177,8 +177,11 @@ void DiscoveryClient::handOver(RunLoopFeed::Call call, const Session* about)
     {
         std::lock_guard guard(lock_);
         const Session* const session = about ? about : session_.get();
-        if (const Feed& feed = session && session->feed ? session->feed : feed_) {
-            feed->add(std::move(call));
+        if (session && session->feed && session->feed->add(call))
+            return;
+        // A synchronous run that is over takes nothing any more.
+        if (feed_) {
+            feed_->add(std::move(call));
             return;
         }
     }

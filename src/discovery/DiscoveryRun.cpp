@@ -3,6 +3,7 @@
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
+#include <dmf/platform/Format.h>
 
 #include <utility>
 
@@ -21,7 +22,7 @@ constexpr std::chrono::seconds kEndLimit{2};
 std::shared_ptr<const Class> implementorFor(const std::string& connectionType)
 {
     const Dictionary matching{{std::string(kDMServiceConnectionType), connectionType}};
-    return guarded("Discovery", "while the plug-in for a connection type was loaded",
+    return guarded("Discovery", formatted("while the plug-in for '%@' connection was loaded", connectionType),
                    [&] {
                        return ADMPlugInManager::sharedManager()->implementorForProtocol(IDMServiceDiscovery::protocol(),
                                                                                         matching);

@@ -285,6 +285,27 @@ TEST(DiscoveryFaults, ASynchronousRunMayBeStoppedAndBegunAnewFromAReport)
     EXPECT_FALSE(session.discovery->runLoop());
 }
 
+TEST(DiscoveryFaults, TheEndOfASynchronousRunIsToldThoughTheRunIsOverBefore)
+{
+    DiscoveryHost host;
+    std::latch gate(1);
+    host.backEnds.onStop = [&] { gate.wait(); };
+    host.backEnds.onStart = [](FakeServiceDiscovery& it) {
+        it.report(serviceAt("10.0.0.1"));
+        return 0U;
+    };
+    Session session;
+    std::future<void> stopped;
+    session.delegate->discoveryDidFindService = [&](auto&, const auto&) {
+        stopped = std::async(std::launch::async, [&] { session.discovery->stop(); });
+    };
+    // Another thread ends it, and waits for the back end.
+    EXPECT_EQ(session.discovery->performDiscoveryForConnectionTypes(kFake, 60)->size(), 1U);
+    gate.count_down();
+    ASSERT_TRUE(session.hears(2));
+    EXPECT_THAT(session.heard, ElementsAre("will start", "did stop"));
+}
+
 TEST(DiscoveryFaults, WhatClientsThrowOnTheDiscoveryThreadStaysThere)
 {
     DiscoveryHost host;
