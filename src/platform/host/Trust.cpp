@@ -50,7 +50,7 @@ bool isTrustedGroup(gid_t group) noexcept
     return group == 0 || (!isRaised() && group == ::geteuid());
 }
 
-std::string errorText(int code)
+std::string systemText(int code)
 {
     return std::generic_category().message(code);
 }
@@ -121,7 +121,7 @@ std::string reasonAgainstWriters(const struct stat& status, const Attribute& att
     if (size < 0 && (errno == ENODATA || errno == ENOTSUP || errno == ENOSYS)) // it has none
         return reasonAgainstGroup(status.st_gid, name);
     if (size < 0)
-        return name + " has an access list that cannot be read: " + errorText(errno);
+        return name + " has an access list that cannot be read: " + systemText(errno);
     bytes.resize(static_cast<std::size_t>(size));
     const auto entries = parseAccessList(bytes);
     return entries ? reasonInAccessList(*entries, status.st_gid, name) : name + " has a malformed access list";
@@ -150,7 +150,7 @@ std::string reasonAgainstFolderOnTheWay(const std::string& folder)
 {
     struct stat status {};
     if (::lstat(folder.c_str(), &status) != 0)
-        return folder + ": " + errorText(errno);
+        return folder + ": " + systemText(errno);
     if (!S_ISDIR(status.st_mode))
         return folder + " is not a folder any more";
     if (auto reason = reasonAgainstOwner(status, folder); !reason.empty())
@@ -169,7 +169,7 @@ std::string reasonNotToTrust(const std::string& path)
 {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
-        return path + ": " + errorText(errno);
+        return path + ": " + systemText(errno);
     return reasonAgainst(status, attributeAt(path), path);
 }
 
@@ -177,7 +177,7 @@ std::string reasonNotToTrust(int descriptor, const std::string& name)
 {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0)
-        return name + ": " + errorText(errno);
+        return name + ": " + systemText(errno);
     const auto attribute = [descriptor](const char* key, void* value, std::size_t size) {
         return ::fgetxattr(descriptor, key, value, size);
     };
