@@ -100,7 +100,7 @@ EmulatedPrinter::EmulatedPrinter(EmulatedSpec spec, std::string driverFolder)
 
 EmulatedPrinter::~EmulatedPrinter()
 {
-    g_signal_handlers_disconnect_by_data(handler_, this);
+    g_signal_handlers_disconnect_matched(handler_, G_SIGNAL_MATCH_DATA, 0, 0, nullptr, nullptr, this);
     g_object_unref(handler_);
 }
 

@@ -4,10 +4,14 @@
 #include <umockdev.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -54,6 +58,19 @@ std::string four(int number)
     return text;
 }
 
+/// Whether a program has the file open. umockdev ends whoever still has one when the far end goes.
+bool isOpenSomewhere(const std::string& path)
+{
+    std::error_code error;
+    for (const auto& process : std::filesystem::directory_iterator("/proc", error)) {
+        std::error_code unreadable;
+        for (const auto& file : std::filesystem::directory_iterator(process.path() / "fd", unreadable))
+            if (std::filesystem::read_symlink(file.path(), unreadable).native().starts_with(path))
+                return true;
+    }
+    return false;
+}
+
 void require(bool isDone, GError* error)
 {
     if (!isDone)
@@ -94,8 +111,10 @@ EmulatedUsb::EmulatedUsb() : bed_(umockdev_testbed_new())
 
 EmulatedUsb::~EmulatedUsb()
 {
-    for (const auto& [place, printer] : plugged_)
-        printer->pullOut();
+    while (!plugged_.empty())
+        unplug(plugged_.begin()->first);
+    while (!departed_.empty())
+        leave(departed_.begin()->first);
     g_object_unref(bed_);
 }
 
@@ -156,6 +175,7 @@ void EmulatedUsb::plug(const std::shared_ptr<EmulatedPrinter>& printer)
         attribute("serial", spec.serialNumber) + "H: descriptors=" + hexadecimal(spec.descriptorBytes()) + "\n\n";
     GError* error = nullptr;
     // Whoever hears of the device may call it at once.
+    leave(node);
     if (spec.hasNode)
         require(umockdev_testbed_attach_ioctl(bed_, ("/dev/" + node).c_str(), printer->handler(), &error), error);
     plugged_[spec.place] = printer;
@@ -164,7 +184,7 @@ void EmulatedUsb::plug(const std::shared_ptr<EmulatedPrinter>& printer)
         require(umockdev_testbed_add_from_string(bed_, interfaces.c_str(), &error), error);
 }
 
-void EmulatedUsb::unplug(const std::string& place)
+void EmulatedUsb::unplug(std::string place)
 {
     const auto found = plugged_.find(place);
     if (found == plugged_.end())
@@ -176,11 +196,23 @@ void EmulatedUsb::unplug(const std::string& place)
     const auto path = "/sys" + devicePath(spec);
     umockdev_testbed_uevent(bed_, path.c_str(), "remove");
     if (spec.hasNode)
-        umockdev_testbed_detach_ioctl(bed_, ("/dev/" + nodeOf(spec)).c_str(), nullptr);
+        departed_[nodeOf(spec)] = printer;
     for (const auto& each : spec.interfaces)
         if (each.alternate == 0)
             umockdev_testbed_remove_device(bed_, (path + "/" + place + ":1." + std::to_string(each.number)).c_str());
     umockdev_testbed_remove_device(bed_, path.c_str());
+}
+
+void EmulatedUsb::leave(std::string node)
+{
+    const auto found = departed_.find(node);
+    if (found == departed_.end())
+        return;
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (isOpenSomewhere(folder_ + "/dev/" + node) && std::chrono::steady_clock::now() < limit)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    umockdev_testbed_detach_ioctl(bed_, ("/dev/" + node).c_str(), nullptr);
+    departed_.erase(found);
 }
 
 void EmulatedUsb::withoutEvents()

@@ -30,7 +30,7 @@ public:
     void plug(const std::shared_ptr<EmulatedPrinter>& printer);
     std::shared_ptr<EmulatedPrinter> plug(const EmulatedSpec& spec = {});
     /// The kernel's event comes first, and then the device goes from the tree.
-    void unplug(const std::string& place);
+    void unplug(std::string place);
     /// From now on nobody who begins to listen for events hears any.
     void withoutEvents();
     /// Where the emulated files lie.
@@ -39,8 +39,11 @@ public:
 private:
     [[nodiscard]] std::string devicePath(const EmulatedSpec& spec) const;
     void addBus(int number);
+    /// Ends the far end of a node that no device has any more, once nobody has it open.
+    void leave(std::string node);
     _UMockdevTestbed* bed_;
     std::string folder_;
-    std::map<std::string, std::shared_ptr<EmulatedPrinter>> plugged_;
+    std::map<std::string, std::shared_ptr<EmulatedPrinter>> plugged_;  // by place
+    std::map<std::string, std::shared_ptr<EmulatedPrinter>> departed_; // by node
     std::map<int, bool> buses_;
 };
