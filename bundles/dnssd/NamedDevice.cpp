@@ -45,7 +45,10 @@ std::shared_ptr<IDMDevice> NamedDevice::initFromInfo(const Dictionary& spec,
     auto connected = socket::connectTo(resolved.endpoint, Clock::now() + kReachLimit, isCancelled);
     if (connected.outcome != Outcome::done)
         return nullptr;
-    return std::make_shared<NamedDevice>(*std::move(service), std::move(resolved), spec, std::move(connected.address));
+    const auto device =
+        std::make_shared<NamedDevice>(*std::move(service), std::move(resolved), spec, std::move(connected.address));
+    device->keep(std::move(connected.socket));
+    return device;
 }
 
 NamedDevice::NamedDevice(ServiceName service, Resolved resolved, const Dictionary& spec, std::string address)

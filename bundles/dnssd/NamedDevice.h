@@ -14,7 +14,7 @@ namespace dmf::dnssd {
 /// ports change. Thread-safe.
 class NamedDevice final : public socket::NetworkDevice {
 public:
-    /// A device that was just found and reached: resolves, connects and hangs up. Empty when the description names no
+    /// A device that was just found and reached: resolves and connects. Empty when the description names no
     /// DNS-SD service, when that is not done within five seconds for each of the two, or when `handler` cancels.
     [[nodiscard]] static std::shared_ptr<IDMDevice> initFromInfo(const Dictionary& spec,
                                                                  const std::shared_ptr<IDMDeviceHandler>& handler);

@@ -1,4 +1,11 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <future>
+#include <stdexcept>
 
 #include "ToolFixture.h"
 
@@ -36,6 +43,44 @@ private:
     Process process_;
 };
 
+// A device that takes one connection, and then listens no more.
+class OneConnectionDevice {
+public:
+    OneConnectionDevice()
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto* const name = reinterpret_cast<sockaddr*>(&address);
+        if (::bind(listener_, name, length) != 0 || ::listen(listener_, 1) != 0 ||
+            ::getsockname(listener_, name, &length) != 0)
+            throw std::runtime_error("no loopback");
+        uri = "socket://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "?vendor=QL&product=One";
+        content_ = std::async(std::launch::async, [this] { return takeOne(); });
+    }
+    // What came over its one connection; waits for its end.
+    std::size_t bytes() { return content_.get(); }
+
+    std::string uri;
+
+private:
+    std::size_t takeOne() const
+    {
+        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        ::close(listener_);
+        std::size_t total = 0;
+        char buffer[65536];
+        for (ssize_t got = 0; (got = ::read(socket, buffer, sizeof buffer)) > 0;)
+            total += static_cast<std::size_t>(got);
+        ::close(socket);
+        return total;
+    }
+
+    const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::future<std::size_t> content_;
+};
+
 class Send : public ToolTest {
 protected:
     // A megabyte and a bit, so that it does not fit into buffers on the way.
@@ -56,6 +101,14 @@ TEST_F(Send, AFileArrivesWhole)
     EXPECT_EQ(empty.status, 0) << empty.err;
     EXPECT_EQ(empty.json["bytes"], 0);
     EXPECT_EQ(device.end().status, 130);
+}
+
+TEST_F(Send, AJobIsOneConnection)
+{
+    OneConnectionDevice device;
+    const auto result = json({"send", device.uri, bigFile()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(device.bytes(), 5'000'000u);
 }
 
 TEST_F(Send, StandardInputIsSentAndTheAnswerPrintedEvenWhileInputIsStillOpen)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <string>
@@ -124,6 +125,8 @@ public:
         return std::make_unique<Peer>(nullptr, address, port);
     }
 
+    /// How many connections were taken so far.
+    int taken() const { return taken_; }
     bool isListening() const { return isListening_; }
     std::uint16_t port() const { return port_; }
     dmf::socket::Endpoint endpoint() const { return {"", {address_}, port_}; }
@@ -138,6 +141,7 @@ private:
             dmf::socket::FileDescriptor socket(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
             if (!socket)
                 continue;
+            ++taken_;
             auto conversation = std::make_shared<Conversation>(std::move(socket), end_.get());
             conversations_.emplace_back([this, conversation] { script_(*conversation); });
         }
@@ -157,6 +161,7 @@ private:
     dmf::socket::FileDescriptor listener_;
     dmf::socket::FileDescriptor end_{::eventfd(0, EFD_CLOEXEC)};
     bool isListening_ = false;
+    std::atomic<int> taken_{0};
     std::uint16_t port_ = 0;
     std::thread accepting_;
     std::list<std::thread> conversations_;

@@ -400,6 +400,74 @@ TEST(SocketChannel, MayBeReleasedOnItsWorker)
     EXPECT_TRUE(turnUntil([&] { return watched.expired() && provider.expired(); }));
 }
 
+TEST(SocketDevice, TheConnectionThatProvedItReachableIsTheChannels)
+{
+    Peer peer([](Conversation& far) { far.send("took " + far.receive(3)); });
+    const auto device = NetworkDevice::reach(peer.endpoint(), {}, nullptr);
+    ASSERT_TRUE(device && device->isReachable());
+    const auto channel = ADMDuplexDataChannelBase::initWithServiceInfo<SocketChannel>(
+        std::make_shared<FakeServiceInfo>(device), "Print");
+    ASSERT_TRUE(channel->open());
+    EXPECT_EQ(written(*channel, Data::fromText("job")), "done");
+    EXPECT_EQ(received(*channel, 8), "took job");
+    EXPECT_EQ(peer.taken(), 1);
+    // Each is handed over once.
+    channel->close();
+    ASSERT_TRUE(channel->open());
+    EXPECT_EQ(written(*channel, Data::fromText("two")), "done");
+    EXPECT_EQ(received(*channel, 8), "took two");
+    EXPECT_EQ(peer.taken(), 2);
+    channel->close();
+    ASSERT_TRUE(device->isReachable());
+    ASSERT_TRUE(channel->open());
+    EXPECT_EQ(written(*channel, Data::fromText("six")), "done");
+    EXPECT_EQ(peer.taken(), 3);
+}
+
+TEST(SocketDevice, AConnectionThatNobodyTakesIsEndedInOrder)
+{
+    std::atomic<int> endings{0};
+    Peer peer([&](Conversation& far) {
+        const bool isFirst = endings == 0;
+        if (isFirst)
+            far.send("hello");
+        EXPECT_EQ(far.receiveAll(), "");
+        if (isFirst) {
+            EXPECT_TRUE(far.send("still")) << "not reset by its greeting";
+        }
+        ++endings;
+    });
+    auto device = NetworkDevice::reach(peer.endpoint(), {}, nullptr);
+    ASSERT_TRUE(device);
+    EXPECT_TRUE(turnUntil([&] { return endings == 1; })) << "while the device lives";
+    EXPECT_TRUE(device->isReachable());
+    device.reset();
+    EXPECT_TRUE(turnUntil([&] { return endings == 2; })) << "and with the device";
+}
+
+TEST(SocketDevice, AConnectionThatTheDeviceEndedIsNotHandedOn)
+{
+    std::promise<void> ended;
+    Peer peer([&, first = true](Conversation& far) mutable {
+        if (!std::exchange(first, false)) {
+            far.send(far.receive(3));
+            return;
+        }
+        far.endSending();
+        ended.set_value();
+        far.stayQuiet();
+    });
+    const auto device = NetworkDevice::reach(peer.endpoint(), {}, nullptr);
+    ASSERT_TRUE(device);
+    ended.get_future().wait();
+    const auto channel = ADMDuplexDataChannelBase::initWithServiceInfo<SocketChannel>(
+        std::make_shared<FakeServiceInfo>(device), "Print");
+    ASSERT_TRUE(channel->open());
+    EXPECT_EQ(written(*channel, Data::fromText("job")), "done");
+    EXPECT_EQ(received(*channel, 3), "job");
+    EXPECT_EQ(peer.taken(), 2);
+}
+
 TEST(SocketBundle, SuppliesItsClasses)
 {
     Peer peer([](Conversation& far) { far.send(far.receive(2)); });

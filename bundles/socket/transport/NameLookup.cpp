@@ -2,8 +2,6 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
-#include <pthread.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -11,8 +9,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <system_error>
-#include <thread>
+
+#include "BundleThread.h"
 
 namespace dmf::socket {
 
@@ -80,24 +78,6 @@ void answer(const std::shared_ptr<Lookup>& lookup, std::vector<Address> addresse
     lookup->answered.notify_all();
 }
 
-/// Starts a thread that takes no signals: those are the host program's.
-bool startThread(const std::shared_ptr<Lookup>& lookup)
-{
-    sigset_t all, before;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
-    try {
-        std::thread thread([lookup] { answer(lookup, resolve(lookup->name, 0)); });
-        ::pthread_setname_np(thread.native_handle(), "dmf-lookup");
-        thread.detach();
-    } catch (const std::system_error&) {
-        started = false;
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return started;
-}
-
 std::shared_ptr<Lookup> lookupOf(const std::string& name)
 {
     std::lock_guard guard(lookups().lock);
@@ -105,7 +85,7 @@ std::shared_ptr<Lookup> lookupOf(const std::string& name)
     if (!lookup) {
         lookup = std::make_shared<Lookup>();
         lookup->name = name;
-        if (!startThread(lookup)) {
+        if (!startThread("dmf-lookup", [lookup] { answer(lookup, resolve(lookup->name, 0)); })) {
             lookups().underWay.erase(name);
             return nullptr;
         }

@@ -13,10 +13,12 @@ std::shared_ptr<NetworkDevice> NetworkDevice::reach(Endpoint endpoint, const Dic
                                                     const std::shared_ptr<IDMDeviceHandler>& handler)
 {
     const auto isCancelled = [&] { return handler && handler->isCanceledForDevice(nullptr); };
-    const auto connected = connectTo(endpoint, Clock::now() + kSearchLimit, isCancelled);
+    auto connected = connectTo(endpoint, Clock::now() + kSearchLimit, isCancelled);
     if (connected.outcome != Outcome::done)
         return nullptr;
-    return std::make_shared<NetworkDevice>(std::move(endpoint), spec, connected.address);
+    const auto device = std::make_shared<NetworkDevice>(std::move(endpoint), spec, connected.address);
+    device->keep(std::move(connected.socket));
+    return device;
 }
 
 NetworkDevice::NetworkDevice(Endpoint endpoint, const Dictionary& spec, std::string address)
@@ -45,12 +47,19 @@ Outcome NetworkDevice::findEndpoint(Clock::time_point, const CancelQuestion&, En
     return Outcome::done;
 }
 
-Connected NetworkDevice::connect(Clock::time_point deadline, const CancelQuestion& isCancelled)
+Connected NetworkDevice::connectAnew(Clock::time_point deadline, const CancelQuestion& isCancelled)
 {
     Endpoint endpoint;
     if (const auto outcome = findEndpoint(deadline, isCancelled, endpoint); outcome != Outcome::done)
         return {outcome, {}, {}};
     return connectTo(endpoint, deadline, isCancelled);
+}
+
+Connected NetworkDevice::connect(Clock::time_point deadline, const CancelQuestion& isCancelled)
+{
+    if (auto held = held_.take())
+        return {Outcome::done, std::move(held), {}};
+    return connectAnew(deadline, isCancelled);
 }
 
 bool NetworkDevice::isReachable()
@@ -60,7 +69,13 @@ bool NetworkDevice::isReachable()
         if (!use_.expired())
             return true;
     }
-    return connect(Clock::now() + kReachLimit, {}).outcome == Outcome::done;
+    if (held_.stands())
+        return true;
+    auto connected = connectAnew(Clock::now() + kReachLimit, {});
+    if (connected.outcome != Outcome::done)
+        return false;
+    keep(std::move(connected.socket));
+    return true;
 }
 
 Dictionary NetworkDevice::retrieveParameters(const Dictionary&, std::shared_ptr<IDMDeviceHandler>)
