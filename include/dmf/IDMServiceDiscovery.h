@@ -43,6 +43,8 @@ public:
     /// back ends wait for their turn.
     [[nodiscard]] virtual bool startServiceDiscovery(dmf::Dictionary* error) = 0;
     /// No report reaches the delegate once this has returned, save one that is under way on the discovery thread.
+    /// Called on any thread, at the same time for other back ends; should return within a second. What either of the
+    /// two throws is logged, and the back end has failed.
     virtual void stop() = 0;
 
     /// What keeps a started back end from finding services just now (kDMErrorDescription, kDMErrorCode); empty while it

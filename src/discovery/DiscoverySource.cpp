@@ -113,10 +113,8 @@ std::shared_ptr<IDMServiceDiscoveryDelegate> DiscoverySource::reportsToThis()
 {
     const auto handOn = [weak = weak_from_this()](const Service& service, Change change) {
         const auto source = weak.lock();
-        if (!source || !service || !source->report_(service, change) || change == Change::lost)
-            return;
-        std::lock_guard guard(source->lock_);
-        ++source->finds_;
+        if (source && service && source->report_(service, change) && change == Change::found)
+            ++source->finds_;
     };
     auto reports = std::make_shared<IDMServiceDiscoveryDelegate>();
     reports->serviceDiscoveryDidFindService = [handOn](IDMServiceDiscovery&, const Service& service) {

@@ -4,6 +4,7 @@
 #include <dmf/IDMServiceDiscovery.h>
 #include <dmf/platform/Class.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -78,7 +79,7 @@ private:
     State state_ = State::waiting; // guarded by lock_
     BackEnd backEnd_;              // guarded by lock_; there while it runs
     Dictionary error_;             // guarded by lock_; what it failed by, or suffered from as it stopped
-    std::uint64_t finds_ = 0;      // guarded by lock_
+    std::atomic<std::uint64_t> finds_{0};
 };
 
 } // namespace dmf::internal
