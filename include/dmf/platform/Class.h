@@ -85,7 +85,8 @@ private:
     State* state_;
 };
 
-/// Registers a class while its shared object is loaded; used by DMF_REGISTER_CLASS.
+/// Registers a class while its shared object is loaded; used by DMF_REGISTER_CLASS. What `describe` throws, of any
+/// type, ends here: the class does not exist, and its bundle is refused with the reason (Bundle::load).
 struct DMF_EXPORT ClassRegistration {
     ClassRegistration(const char* name, const void* anchor, void (*describe)(Class&));
 };
@@ -96,6 +97,8 @@ struct DMF_EXPORT ClassRegistration {
 ///     {
 ///         described.implements<IDMDevice>(&SocketDevice::initFromInfo);
 ///     }
+///
+/// An exception out of what follows is kept in. One out of any other static initialiser of a plug-in ends the program.
 #define DMF_REGISTER_CLASS(name)                                                                                       \
     static void dmfDescribeClass_##name(::dmf::Class& described);                                                      \
     static const ::dmf::ClassRegistration dmfClassRegistration_##name(                                                 \

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <memory>
 #include <system_error>
 
 namespace dmf::internal {
@@ -45,6 +47,12 @@ std::string folderOf(const std::string& path)
     if (slash == std::string::npos)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::optional<std::string> realPath(const std::string& path)
+{
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
 }
 
 std::optional<std::vector<std::uint8_t>> readRegularFile(const std::string& path, std::size_t limit, Links links,

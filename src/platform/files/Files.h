@@ -17,6 +17,9 @@ enum class Links : std::uint8_t { follow, refuse };
 /// The path of the folder that the last part of `path` lies in. Thread-safe.
 [[nodiscard]] std::string folderOf(const std::string& path);
 
+/// The path without links, "." and ".."; nothing, with the reason in errno, when it leads nowhere. Thread-safe.
+[[nodiscard]] std::optional<std::string> realPath(const std::string& path);
+
 /// The refusal of a file that holds more than the limit.
 inline constexpr std::string_view kTooLarge = "is too large";
 

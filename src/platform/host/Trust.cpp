@@ -18,9 +18,9 @@
 namespace dmf::internal {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using AccessBytes = std::vector<unsigned char>;
 /// Gets the extended attribute of that name as getxattr does, whichever way the file is known.
-using Attribute = std::function<ssize_t(const char* name, void* value, std::size_t size)>;
+using AttributeReader = std::function<ssize_t(const char* name, void* value, std::size_t size)>;
 
 // The kernel's form of an access list: a version, then entries of tag, permissions and ID, all little-endian.
 constexpr const char* kAccessList = "system.posix_acl_access";
@@ -28,7 +28,7 @@ constexpr std::uint32_t kAccessListVersion = 2;
 constexpr std::size_t kHeaderSize = 4;
 constexpr std::size_t kEntrySize = 8;
 constexpr std::uint16_t kMayWrite = 2;
-enum Tag : std::uint16_t { namedUser = 0x02, owningGroup = 0x04, namedGroup = 0x08, mask = 0x10 };
+enum AccessTag : std::uint16_t { namedUser = 0x02, owningGroup = 0x04, namedGroup = 0x08, mask = 0x10 };
 
 bool isRaised() noexcept
 {
@@ -55,13 +55,13 @@ std::string systemText(int code)
     return std::generic_category().message(code);
 }
 
-struct Entry {
+struct AccessEntry {
     std::uint16_t tag;
     std::uint16_t permissions;
     std::uint32_t id;
 };
 
-std::optional<std::vector<Entry>> parseAccessList(const Bytes& bytes)
+std::optional<std::vector<AccessEntry>> parseAccessList(const AccessBytes& bytes)
 {
     std::uint32_t version = 0;
     if (bytes.size() < kHeaderSize || (bytes.size() - kHeaderSize) % kEntrySize != 0)
@@ -69,9 +69,9 @@ std::optional<std::vector<Entry>> parseAccessList(const Bytes& bytes)
     std::memcpy(&version, bytes.data(), sizeof version);
     if (le32toh(version) != kAccessListVersion)
         return std::nullopt;
-    std::vector<Entry> entries;
+    std::vector<AccessEntry> entries;
     for (std::size_t at = kHeaderSize; at < bytes.size(); at += kEntrySize) {
-        Entry entry{};
+        AccessEntry entry{};
         std::memcpy(&entry.tag, bytes.data() + at, 2);
         std::memcpy(&entry.permissions, bytes.data() + at + 2, 2);
         std::memcpy(&entry.id, bytes.data() + at + 4, 4);
@@ -87,22 +87,22 @@ std::string reasonAgainstGroup(gid_t group, const std::string& name)
 }
 
 // With an access list the mode's group bits are its mask, which says what the list grants at most, not to whom.
-std::string reasonInAccessList(const std::vector<Entry>& entries, gid_t group, const std::string& name)
+std::string reasonInAccessList(const std::vector<AccessEntry>& entries, gid_t group, const std::string& name)
 {
     std::uint16_t most = kMayWrite;
-    for (const Entry& entry : entries) {
-        if (entry.tag == Tag::mask)
+    for (const AccessEntry& entry : entries) {
+        if (entry.tag == AccessTag::mask)
             most = entry.permissions;
     }
     std::string reason;
-    for (const Entry& entry : entries) {
+    for (const AccessEntry& entry : entries) {
         if ((entry.permissions & most & kMayWrite) == 0)
             continue;
-        if (entry.tag == Tag::namedUser && !isTrustedUser(entry.id))
+        if (entry.tag == AccessTag::namedUser && !isTrustedUser(entry.id))
             reason = name + " can be written by another user (" + std::to_string(entry.id) + "), says its access list";
-        else if (entry.tag == Tag::owningGroup)
+        else if (entry.tag == AccessTag::owningGroup)
             reason = reasonAgainstGroup(group, name);
-        else if (entry.tag == Tag::namedGroup && !isTrustedGroup(entry.id))
+        else if (entry.tag == AccessTag::namedGroup && !isTrustedGroup(entry.id))
             reason = name + " can be written by another group (" + std::to_string(entry.id) + "), says its access list";
         if (!reason.empty())
             return reason;
@@ -110,13 +110,13 @@ std::string reasonInAccessList(const std::vector<Entry>& entries, gid_t group, c
     return {};
 }
 
-std::string reasonAgainstWriters(const struct stat& status, const Attribute& attribute, const std::string& name)
+std::string reasonAgainstWriters(const struct stat& status, const AttributeReader& attribute, const std::string& name)
 {
     if (status.st_mode & S_IWOTH)
         return name + " can be written by everybody";
     if ((status.st_mode & S_IWGRP) == 0) // the mask of an access list, too: it lets nobody write
         return {};
-    Bytes bytes(64 * 1024); // the most that an attribute holds
+    AccessBytes bytes(64 * 1024); // the most that an attribute holds
     const ssize_t size = attribute(kAccessList, bytes.data(), bytes.size());
     if (size < 0 && (errno == ENODATA || errno == ENOTSUP || errno == ENOSYS)) // it has none
         return reasonAgainstGroup(status.st_gid, name);
@@ -133,14 +133,14 @@ std::string reasonAgainstOwner(const struct stat& status, const std::string& nam
                                         : name + " belongs to another user (" + std::to_string(status.st_uid) + ")";
 }
 
-Attribute attributeAt(const std::string& path)
+AttributeReader attributeAt(const std::string& path)
 {
     return [&path](const char* name, void* value, std::size_t size) {
         return ::getxattr(path.c_str(), name, value, size);
     };
 }
 
-std::string reasonAgainst(const struct stat& status, const Attribute& attribute, const std::string& name)
+std::string reasonAgainst(const struct stat& status, const AttributeReader& attribute, const std::string& name)
 {
     auto reason = reasonAgainstOwner(status, name);
     return reason.empty() ? reasonAgainstWriters(status, attribute, name) : reason;

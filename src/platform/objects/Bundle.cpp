@@ -6,8 +6,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -16,7 +14,7 @@
 #include "platform/files/Files.h"
 #include "platform/host/Host.h"
 #include "platform/host/Trust.h"
-#include "platform/objects/Modules.h"
+#include "platform/objects/BundleObject.h"
 
 namespace dmf {
 namespace {
@@ -77,14 +75,20 @@ std::string errorText(int code)
     return std::generic_category().message(code);
 }
 
-/// The folder at `path` in the form under which its bundle is kept.
-std::string normalized(std::string_view path)
+/// The folder at `path` in the form under which its bundle is kept: no link but perhaps itself. The same bundle is
+/// found by any path that leads to it, whichever folder the process is in; nothing when its folder is gone.
+std::optional<std::string> normalized(std::string_view path)
 {
-    std::error_code ignored;
-    std::string text = std::filesystem::absolute(path, ignored).lexically_normal().string();
+    std::string text(path);
     while (text.size() > 1 && text.back() == '/')
         text.pop_back();
-    return text;
+    const std::string name = text.substr(text.rfind('/') + 1); // rfind gives npos, the number before 0
+    if (name == "." || name == "..")
+        return internal::realPath(text);
+    auto folder = internal::realPath(internal::folderOf(text));
+    if (folder)
+        folder->append(folder->ends_with('/') ? "" : "/").append(name);
+    return folder;
 }
 
 bool isBundleFolder(const std::string& path, std::string* refusal)
@@ -101,45 +105,23 @@ bool isBundleFolder(const std::string& path, std::string* refusal)
     return S_ISDIR(status.st_mode) || refuse(refusal, "it is not a folder");
 }
 
-std::optional<std::string> realPath(const std::string& path)
-{
-    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
-    return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
-}
-
-/// The object that a description names, every link resolved: it must lie inside the folder, and it and each folder on
-/// the way down to it must be trusted.
-std::optional<std::string> trustedObject(const std::string& folder, const std::string& name, std::string* refusal)
-{
-    const auto object = realPath(folder + "/" + name);
-    if (!object) {
-        refuse(refusal, "its object " + name + " cannot be found: " + errorText(errno));
-        return std::nullopt;
-    }
-    const auto home = realPath(folder);
-    if (!home || !object->starts_with(*home + "/")) {
-        refuse(refusal, "its object " + name + " lies outside its folder");
-        return std::nullopt;
-    }
-    for (std::filesystem::path path = *object; path != *home; path = path.parent_path()) {
-        if (auto reason = internal::reasonNotToTrust(path.string()); !reason.empty()) {
-            refuse(refusal, std::move(reason));
-            return std::nullopt;
-        }
-    }
-    return object;
-}
-
 std::string libraryFolder()
 {
-    if (const auto& replaced = Host::current().libraryFolder)
-        return *replaced;
-    static const std::string* const folder = [] {
-        const Module library = internal::moduleOf(reinterpret_cast<const void*>(&libraryFolder));
-        std::error_code ignored;
-        return new std::string(std::filesystem::absolute(library.file, ignored).parent_path().string());
-    }();
-    return *folder;
+    const auto& replaced = Host::current().libraryFolder;
+    return replaced ? *replaced : internal::ownFolder();
+}
+
+bool fitsTheLibrary(const Dictionary& info, std::string* refusal)
+{
+    const Value& stated = info[kPlugInInterfaceNumberKey];
+    if (stated.isNull())
+        return refuse(refusal,
+                      "it states no plug-in interface number (" + std::string(kPlugInInterfaceNumberKey) + ")");
+    if (stated == Value(kPlugInInterfaceNumber))
+        return true;
+    const std::string text = stated.asDictionary() || stated.asArray() ? "that is none" : stated.description();
+    return refuse(refusal, "it was built for plug-in interface number " + text + ", not " +
+                               std::to_string(kPlugInInterfaceNumber));
 }
 
 } // namespace
@@ -148,19 +130,21 @@ struct Bundle::Private {
     std::string path;
     bool isLibrary = false;
     std::atomic<bool> loaded{false};
-    std::recursive_mutex lock; // recursive: an object may ask for its own description as it comes in
-    Dictionary info;           // guarded by lock
-    FileSignature signature;   // of the description that `info` was read from; guarded by lock
+    std::mutex lock;
+    Dictionary info;         // guarded by lock
+    FileSignature signature; // of the description that `info` was read from; guarded by lock
+    std::string fault;       // why its code, which is in the process, must not be used; guarded by lock
 
     [[nodiscard]] std::string descriptionPath() const { return path + "/Info.plist"; }
     bool readDescription(std::string* refusal);
     bool loadObject(std::string* refusal);
-    [[nodiscard]] bool fitsTheLibrary(std::string* refusal) const;
+    bool takeIn(const Module& module, std::string* refusal);
+    [[nodiscard]] Dictionary description();
 };
 
-// Called with the lock held.
 bool Bundle::Private::readDescription(std::string* refusal)
 {
+    std::lock_guard guard(lock);
     const std::string file = descriptionPath();
     struct stat status {};
     if (::lstat(file.c_str(), &status) != 0)
@@ -183,37 +167,47 @@ bool Bundle::Private::readDescription(std::string* refusal)
     return true;
 }
 
-bool Bundle::Private::fitsTheLibrary(std::string* refusal) const
+Dictionary Bundle::Private::description()
 {
-    const Value& stated = info[kPlugInInterfaceNumberKey];
-    if (stated.isNull())
-        return refuse(refusal,
-                      "it states no plug-in interface number (" + std::string(kPlugInInterfaceNumberKey) + ")");
-    return stated == Value(kPlugInInterfaceNumber) ||
-           refuse(refusal, "it was built for plug-in interface number " + stated.description() + ", not " +
-                               std::to_string(kPlugInInterfaceNumber));
+    std::lock_guard guard(lock);
+    return info;
 }
 
-// Called with the lock held. Trust comes first: only then is it certain that what is read and what is loaded is what
-// its owner put there.
+// Trust comes first: only then is it certain that what is read and what is loaded is what its owner put there.
 bool Bundle::Private::loadObject(std::string* refusal)
 {
-    for (const std::string& file : {path, descriptionPath()}) {
-        if (auto reason = internal::reasonNotToTrust(file); !reason.empty())
-            return refuse(refusal, std::move(reason));
-    }
-    if (!readDescription(refusal) || !fitsTheLibrary(refusal))
+    std::string reason = internal::reasonNotToTrustBundle(path);
+    if (reason.empty())
+        reason = internal::reasonNotToTrust(descriptionPath());
+    if (!reason.empty())
+        return refuse(refusal, std::move(reason));
+    if (!readDescription(refusal))
         return false;
-    const auto name = info.string(kBundleExecutableKey);
+    const Dictionary stated = description();
+    if (!fitsTheLibrary(stated, refusal))
+        return false;
+    const auto name = stated.string(kBundleExecutableKey);
     if (!name || name->empty())
         return refuse(refusal, "it names no object (" + std::string(kBundleExecutableKey) + ")");
-    const auto object = trustedObject(path, *name, refusal);
-    if (!object)
-        return false;
-    std::string reason;
-    const Module module = internal::loadModule(*object, reason);
-    if (!module.base)
-        return refuse(refusal, std::move(reason));
+    {
+        std::lock_guard guard(lock);
+        if (!fault.empty())
+            return refuse(refusal, fault);
+    }
+    const Module module = internal::loadBundleObject(path, *name, reason);
+    return module.base ? takeIn(module, refusal) : refuse(refusal, std::move(reason));
+}
+
+bool Bundle::Private::takeIn(const Module& module, std::string* refusal)
+{
+    if (std::string reason = internal::moduleFault(module.base); !reason.empty()) {
+        ClassRegistry& registry = ClassRegistry::shared();
+        for (const auto& half : registry.classesInModuleOf(module.base))
+            registry.remove(half);
+        std::lock_guard guard(lock);
+        fault = std::move(reason);
+        return refuse(refusal, fault);
+    }
     KnownBundles& known = KnownBundles::shared();
     std::lock_guard guard(known.lock);
     known.byModule.try_emplace(module.base, known.byPath.at(path));
@@ -229,29 +223,30 @@ std::shared_ptr<Bundle> Bundle::bundleAtPath(std::string_view path, std::string*
         refuse(refusal, "it is no path");
         return nullptr;
     }
-    const std::string folder = normalized(path);
-    if (!isBundleFolder(folder, refusal))
+    const auto folder = normalized(path);
+    if (!folder) {
+        refuse(refusal, errorText(errno));
+        return nullptr;
+    }
+    if (!isBundleFolder(*folder, refusal))
         return nullptr;
 
     KnownBundles& known = KnownBundles::shared();
     std::shared_ptr<Bundle> bundle;
     {
         std::lock_guard guard(known.lock);
-        if (const auto entry = known.byPath.find(folder); entry != known.byPath.end())
+        if (const auto entry = known.byPath.find(*folder); entry != known.byPath.end())
             bundle = entry->second;
     }
     if (!bundle) {
         auto state = std::make_unique<Private>();
-        state->path = folder;
+        state->path = *folder;
         bundle = std::shared_ptr<Bundle>(new Bundle(std::move(state)));
     }
-    {
-        std::lock_guard guard(bundle->private_->lock);
-        if (!bundle->private_->readDescription(refusal))
-            return nullptr;
-    }
+    if (!bundle->private_->readDescription(refusal))
+        return nullptr;
     std::lock_guard guard(known.lock);
-    return known.byPath.try_emplace(folder, bundle).first->second; // another thread may have been first
+    return known.byPath.try_emplace(*folder, bundle).first->second; // another thread may have been first
 }
 
 std::shared_ptr<Bundle> Bundle::bundleForAddress(const void* address)
@@ -288,8 +283,7 @@ const std::string& Bundle::path() const noexcept
 
 Dictionary Bundle::infoDictionary() const
 {
-    std::lock_guard guard(private_->lock);
-    return private_->info;
+    return private_->description();
 }
 
 std::string Bundle::builtInPlugInsPath() const
@@ -304,9 +298,8 @@ std::string Bundle::resourcePath() const
 
 bool Bundle::load(std::string* refusal)
 {
-    if (isLoaded())
-        return true;
-    std::lock_guard guard(private_->lock);
+    // Whoever comes while another thread loads it does the same: the loader runs its code once and lets both wait for
+    // it.
     if (!isLoaded() && private_->loadObject(refusal))
         private_->loaded = true;
     return isLoaded();

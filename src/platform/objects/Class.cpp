@@ -1,6 +1,7 @@
 #include <dmf/platform/Class.h>
 
 #include <algorithm>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -98,12 +99,23 @@ std::vector<std::shared_ptr<const Class>> ClassRegistry::classesInModuleOf(const
 
 ClassRegistration::ClassRegistration(const char* name, const void* anchor, void (*describe)(Class&))
 {
-    // It runs inside the loader, through which nothing may be thrown: a class that cannot be described does not exist.
+    // It runs inside the loader, through which nothing may be thrown: a class that cannot be described does not exist,
+    // and the bundle that brought it is refused.
+    const auto note = [name, anchor](const char* what) noexcept {
+        try {
+            internal::noteModuleFault(internal::moduleOf(anchor).base,
+                                      "its class " + std::string(name) + " cannot be announced: " + what);
+        } catch (...) { // no memory left to say that there is none
+        }
+    };
     try {
         auto described = std::make_shared<Class>(name, anchor);
         describe(*described);
         ClassRegistry::shared().add(std::move(described));
+    } catch (const std::exception& error) {
+        note(error.what());
     } catch (...) {
+        note("something was thrown that is no std::exception");
     }
 }
 
