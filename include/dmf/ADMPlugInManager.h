@@ -27,6 +27,7 @@ struct ADMPlugInReport {
         std::string reason;
     };
 
+    /// Where it was found: the folder that holds it, links resolved, and its name there.
     std::string path;
     State state = State::described;
     /// Whether it matched what was asked for.
@@ -40,13 +41,15 @@ struct ADMPlugInReport {
 
 /// Finds the plug-in bundles, loads them and answers which class implements an interface for given properties.
 ///
-/// Regular plug-ins lie in the library's own plug-in folder; the entries of a matching dictionary choose among them by
-/// their descriptions. Mock plug-ins lie in a folder of the machine, or are registered by a program, and stand in for
-/// real devices under a URI scheme: a matching dictionary that holds kDMMockScheme asks for one. Answers are kept for
-/// the life of the process; that nothing was found is not.
+/// Regular plug-ins lie in the library's own plug-in folder and in those that the program names (PlugInFolders.h),
+/// which are asked after it; the entries of a matching dictionary choose among them by their descriptions. Mock
+/// plug-ins lie in a folder of the machine, or are registered by a program, and stand in for real devices under a URI
+/// scheme: a matching dictionary that holds kDMMockScheme asks for one. Answers are kept for the life of the process;
+/// that nothing was found is not.
 ///
 /// Candidates that do not work are skipped without a message; `reports` tells what became of each. Folders are read in
-/// the order of their entries' names. Thread-safe. A call may block while it reads folders and loads bundles.
+/// the order of their entries' names. Thread-safe: no lock is held while a bundle is loaded, so a plug-in may ask as it
+/// comes in. A call may block while it reads folders and loads bundles.
 class DMF_EXPORT ADMPlugInManager {
 public:
     [[nodiscard]] static std::shared_ptr<ADMPlugInManager> sharedManager();
@@ -90,9 +93,11 @@ public:
 
     [[nodiscard]] std::string mockPlugInsPath() const;
 
-    /// What became of every bundle that was looked at so far, sorted by path.
+    /// What became of every bundle that was looked at so far, sorted by path; one that is gone is forgotten when its
+    /// folder is looked at again. Control characters of what descriptions say are escaped.
     [[nodiscard]] std::vector<ADMPlugInReport> reports() const;
-    /// Looks at every bundle of both folders, loads each that may be loaded, and gives the reports of them all.
+    /// Looks at every bundle of all folders, regular and mock, loads each that may be loaded, and gives the reports of
+    /// them all.
     std::vector<ADMPlugInReport> examineAllPlugIns();
 
     struct Private;

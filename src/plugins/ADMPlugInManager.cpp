@@ -5,11 +5,11 @@
 #include <dmf/ADMIOProvider.h>
 #include <dmf/DMDictionaryExtension.h>
 #include <dmf/DMKeys.h>
+#include <dmf/PlugInFolders.h>
 #include <dmf/platform/Format.h>
 #include <dmf/platform/Unicode.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -55,15 +55,18 @@ std::vector<std::string> entriesOf(const std::string& folder)
     return names;
 }
 
-std::string regularPlugInsPath()
+std::vector<std::string> regularFolders()
 {
-    return Bundle::libraryBundle()->builtInPlugInsPath();
+    std::vector<std::string> paths;
+    for (auto& folder : dmf::plugInFolders())
+        paths.push_back(std::move(folder.path));
+    return paths;
 }
 
 } // namespace
 
 struct ADMPlugInManager::Private {
-    std::recursive_mutex lock;
+    std::mutex lock; // never held while a folder is searched: plug-ins may ask the manager as they are loaded
     std::map<std::string, FoundClass> registry; // guarded by lock
     std::uint64_t generation = 0;               // of the host that the registry belongs to; guarded by lock
     dmf::internal::PlugInReports reports;
@@ -85,26 +88,35 @@ struct ADMPlugInManager::Private {
         if (isLoaded)
             reports.noteLoaded(bundle);
         else
-            reports.noteNotLoaded(bundle, std::move(reason));
+            reports.noteNotLoaded(bundle, reason);
         return isLoaded;
     }
 
-    /// The registered class, else the first that a bundle names, that exists once it is loaded and that is accepted.
-    template <class NameOf, class Accepts>
-    FoundClass search(ADMPlugInManager& manager, const std::string& key, const std::string& folder,
-                      const Dictionary& matching, NameOf nameOf, Accepts accepts)
+    FoundClass registered(const std::string& key)
     {
         std::lock_guard guard(lock);
-        if (const auto known = registryOfHost().find(key); known != registry.end())
-            return known->second;
-        for (const auto& bundle : manager.pluginsFromBaseDir(folder, matching)) {
-            const auto name = nameOf(bundle->infoDictionary());
-            if (!name || !load(*bundle))
-                continue;
-            FoundClass found = ClassRegistry::shared().classNamed(*name);
-            if (found && accepts(*found)) {
-                registry[key] = found;
-                return found;
+        const auto known = registryOfHost().find(key);
+        return known == registry.end() ? nullptr : known->second;
+    }
+
+    /// The registered class, else the first that a bundle names, that exists once it is loaded and that is accepted. Of
+    /// two threads that search for one key at once, both get what the first one found.
+    template <class NameOf, class Accepts>
+    FoundClass search(ADMPlugInManager& manager, const std::string& key, const std::vector<std::string>& folders,
+                      const Dictionary& matching, NameOf nameOf, Accepts accepts)
+    {
+        if (auto known = registered(key))
+            return known;
+        for (const std::string& folder : folders) {
+            for (const auto& bundle : manager.pluginsFromBaseDir(folder, matching)) {
+                const auto name = nameOf(bundle->infoDictionary());
+                if (!name || !load(*bundle))
+                    continue;
+                FoundClass found = ClassRegistry::shared().classNamed(*name);
+                if (!found || !accepts(*found))
+                    continue;
+                std::lock_guard guard(lock);
+                return registryOfHost().try_emplace(key, found).first->second;
             }
         }
         return nullptr; // not remembered: a plug-in that is added later is found
@@ -129,7 +141,7 @@ FoundClass ADMPlugInManager::implementorForProtocol(const Protocol& protocol, co
 FoundClass ADMPlugInManager::regularImplementorForProtocol(const Protocol& protocol, const Dictionary& matching)
 {
     return private_->search(
-        *this, regularKey(protocol, matching), regularPlugInsPath(), matching,
+        *this, regularKey(protocol, matching), regularFolders(), matching,
         [&](const Dictionary& info) { return implementorNameForProtocolRegularPlugInInfo(protocol, info); },
         [&](const Class& found) { return found.conformsTo(protocol); });
 }
@@ -137,7 +149,7 @@ FoundClass ADMPlugInManager::regularImplementorForProtocol(const Protocol& proto
 FoundClass ADMPlugInManager::mockImplementorForProtocol(const Protocol& protocol, const Dictionary& matching)
 {
     return private_->search(
-        *this, mockKey(matching[kDMMockScheme], protocol.name()), mockPlugInsPath(), matching,
+        *this, mockKey(matching[kDMMockScheme], protocol.name()), {mockPlugInsPath()}, matching,
         [&](const Dictionary& info) { return implementorNameForProtocolMockPlugInInfo(protocol, info); },
         &dmf::internal::isMockImplementor);
 }
@@ -149,7 +161,11 @@ bool ADMPlugInManager::isMockPlugInRequested(const Dictionary& matching) const
 
 bool ADMPlugInManager::loadPlugInMatching(const Dictionary& matching)
 {
-    return loadPlugInFromBaseDir(isMockPlugInRequested(matching) ? mockPlugInsPath() : regularPlugInsPath(), matching);
+    bool any = false;
+    for (const std::string& folder :
+         isMockPlugInRequested(matching) ? std::vector{mockPlugInsPath()} : regularFolders())
+        any = loadPlugInFromBaseDir(folder, matching) || any;
+    return any;
 }
 
 bool ADMPlugInManager::loadPlugInForClass(const FoundClass& aClass, const Dictionary& matching)
@@ -174,14 +190,17 @@ std::vector<std::shared_ptr<Bundle>> ADMPlugInManager::pluginsFromBaseDir(const 
                                                                           const Dictionary& matching)
 {
     std::vector<std::shared_ptr<Bundle>> kept;
-    for (const std::string& name : entriesOf(baseDir)) {
+    const std::string folder = dmf::internal::normalFolder(baseDir);
+    const auto names = entriesOf(folder);
+    private_->reports.forgetGone(folder, names);
+    for (const std::string& name : names) {
         if (!name.ends_with(".bundle"))
             continue;
-        const std::string path = (std::filesystem::path(baseDir) / name).lexically_normal().string();
+        const std::string path = folder + "/" + name;
         std::string reason;
         auto bundle = Bundle::bundleAtPath(path, &reason);
         if (!bundle) {
-            private_->reports.noteUnusable(path, std::move(reason));
+            private_->reports.noteUnusable(path, reason);
             continue;
         }
         const bool matches = com_ql_dmf_containsObjectsFromDictionary(bundle->infoDictionary(), matching);
@@ -254,15 +273,15 @@ std::vector<ADMPlugInReport> ADMPlugInManager::reports() const
 
 std::vector<ADMPlugInReport> ADMPlugInManager::examineAllPlugIns()
 {
-    const std::string mocks = mockPlugInsPath();
-    for (const std::string& folder : {regularPlugInsPath(), mocks}) {
-        private_->reports.forgetFolder(folder);
-        for (const auto& bundle : pluginsFromBaseDir(folder, {})) {
-            if (folder != mocks || dmf::internal::isCompleteMock(bundle->infoDictionary()))
-                private_->load(*bundle);
-            else
-                private_->reports.noteNotLoaded(*bundle, "it does not name both its scheme and its I/O provider");
-        }
+    for (const std::string& folder : regularFolders()) {
+        for (const auto& bundle : pluginsFromBaseDir(folder, {}))
+            private_->load(*bundle);
+    }
+    for (const auto& bundle : pluginsFromBaseDir(mockPlugInsPath(), {})) {
+        if (dmf::internal::isServingMock(bundle->infoDictionary()))
+            private_->load(*bundle);
+        else
+            private_->reports.noteNotLoaded(*bundle, "it does not name both its scheme and a class that serves it");
     }
     return reports();
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <dmf/DMLog.h>
 #include <dmf/platform/Class.h>
 
-#include <exception>
 #include <utility>
+
+#include "foundation/logging/Guarded.h"
 
 namespace dmf::internal {
 
@@ -18,11 +18,8 @@ template <class Interface, class... Arguments>
         return nullptr;
     try {
         return implementor->make<Interface>(std::forward<Arguments>(arguments)...);
-    } catch (const std::exception& error) {
-        DMFLog("errors", "PlugIns: exception '%@' while an object of the class '%@' was made", error,
-               implementor->name());
     } catch (...) {
-        DMFLog("errors", "PlugIns: unknown exception while an object of the class '%@' was made", implementor->name());
+        logCaught("PlugIns", "while an object of the class '" + implementor->name() + "' was made");
     }
     return nullptr;
 }

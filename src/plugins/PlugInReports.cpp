@@ -2,6 +2,9 @@
 
 #include <dmf/DMKeys.h>
 
+#include <algorithm>
+
+#include "foundation/logging/LogText.h"
 #include "platform/host/Host.h"
 #include "plugins/PlugInRules.h"
 
@@ -27,7 +30,8 @@ std::vector<ADMPlugInReport::Implementor> implementorsOf(const Bundle& bundle)
     for (const NamedImplementor& named : namedImplementors(info)) {
         // Its classes are known only once its code has been loaded.
         std::string reason = bundle.isLoaded() ? reasonAgainst(named, isMock) : std::string();
-        implementors.push_back({named.interfaceName, named.className, std::move(reason)});
+        implementors.push_back(
+            {withoutControls(named.interfaceName), withoutControls(named.className), std::move(reason)});
     }
     return implementors;
 }
@@ -45,12 +49,12 @@ PlugInReports::ByPath& PlugInReports::ofPresentHost() const
     return byPath_;
 }
 
-void PlugInReports::noteUnusable(const std::string& path, std::string reason)
+void PlugInReports::noteUnusable(const std::string& path, const std::string& reason)
 {
     ADMPlugInReport report;
     report.path = path;
     report.state = ADMPlugInReport::State::refused;
-    report.reason = std::move(reason);
+    report.reason = withoutControls(reason);
     std::lock_guard guard(lock_);
     ofPresentHost()[path] = std::move(report);
     refusedAtLoad_.erase(path);
@@ -62,7 +66,7 @@ void PlugInReports::noteDescribed(const Bundle& bundle, bool kept)
     report.path = bundle.path();
     report.state = bundle.isLoaded() ? ADMPlugInReport::State::loaded : ADMPlugInReport::State::described;
     report.kept = kept;
-    report.mockScheme = bundle.infoDictionary().string(kDMMockScheme).value_or("");
+    report.mockScheme = withoutControls(bundle.infoDictionary().string(kDMMockScheme).value_or(""));
     report.implementors = implementorsOf(bundle);
     std::lock_guard guard(lock_);
     ADMPlugInReport& known = ofPresentHost()[bundle.path()];
@@ -86,22 +90,27 @@ void PlugInReports::noteLoaded(const Bundle& bundle)
     refusedAtLoad_.erase(bundle.path());
 }
 
-void PlugInReports::noteNotLoaded(const Bundle& bundle, std::string reason)
+void PlugInReports::noteNotLoaded(const Bundle& bundle, const std::string& reason)
 {
     std::lock_guard guard(lock_);
     ADMPlugInReport& report = ofPresentHost()[bundle.path()];
     report.path = bundle.path();
     report.state = ADMPlugInReport::State::refused;
-    report.reason = std::move(reason);
+    report.reason = withoutControls(reason);
     refusedAtLoad_.insert(bundle.path());
 }
 
-void PlugInReports::forgetFolder(std::string_view folder)
+void PlugInReports::forgetGone(std::string_view folder, const std::vector<std::string>& present)
 {
     const std::string prefix = std::string(folder) + "/";
+    const auto isGone = [&](const std::string& path) {
+        if (!path.starts_with(prefix) || path.find('/', prefix.size()) != std::string::npos)
+            return false;
+        return std::ranges::find(present, std::string_view(path).substr(prefix.size())) == present.end();
+    };
     std::lock_guard guard(lock_);
-    std::erase_if(ofPresentHost(), [&](const auto& entry) { return entry.first.starts_with(prefix); });
-    std::erase_if(refusedAtLoad_, [&](const auto& path) { return path.starts_with(prefix); });
+    std::erase_if(ofPresentHost(), [&](const auto& entry) { return isGone(entry.first); });
+    std::erase_if(refusedAtLoad_, isGone);
 }
 
 std::vector<ADMPlugInReport> PlugInReports::all() const

@@ -12,15 +12,16 @@
 
 namespace dmf::internal {
 
-/// What became of each bundle that was looked at, by its path. Thread-safe.
+/// What became of each bundle that was looked at, by its path (Bundle::path). What descriptions say has its control
+/// characters escaped. Thread-safe.
 class PlugInReports {
 public:
-    void noteUnusable(const std::string& path, std::string reason);
+    void noteUnusable(const std::string& path, const std::string& reason);
     void noteDescribed(const Bundle& bundle, bool kept);
     void noteLoaded(const Bundle& bundle);
-    void noteNotLoaded(const Bundle& bundle, std::string reason);
-    /// Forgets the bundles of a folder, before it is looked at anew.
-    void forgetFolder(std::string_view folder);
+    void noteNotLoaded(const Bundle& bundle, const std::string& reason);
+    /// Forgets the bundles of a folder but those of the names `present`, which still lie in it.
+    void forgetGone(std::string_view folder, const std::vector<std::string>& present);
 
     [[nodiscard]] std::vector<ADMPlugInReport> all() const;
 

@@ -4,6 +4,9 @@
 #include <dmf/ADMInterface.h>
 #include <dmf/DMKeys.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace dmf::internal {
 namespace {
 
@@ -23,6 +26,17 @@ std::optional<std::string> entry(const Value& map, std::string_view interfaceNam
 }
 
 } // namespace
+
+std::string normalFolder(const std::string& path)
+{
+    std::error_code failure;
+    const auto absolute = std::filesystem::absolute(path, failure);
+    const auto normal = std::filesystem::weakly_canonical(absolute, failure);
+    std::string text = (failure ? absolute : normal).string();
+    while (text.size() > 1 && text.back() == '/')
+        text.pop_back();
+    return text;
+}
 
 std::vector<NamedImplementor> namedImplementors(const Dictionary& info)
 {
@@ -58,6 +72,11 @@ std::optional<std::string> mockImplementorName(std::string_view interfaceName, c
 bool isCompleteMock(const Dictionary& info)
 {
     return info.contains(kDMMockScheme) && info.contains(kDMMockIOProvider);
+}
+
+bool isServingMock(const Dictionary& info)
+{
+    return info.contains(kDMMockScheme) && !namedImplementors(info).empty();
 }
 
 bool implements(const Class& tested, std::string_view interfaceName)

@@ -8,8 +8,12 @@
 #include <dmf/platform/Class.h>
 #include <dmf/platform/Value.h>
 
-// What a plug-in's description says, and which classes may serve for it. All thread-safe.
+// Where plug-ins lie, what their descriptions say, and which classes may serve for it. All thread-safe.
 namespace dmf::internal {
+
+/// The folder in the form under which its bundles are known and reported, whichever path names it: absolute, and
+/// without links as far as it exists.
+[[nodiscard]] std::string normalFolder(const std::string& path);
 
 struct NamedImplementor {
     std::string interfaceName;
@@ -24,6 +28,8 @@ struct NamedImplementor {
 [[nodiscard]] std::optional<std::string> mockImplementorName(std::string_view interfaceName, const Dictionary& info);
 /// Whether a mock plug-in's description names both its scheme and its I/O provider.
 [[nodiscard]] bool isCompleteMock(const Dictionary& info);
+/// Whether a mock plug-in can answer a request: it names its scheme and at least one class, be it no I/O provider.
+[[nodiscard]] bool isServingMock(const Dictionary& info);
 
 /// Whether the class states the interface of that name, itself or by one that extends it.
 [[nodiscard]] bool implements(const Class& tested, std::string_view interfaceName);

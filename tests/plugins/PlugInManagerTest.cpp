@@ -3,6 +3,7 @@
 #include <dmf/ADMIOProvider.h>
 #include <dmf/ADMInterface.h>
 #include <dmf/DMKeys.h>
+#include <dmf/PlugInFolders.h>
 
 #include <algorithm>
 #include <memory>
@@ -12,6 +13,7 @@
 
 #include "support/FakeServiceInfo.h"
 #include "support/HostFixture.h"
+#include "support/Process.h"
 #include "support/TestPlugIns.h"
 
 namespace fs = std::filesystem;
@@ -235,4 +237,115 @@ TEST(PlugInManager, ExaminingReportsEveryBundleOfBothFolders)
     ASSERT_EQ(mock.implementors.size(), 4u);
     EXPECT_EQ(mock.implementors[1].className, "BetaService");
     EXPECT_EQ(mock.implementors[1].reason, "");
+}
+
+TEST(PlugInManager, EachBundleHasOneReportByWhicheverPathItsFolderIsSearched)
+{
+    PlugInHost host;
+    host.addRegular("one", "Alpha", "IP", "AlphaProvider");
+    host.writeFile("/lib/dmf/PlugIns/broken.bundle/else", "");
+    fs::create_directories(host.path("/far/away"));
+    fs::create_symlink(host.regular().parent_path(), host.path("/far/away/link"));
+    fs::create_symlink(host.path("/far/away"), host.regular().parent_path() / "out");
+    const fs::path before = fs::current_path();
+    fs::current_path(host.path("/lib"));
+    // "out/.." is /far, and not where "out" lies.
+    for (const fs::path& folder : {host.regular(), fs::path("dmf/PlugIns"), fs::path("dmf/../dmf/PlugIns/"),
+                                   host.path("/far/away/link/PlugIns"), host.path("/lib/dmf/out/../away/link/PlugIns")})
+        EXPECT_EQ(manager().pluginsFromBaseDir(folder.string(), {}).size(), 1u) << folder;
+    fs::current_path(before);
+    EXPECT_EQ(manager().reports().size(), 2u);
+
+    fs::remove_all(host.regular() / "broken.bundle");
+    EXPECT_EQ(manager().pluginsFromBaseDir(host.path("/far/away/link/PlugIns").string(), {}).size(), 1u);
+    EXPECT_EQ(manager().reports().size(), 1u); // what is gone is forgotten at the next look
+    fs::remove_all(host.regular());
+    EXPECT_TRUE(manager().pluginsFromBaseDir(host.regular().string(), {}).empty());
+    EXPECT_TRUE(manager().reports().empty());
+}
+
+TEST(PlugInManager, RelativelyLoadedLibraryFindsItsOwnPlugInsFromElsewhere)
+{
+    HostFixture host;
+    // A copy, so that no run path leads to the library.
+    fs::create_directories(host.path("/copy/lib/dmf/PlugIns"));
+    fs::copy_file(fs::canonical(DMF_BUILD_FOLDER "/lib/libdmf.so"), host.path("/copy/lib/libdmf.so.1"));
+    testplugins::make(host.path("/copy/lib/dmf/PlugIns/own.bundle"), "Alpha");
+    testplugins::make(host.path("/trap/lib/dmf/PlugIns/foreign.bundle"), "Alpha");
+    const fs::path before = fs::current_path();
+    fs::current_path(host.path("/copy"));
+    const auto result = Process::run({DMF_BUILD_FOLDER "/bin/plugins_elsewhere", host.path("/trap").string()}, {},
+                                     {{"LD_LIBRARY_PATH", "lib"}});
+    fs::current_path(before);
+    const std::string own = fs::canonical(host.path("/copy/lib/dmf/PlugIns")).string();
+    EXPECT_EQ(result.out, own + "\n" + own + "/own.bundle\n") << result.err;
+}
+
+TEST(PlugInManager, MockPlugInsThatServeAreNotRefused)
+{
+    PlugInHost host;
+    host.addMock("services", "Beta",
+                 {{kScheme, "sim"}, {kFactories, Dictionary{{"a", Dictionary{{"FunctionalThing", "BetaService"}}}}}});
+    const Dictionary mock{{kScheme, "sim"}};
+    EXPECT_EQ(nameOf(manager().implementorForProtocol(kFunctional, mock)), "BetaService");
+    EXPECT_EQ(reportOf(manager().examineAllPlugIns(), "services.bundle").state, ADMPlugInReport::State::loaded);
+}
+
+TEST(PlugInManager, NoLockIsHeldWhileAPlugInIsLoaded)
+{
+    PlugInHost host;
+    testplugins::make(host.regular() / "asking.bundle", "Asking",
+                      {{"asking", true}, {kMap, Dictionary{{"ADMIOProvider", "AskingProvider"}}}});
+    EXPECT_EQ(providerFor({{"asking", true}}), "AskingProvider");
+}
+
+TEST(PlugInManager, ReportsHoldNoControlCharacters)
+{
+    PlugInHost host;
+    testplugins::make(host.regular() / "odd.bundle", "Refused",
+                      {{std::string(dmf::kBundleExecutableKey), "a\xC2\x9B"
+                                                                "2J"},
+                       {kScheme, "s\n"},
+                       {kMap, Dictionary{{"If\x7F", "Class\n"}}}});
+    const auto report = manager().examineAllPlugIns().at(0);
+    EXPECT_THAT(report.reason, HasSubstr("a\\u009b2J"));
+    EXPECT_EQ(report.mockScheme, "s\\n");
+    EXPECT_EQ(report.implementors.at(0).interfaceName, "If\\x7f");
+    EXPECT_EQ(report.implementors.at(0).className, "Class\\n");
+}
+
+TEST(PlugInManager, ProgramsOwnFoldersAreAskedAfterTheLibrarys)
+{
+    PlugInHost host;
+    const auto add = [&](const char* folder, const std::string& object, const std::string& type) {
+        testplugins::make(host.path(folder) / "x.bundle", object,
+                          {{kType, type}, {kMap, Dictionary{{"ADMIOProvider", object + "Provider"}}}});
+    };
+    host.setEnvironment("DMF_PLUGIN_PATH", ":" + host.path("/develop").string() + ":" + host.path("/none").string());
+    host.addRegular("library", "Alpha", "A", "AlphaProvider");
+    add("/own", "Beta", "B");
+    add("/own/late", "Refused", "A");
+    add("/develop", "Gamma", "G");
+    EXPECT_EQ(providerFor({{kType, "B"}}), "");
+    EXPECT_EQ(providerFor({{kType, "G"}}), "GammaProvider");
+
+    EXPECT_TRUE(dmf::addPlugInFolder(host.path("/own").string()));
+    EXPECT_FALSE(dmf::addPlugInFolder(host.path("/own/late/..").string())); // named already
+    EXPECT_TRUE(dmf::addPlugInFolder(host.path("/own/late").string()));
+    EXPECT_FALSE(dmf::addPlugInFolder(""));
+    EXPECT_EQ(providerFor({{kType, "B"}}), "BetaProvider");
+    EXPECT_EQ(providerFor({{kType, "A"}}), "AlphaProvider");
+    EXPECT_EQ(ClassRegistry::shared().classNamed("RefusedProvider"), nullptr);
+    using Origin = dmf::PlugInFolder::Origin;
+    std::vector<Origin> origins;
+    for (const auto& folder : dmf::plugInFolders())
+        origins.push_back(folder.origin);
+    EXPECT_THAT(origins, testing::ElementsAre(Origin::library, Origin::program, Origin::program, Origin::environment,
+                                              Origin::environment));
+    EXPECT_EQ(manager().examineAllPlugIns().size(), 4u);
+
+    EXPECT_TRUE(dmf::removePlugInFolder(host.path("/own").string()));
+    EXPECT_FALSE(dmf::removePlugInFolder(host.path("/own").string()));
+    EXPECT_EQ(providerFor({{kType, "B"}}), "BetaProvider"); // what was found stays
+    EXPECT_EQ(providerFor({{kType, "B"}, {std::string(dmf::kPlugInInterfaceNumberKey), 1}}), "");
 }
