@@ -9,7 +9,8 @@ namespace {
 const auto kCommands =
     pieces("uri|uri parse|uri make|uri make usb|uri make ip|uri make host|uri make bonjour|uri generate|info|model"
            "|model list|model show|model value|modeldb|modeldb pack|modeldb unpack|modeldb list|modeldb verify|resolve"
-           "|send|plugins|simulate|log|device-id|credentials|credentials store|credentials show|lock|doctor");
+           "|send|plugins|plugin|plugin new|simulate|log|device-id|credentials|credentials store|credentials "
+           "show|lock|doctor");
 
 class CommandLine : public ToolTest {
 protected:

@@ -31,6 +31,7 @@ void addDiscoverCommand(CLI::App& root, Session& session);
 void addDevicesCommand(CLI::App& root, Session& session);
 void addSendCommand(CLI::App& root, Session& session);
 void addPlugInsCommand(CLI::App& root, Session& session);
+void addPlugInCommand(CLI::App& root, Session& session);
 void addSimulateCommand(CLI::App& root, Session& session);
 void addLogCommand(CLI::App& root, Session& session);
 void addDeviceIdCommand(CLI::App& root, Session& session);

@@ -40,6 +40,7 @@ void addCommands(CLI::App& app, Session& session)
     addDevicesCommand(app, session);
     addSendCommand(app, session);
     addPlugInsCommand(app, session);
+    addPlugInCommand(app, session);
     addSimulateCommand(app, session);
     addLogCommand(app, session);
     addDeviceIdCommand(app, session);

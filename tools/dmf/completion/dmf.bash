@@ -3,7 +3,7 @@
 # The commands and options below a chain of commands such as "uri make".
 _dmf_words() {
     case $1 in
-    "") echo "uri info model modeldb resolve discover devices send plugins simulate log device-id credentials lock doctor --version --log-file" ;;
+    "") echo "uri info model modeldb resolve discover devices send plugins plugin simulate log device-id credentials lock doctor --version --log-file" ;;
     "uri") echo "parse make generate" ;;
     "uri make") echo "usb ip host bonjour" ;;
     "uri make usb") echo "--product --vendor --serial --scheme" ;;
@@ -13,6 +13,7 @@ _dmf_words() {
     "info") echo "--class" ;;
     "model") echo "list show value" ;;
     "model value") echo "--table --location" ;;
+    "plugin") echo "new" ;;
     "modeldb") echo "pack unpack list verify" ;;
     "resolve") echo "--class --timeout" ;;
     "discover") echo "--types --channel --timeout --follow" ;;
