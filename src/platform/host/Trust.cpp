@@ -30,16 +30,11 @@ constexpr std::size_t kEntrySize = 8;
 constexpr std::uint16_t kMayWrite = 2;
 enum AccessTag : std::uint16_t { namedUser = 0x02, owningGroup = 0x04, namedGroup = 0x08, mask = 0x10 };
 
-bool isRaised() noexcept
-{
-    return ::getauxval(AT_SECURE) != 0;
-}
-
 } // namespace
 
 bool isTrustedUser(uid_t user) noexcept
 {
-    return user == 0 || (!isRaised() && user == ::geteuid());
+    return user == 0 || (!hasRaisedPrivileges() && user == ::geteuid());
 }
 
 namespace {
@@ -47,7 +42,7 @@ namespace {
 // The group that is a user's alone has the user's own number; any other one may have more members.
 bool isTrustedGroup(gid_t group) noexcept
 {
-    return group == 0 || (!isRaised() && group == ::geteuid());
+    return group == 0 || (!hasRaisedPrivileges() && group == ::geteuid());
 }
 
 std::string systemText(int code)
@@ -164,6 +159,11 @@ bool isOrHolds(std::string_view folder, std::string_view path)
 }
 
 } // namespace
+
+bool hasRaisedPrivileges() noexcept
+{
+    return ::getauxval(AT_SECURE) != 0;
+}
 
 std::string reasonNotToTrust(const std::string& path)
 {
