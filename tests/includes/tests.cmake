@@ -11,6 +11,7 @@ endforeach()
 if(DMF_TEST_HEADERS AND NOT DMF_SANITIZE) # sanitizers would only tell the same again
     add_library(headers-alone OBJECT ${alone})
     target_link_libraries(headers-alone PRIVATE dmf::dmf dmf_options)
+    set_target_properties(headers-alone PROPERTIES UNITY_BUILD OFF)
 endif()
 
 find_package(Python3 REQUIRED COMPONENTS Interpreter)

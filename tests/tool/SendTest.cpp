@@ -7,6 +7,7 @@
 #include <future>
 #include <stdexcept>
 
+#include "../../bundles/socket/tests/Peer.h"
 #include "ToolFixture.h"
 
 namespace {
@@ -209,4 +210,14 @@ TEST_F(Send, ShippedPlugInsAreLoadedAndTheSimulatedDeviceNeedsNoInstallation)
         json({"send", "simulated://QLDMF/v=1&connectionType=Simulated&vendorName=QL&modelName=Aurora%20450n"}, "hello");
     EXPECT_EQ(sent.status, 0) << sent.err;
     EXPECT_EQ(sent.json["bytes"], 5);
+}
+
+// One time-out for finding the device and connecting to it, which the device search is not left out of.
+TEST_F(Send, EndsAtItsTimeOutAndSaysWhatTimedOut)
+{
+    const auto silent = Peer::silent();
+    const auto uri = "socket://127.0.0.1:" + std::to_string(silent->port()) + "/?vendor=QL&product=Aurora%20450n";
+    const auto sent = dmf({"send", uri, "/dev/null", "--timeout", "0.3"});
+    EXPECT_EQ(sent.status, 3);
+    EXPECT_EQ(sent.err, "dmf: the device was not found within 0.3 s\n");
 }

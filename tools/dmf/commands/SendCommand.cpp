@@ -2,6 +2,7 @@
 #include <dmf/ADMDuplexDataChannel.h>
 #include <dmf/ADMServiceInfo.h>
 #include <dmf/DMKeys.h>
+#include <dmf/IDMDevice.h>
 #include <dmf/platform/RunLoop.h>
 
 #include <CLI/CLI.hpp>
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -62,6 +64,17 @@ private:
     std::optional<std::uint64_t> size_;
 };
 
+/// Ends the search for a device when it takes too long.
+class GivenUp final : public IDMDeviceHandler {
+public:
+    void giveUp() noexcept { isGivenUp_ = true; }
+    [[nodiscard]] bool isCanceledForDevice(const IDMDevice*) override { return isGivenUp_; }
+
+private:
+    std::atomic<bool> isGivenUp_{false};
+};
+
+/// Finds the device and connects, both within one time-out.
 std::shared_ptr<ADMDuplexDataChannel> openChannel(const SendOptions& options)
 {
     const auto service = serviceForURI(options.uri, options.deviceClass);
@@ -69,14 +82,26 @@ std::shared_ptr<ADMDuplexDataChannel> openChannel(const SendOptions& options)
     const auto channel = ADMDataChannelFactory::init()->newDuplexDataChannelWithServiceInfo(service, options.channel);
     if (!channel)
         throw Failure(ExitCode::nothingFound, "no plug-in of this machine makes data channels to this device");
-    const Interrupt::Scope scope([channel] { channel->close(); }, options.timeout);
+    const auto givenUp = std::make_shared<GivenUp>();
+    const Interrupt::Scope scope(
+        [channel, givenUp] {
+            givenUp->giveUp();
+            channel->close();
+        },
+        options.timeout);
+    const auto limit = " within " + decimal(options.timeout, 1) + " s";
     Interrupt::check();
+    if (auto device = service->locateDeviceWithHandler(givenUp))
+        service->setDevice(std::move(device));
+    Interrupt::check();
+    if (scope.timedOut())
+        throw Failure(ExitCode::timedOut, "the device was not found" + limit);
     const bool opened = channel->open();
     Interrupt::check();
-    if (opened)
+    if (opened && !scope.timedOut())
         return channel;
     if (scope.timedOut())
-        throw Failure(ExitCode::timedOut, "the device did not answer within " + decimal(options.timeout, 1) + " s");
+        throw Failure(ExitCode::timedOut, "the channel to the device was not open" + limit);
     throw Failure(ExitCode::failed, "the device cannot be reached: it refuses the connection, or does not exist");
 }
 
