@@ -101,13 +101,13 @@ struct ADMPlugInManager::Private {
 
     /// The registered class, else the first that a bundle names, that exists once it is loaded and that is accepted. Of
     /// two threads that search for one key at once, both get what the first one found.
-    template <class NameOf, class Accepts>
-    FoundClass search(ADMPlugInManager& manager, const std::string& key, const std::vector<std::string>& folders,
-                      const Dictionary& matching, NameOf nameOf, Accepts accepts)
+    template <class Folders, class NameOf, class Accepts>
+    FoundClass search(ADMPlugInManager& manager, const std::string& key, Folders folders, const Dictionary& matching,
+                      NameOf nameOf, Accepts accepts)
     {
         if (auto known = registered(key))
             return known;
-        for (const std::string& folder : folders) {
+        for (const std::string& folder : folders()) { // asked for here only: most requests are answered above
             for (const auto& bundle : manager.pluginsFromBaseDir(folder, matching)) {
                 const auto name = nameOf(bundle->infoDictionary());
                 if (!name || !load(*bundle))
@@ -141,7 +141,7 @@ FoundClass ADMPlugInManager::implementorForProtocol(const Protocol& protocol, co
 FoundClass ADMPlugInManager::regularImplementorForProtocol(const Protocol& protocol, const Dictionary& matching)
 {
     return private_->search(
-        *this, regularKey(protocol, matching), regularFolders(), matching,
+        *this, regularKey(protocol, matching), &regularFolders, matching,
         [&](const Dictionary& info) { return implementorNameForProtocolRegularPlugInInfo(protocol, info); },
         [&](const Class& found) { return found.conformsTo(protocol); });
 }
@@ -149,8 +149,8 @@ FoundClass ADMPlugInManager::regularImplementorForProtocol(const Protocol& proto
 FoundClass ADMPlugInManager::mockImplementorForProtocol(const Protocol& protocol, const Dictionary& matching)
 {
     return private_->search(
-        *this, mockKey(matching[kDMMockScheme], protocol.name()), {mockPlugInsPath()}, matching,
-        [&](const Dictionary& info) { return implementorNameForProtocolMockPlugInInfo(protocol, info); },
+        *this, mockKey(matching[kDMMockScheme], protocol.name()), [&] { return std::vector{mockPlugInsPath()}; },
+        matching, [&](const Dictionary& info) { return implementorNameForProtocolMockPlugInInfo(protocol, info); },
         &dmf::internal::isMockImplementor);
 }
 
