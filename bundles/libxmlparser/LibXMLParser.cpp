@@ -1,4 +1,5 @@
 #include <dmf/ADMXMLParser.h>
+#include <dmf/ADMXMLTreeBuilder.h>
 #include <dmf/platform/Class.h>
 #include <dmf/platform/Unicode.h>
 #include <dmf/platform/Xml.h>
@@ -8,7 +9,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,7 +36,11 @@ public:
         sax.initialized = XML_SAX2_MAGIC;
         sax.startElementNs = &startElement;
         sax.endElementNs = [](void* self, const xmlChar*, const xmlChar*, const xmlChar*) {
-            guarded(self, [](Builder& builder) { builder.close(); });
+            guarded(self, [](Builder& builder) {
+                builder.endText();
+                builder.tree_.endElement();
+                --builder.depth_;
+            });
         };
         sax.characters = sax.cdataBlock = sax.ignorableWhitespace = [](void* self, const xmlChar* text, int length) {
             guarded(self, [&](Builder& builder) {
@@ -56,7 +63,15 @@ public:
 
     [[nodiscard]] bool failed() const { return fault_.has_value(); }
     [[nodiscard]] std::string fault() const { return fault_.value_or("malformed XML"); }
-    [[nodiscard]] std::shared_ptr<ADMXMLElementImp> root() { return std::move(root_); }
+    [[nodiscard]] std::shared_ptr<ADMXMLElementImp> root() { return tree_.takeRoot(); }
+    /// Throws what went wrong beside the document.
+    void rethrow() const
+    {
+        if (thrown_)
+            std::rethrow_exception(thrown_);
+        if (context_->errNo == XML_ERR_NO_MEMORY)
+            throw std::bad_alloc();
+    }
 
 private:
     /// No exception may pass through the parser, which is written in C.
@@ -67,8 +82,9 @@ private:
         try {
             if (!builder.failed())
                 action(builder);
-        } catch (const std::exception& exception) {
-            builder.stop(exception.what());
+        } catch (...) {
+            builder.thrown_ = std::current_exception();
+            builder.stop("stopped");
         }
     }
 
@@ -115,21 +131,21 @@ private:
                              const xmlChar** attributeList)
     {
         guarded(self, [&](Builder& builder) {
-            auto element = std::make_shared<ADMXMLElementImp>(qualified(prefix, name));
-            std::vector<dmf::Dictionary::Entry> entries;
+            builder.names_.clear();
+            builder.attributes_.clear();
+            builder.names_.reserve(static_cast<std::size_t>(namespaces + attributes)); // what refers to them stays good
             for (int i = 0; i < namespaces; ++i) {
                 const auto* declared = namespaceList[2 * i];
-                entries.push_back({declared ? "xmlns:" + std::string(textOf(declared)) : std::string("xmlns"),
-                                   textOf(namespaceList[2 * i + 1])});
+                builder.attribute(declared ? "xmlns:" + std::string(textOf(declared)) : std::string("xmlns"),
+                                  textOf(namespaceList[2 * i + 1]));
             }
             // Five pointers an attribute: local name, prefix, namespace, start and end of the value.
             for (int i = 0; i < attributes - defaulted; ++i) {
                 const auto** const attribute = attributeList + 5 * i;
                 const auto length = static_cast<std::size_t>(attribute[4] - attribute[3]);
-                entries.push_back({qualified(attribute[1], attribute[0]), textOf(attribute[3]).substr(0, length)});
+                builder.attribute(qualified(attribute[1], attribute[0]), textOf(attribute[3]).substr(0, length));
             }
-            element->setAttributes(dmf::Dictionary(std::move(entries)));
-            builder.open(std::move(element));
+            builder.open(qualified(prefix, name));
         });
     }
 
@@ -138,38 +154,36 @@ private:
         return prefix ? std::string(textOf(prefix)).append(":").append(textOf(name)) : std::string(textOf(name));
     }
 
-    void open(std::shared_ptr<ADMXMLElementImp> element)
+    void attribute(std::string name, std::string_view value)
     {
-        if (open_.size() >= dmf::kXmlMaximumDepth)
-            return stop("elements nested too deeply");
-        endText();
-        open_.push_back(std::move(element));
+        names_.push_back(std::move(name));
+        attributes_.push_back({names_.back(), value});
     }
 
-    void close()
+    void open(const std::string& name)
     {
+        if (++depth_ > dmf::kXmlMaximumDepth)
+            return stop("elements nested too deeply");
         endText();
-        auto finished = std::move(open_.back());
-        open_.pop_back();
-        if (open_.empty())
-            root_ = std::move(finished);
-        else
-            open_.back()->addElement(std::move(finished));
+        tree_.beginElement(name, attributes_);
     }
 
     void endText()
     {
         const auto isSpace = [](char c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; };
         if (!std::ranges::all_of(text_, isSpace))
-            open_.back()->addElement(ADMXMLNodeImp::textNodeWithContent(text_));
+            tree_.text(text_);
         text_.clear();
     }
 
     xmlParserCtxtPtr context_;
-    std::vector<std::shared_ptr<ADMXMLElementImp>> open_;
-    std::shared_ptr<ADMXMLElementImp> root_;
+    ADMXMLTreeBuilder tree_;
+    std::size_t depth_ = 0;
+    std::vector<std::string> names_; // of the attributes of one element
+    std::vector<dmf::XmlReceiver::Attribute> attributes_;
     std::string text_; // what was read since the last tag
     std::optional<std::string> fault_;
+    std::exception_ptr thrown_;
 };
 
 struct FreeContext {
@@ -182,12 +196,49 @@ struct FreeContext {
     }
 };
 
+/// How many attributes the tag has that the text begins with, at most; takes the tag off the front. What is not
+/// well-formed may be counted wrongly.
+std::size_t takeTag(std::string_view& text)
+{
+    std::size_t attributes = 0;
+    std::size_t at = 1;
+    for (; at < text.size() && text[at] != '>'; ++at) {
+        attributes += text[at] == '=' ? 1 : 0;
+        if (text[at] == '"' || text[at] == '\'')
+            at = std::min(text.find(text[at], at + 1), text.size() - 1);
+    }
+    text.remove_prefix(std::min(at, text.size()));
+    return attributes;
+}
+
+/// What the parser lets pass, and what it must not be given: it compares each attribute of an element with all the
+/// others before anybody is told of them. Null for nothing.
+const char* tagsFault(std::string_view text)
+{
+    constexpr std::string_view documentType = "<!DOCTYPE";
+    constexpr std::pair<std::string_view, std::string_view> others[] = {
+        {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"<!", ">"}, {"</", ">"}};
+    for (auto start = text.find('<'); start != text.npos; start = text.find('<')) {
+        text.remove_prefix(start);
+        const auto other = std::ranges::find_if(others, [&](const auto& each) { return text.starts_with(each.first); });
+        if (text.starts_with(documentType) && text.find_first_of(" \t\r\n", documentType.size()) != documentType.size())
+            return "a malformed document type";
+        if (other != std::end(others))
+            text.remove_prefix(std::min(text.find(other->second, other->first.size()), text.size()));
+        else if (takeTag(text) > dmf::kXmlMaximumAttributes)
+            return "an element has too many attributes";
+    }
+    return nullptr;
+}
+
 const char* refusal(std::string_view text)
 {
     if (text.size() > dmf::kXmlMaximumSize)
         return "the document is too large";
     if (static_cast<std::size_t>(std::ranges::count(text, '<')) > dmf::kXmlMaximumTags)
         return "the document has too many tags";
+    if (const char* reason = tagsFault(text))
+        return reason;
     // The parser would guess other encodings from zero bytes.
     return dmf::isValidUtf8(text) && text.find('\0') == text.npos ? nullptr : "the document is not UTF-8 text";
 }
@@ -221,9 +272,11 @@ private:
         *context->sax = Builder::handler();
         context->userData = &builder;
         // "Huge" lifts the parser's own limits; the size is checked above and the depth by the builder, and entities,
-        // which the other limits are for, are not known at all.
-        xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_IGNORE_ENC);
+        // which the other limits are for, are not known at all. "No entities" has references resolved, in attributes
+        // too.
+        xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_IGNORE_ENC | XML_PARSE_NOENT);
         const bool wellFormed = xmlParseDocument(context.get()) == 0 && context->wellFormed && context->nsWellFormed;
+        builder.rethrow();
         fault = builder.fault();
         return wellFormed && !builder.failed() ? builder.root() : nullptr;
     }

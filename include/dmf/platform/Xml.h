@@ -17,9 +17,10 @@
 namespace dmf {
 
 /// Limits on what is read, since documents come from devices and files that nobody vouches for.
-inline constexpr std::size_t kXmlMaximumSize = 16 << 20; ///< bytes
-inline constexpr std::size_t kXmlMaximumTags = 1 << 20;  ///< tags, comments and the like ("<" characters)
-inline constexpr std::size_t kXmlMaximumDepth = 512;     ///< elements within each other
+inline constexpr std::size_t kXmlMaximumSize = 16 << 20;  ///< bytes
+inline constexpr std::size_t kXmlMaximumTags = 1 << 20;   ///< tags, comments and the like ("<" characters)
+inline constexpr std::size_t kXmlMaximumDepth = 512;      ///< elements within each other
+inline constexpr std::size_t kXmlMaximumAttributes = 512; ///< of one element
 
 /// Errors of XML documents: the code is an XmlErrorCode, the user info holds a text for people under
 /// "DMErrorDescription".
@@ -125,8 +126,8 @@ class DMF_EXPORT XmlDocument {
 public:
     /// Reads a document in UTF-8. Empty, with an error in `error` when it is not null, unless it is well-formed: one
     /// root element, no attribute twice, no entities but the five predefined ones and character references, every
-    /// namespace prefix declared. A document type is skipped when it declares nothing itself and refused otherwise.
-    /// No other file is ever read. Processing instructions are left out.
+    /// namespace prefix declared, every namespace a URI. A document type is skipped when it declares nothing itself and
+    /// refused otherwise. No other file is ever read. Processing instructions are left out.
     ///
     /// With kXmlTidy what is malformed is repaired: elements left open or closed in the wrong order are closed, stray
     /// "<", "&" and unknown entities become text, attributes get their quotes, bytes that XML cannot carry are

@@ -1,5 +1,6 @@
 #include "platform/documents/XmlTree.h"
 
+#include "platform/documents/XmlGrammar.h"
 #include "platform/documents/XmlText.h"
 
 #include <dmf/platform/Unicode.h>
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace dmf::internal::xml {
@@ -31,6 +33,9 @@ public:
             else
                 content(node);
         }
+        // Nothing refers to them; taking them out earlier would end the walk.
+        for (pugi::xml_node& instruction : instructions_)
+            instruction.parent().remove_child(instruction);
         return std::move(fault_);
     }
 
@@ -64,10 +69,10 @@ private:
             }
             if (node.type() == pugi::node_declaration)
                 declaration(node);
-            else if (node.type() == pugi::node_doctype && root)
-                fail(node.value(), "a document type after the root element");
-            else if (node.type() == pugi::node_doctype && documentTypeDeclares(node.value()))
-                fail(node.value(), "a document type with declarations is refused", XmlErrorCode::entity);
+            else if (node.type() == pugi::node_pi)
+                instruction(node);
+            else if (node.type() == pugi::node_doctype)
+                documentType(node, bool(root));
             else if (node.type() == pugi::node_cdata ||
                      (node.type() == pugi::node_pcdata && !isWhitespace(node.value())))
                 fail(node.value(), "text outside the root element");
@@ -82,11 +87,35 @@ private:
     {
         if (!text_.starts_with("<?xml") || node.previous_sibling())
             fail(node.name(), "an XML declaration that is not at the start");
+        constexpr std::string_view start = "<?xml";
+        const auto content = text_.substr(0, text_.find("?>"));
+        if (content.size() < start.size() || !isDeclaration(content.substr(start.size())))
+            fail(node.name(), "a malformed XML declaration");
         const std::string encoding = lowercased(node.attribute("encoding").value());
         constexpr std::array<std::string_view, 5> harmless{"", "utf-8", "utf8", "us-ascii", "ascii"};
         const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
         if (std::ranges::find(harmless, encoding) == harmless.end() && !std::ranges::all_of(text_, isAscii))
             fail(node.name(), "an encoding other than UTF-8", XmlErrorCode::encoding);
+    }
+
+    void documentType(const pugi::xml_node& node, bool isAfterRoot)
+    {
+        if (isAfterRoot)
+            return fail(node.value(), "a document type after the root element");
+        if (std::exchange(hasDocumentType_, true))
+            return fail(node.value(), "a second document type");
+        if (documentTypeDeclares(node.value()))
+            return fail(node.value(), "a document type with declarations is refused", XmlErrorCode::entity);
+        // The tokenizer left the white space before it out, which must be there.
+        const std::string_view content = node.value();
+        if (content.data() == buffer_.data() || !isDocumentType(std::string(1, content.data()[-1]).append(content)))
+            fail(content.data(), "a malformed document type");
+    }
+
+    void instruction(const pugi::xml_node& node)
+    {
+        if (!isInstructionTarget(node.name()))
+            fail(node.name(), "a malformed processing instruction");
     }
 
     /// Steps on in document order and closes what ends on the way.
@@ -116,14 +145,19 @@ private:
         names_.clear();
         for (auto attribute = node.first_attribute(); attribute; attribute = attribute.next_attribute()) {
             names_.push_back(attribute.name());
-            declarePrefix(attribute, depth);
             value(attribute);
+            declareNamespace(attribute, depth);
         }
+        if (names_.size() > kXmlMaximumAttributes)
+            return fail(node.name(), "too many attributes", XmlErrorCode::tooLarge);
         if (names_.size() > 1)
             noneTwice(node);
         name(node.name());
+        expanded_.clear();
         for (const auto attribute : names_)
-            name(attribute);
+            name(attribute, true);
+        if (expanded_.size() > 1)
+            noneTwiceInANamespace(node);
         if (receiver_ && !fault_)
             beginReceived(node);
     }
@@ -135,20 +169,31 @@ private:
             fail(node.name(), "an attribute given twice");
     }
 
-    void declarePrefix(const pugi::xml_attribute& attribute, std::size_t depth)
+    void noneTwiceInANamespace(const pugi::xml_node& node)
+    {
+        std::ranges::sort(expanded_);
+        if (std::ranges::adjacent_find(expanded_) != expanded_.end())
+            fail(node.name(), "an attribute given twice in one namespace");
+    }
+
+    void declareNamespace(const pugi::xml_attribute& attribute, std::size_t depth)
     {
         const std::string_view name = attribute.name();
-        if (!name.starts_with("xmlns:"))
+        const bool isPrefix = name.starts_with("xmlns:");
+        if (!isPrefix && name != "xmlns")
             return;
-        if (!*attribute.value())
-            fail(attribute.name(), "a namespace prefix without a namespace");
+        if (const char* const reason =
+                namespaceFault(isPrefix ? name.substr(6) : std::string_view(), attribute.value()))
+            fail(attribute.name(), reason);
+        if (!isPrefix)
+            return;
         // Every name looks through them, so that their number bounds the time.
         if (prefixes_.size() >= 256)
             fail(attribute.name(), "too many namespace prefixes", XmlErrorCode::tooLarge);
-        prefixes_.push_back({name.substr(6), depth});
+        prefixes_.push_back({name.substr(6), attribute.value(), depth});
     }
 
-    void name(std::string_view name)
+    void name(std::string_view name, bool isAttribute = false)
     {
         const auto colon = name.find(':');
         if (colon == name.npos)
@@ -156,9 +201,13 @@ private:
         if (!isName(name))
             return fail(name.data(), "a malformed name");
         const auto prefix = name.substr(0, colon);
-        if (prefix != "xmlns" && prefix != "xml" &&
-            std::ranges::find(prefixes_, prefix, &Prefix::name) == prefixes_.end())
+        if (prefix == "xml" || (prefix == "xmlns" && isAttribute))
+            return;
+        const auto innermost = std::ranges::find(prefixes_.rbegin(), prefixes_.rend(), prefix, &Prefix::name);
+        if (innermost == prefixes_.rend())
             fail(name.data(), "an undeclared namespace prefix");
+        else if (isAttribute)
+            expanded_.emplace_back(innermost->space, name.substr(colon + 1));
     }
 
     void value(pugi::xml_attribute& attribute)
@@ -172,6 +221,12 @@ private:
     {
         if (node.type() == pugi::node_comment)
             return comment(node);
+        if (node.type() == pugi::node_pi) {
+            instruction(node);
+            if (!receiver_)
+                instructions_.push_back(node);
+            return;
+        }
         if (node.type() == pugi::node_cdata) {
             if (receiver_)
                 run_ += node.value();
@@ -242,6 +297,7 @@ private:
 
     struct Prefix {
         std::string_view name;
+        std::string_view space; // what it stands for
         std::size_t depth;
     };
     static constexpr const char* kSectionEnd = "]]>";
@@ -250,8 +306,11 @@ private:
     std::string_view buffer_;
     XmlReceiver* const receiver_; // null: the tree is kept
     const bool mayHoldSectionEnds_;
-    std::vector<Prefix> prefixes_;        // those in force where the walk stands
-    std::vector<std::string_view> names_; // of the attributes of one element
+    std::vector<Prefix> prefixes_;                                        // those in force where the walk stands
+    std::vector<std::string_view> names_;                                 // of the attributes of one element
+    std::vector<std::pair<std::string_view, std::string_view>> expanded_; // those in namespaces, with these
+    std::vector<pugi::xml_node> instructions_;                            // of a tree that is kept
+    bool hasDocumentType_ = false;
     std::vector<XmlReceiver::Attribute> attributes_;
     std::string run_; // the text since the last tag, for the receiver
     std::string scratch_;

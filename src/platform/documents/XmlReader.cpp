@@ -3,6 +3,8 @@
 #include "platform/documents/XmlText.h"
 #include "platform/documents/XmlTree.h"
 
+#include <new>
+
 namespace dmf {
 
 using namespace internal;
@@ -50,10 +52,12 @@ std::optional<Fault> tokenize(std::string_view text, unsigned options, std::stri
     buffer.reserve(text.size() + 1);
     buffer.append(text).push_back('\n');
     options |= pugi::parse_cdata | pugi::parse_comments | pugi::parse_eol | pugi::parse_wconv_attribute |
-               pugi::parse_doctype | pugi::parse_declaration | pugi::parse_fragment;
+               pugi::parse_doctype | pugi::parse_declaration | pugi::parse_pi | pugi::parse_fragment;
     const auto parsed = document.load_buffer_inplace(buffer.data(), buffer.size(), options, pugi::encoding_utf8);
     if (parsed)
         return {};
+    if (parsed.status == pugi::status_out_of_memory)
+        throw std::bad_alloc(); // says nothing about the text
     return Fault{XmlErrorCode::malformed, atLine(text, static_cast<std::size_t>(parsed.offset), parsed.description())};
 }
 
