@@ -71,7 +71,7 @@ public:
         host().libraryFolder = path("/lib").string();
         writeFile("/lib/dmf/PlugIns/bench.bundle/Info.plist", R"(<plist version="1.0"><dict>
 <key>CFBundleExecutable</key><string>Object.so</string>
-<key>DMPlugInInterfaceNumber</key><integer>1</integer>
+<key>DMPlugInInterfaceNumber</key><integer>2</integer>
 <key>DMServiceConnectionType</key><string>Bench</string>
 <key>DMPlugInProtocol2ImplementorMap</key><dict><key>IDMServiceDiscovery</key><string>BenchDiscovery</string></dict>
 </dict></plist>)");

@@ -35,7 +35,7 @@ constexpr std::string_view kInfoList = R"(<?xml version="1.0" encoding="UTF-8"?>
 	<key>CFBundleExecutable</key>
 	<string>NAME.so</string>
 	<key>DMPlugInInterfaceNumber</key>
-	<integer>1</integer>
+	<integer>2</integer>
 	<key>DMServiceConnectionType</key>
 	<string>NAME</string>
 	<key>DMPlugInProtocol2ImplementorMap</key>

@@ -12,7 +12,7 @@ namespace dmf {
 
 /// The number of the interface between the library and its plug-ins. A plug-in states it in its description under
 /// "DMPlugInInterfaceNumber"; it goes up whenever plug-ins have to be built anew.
-inline constexpr int kPlugInInterfaceNumber = 1;
+inline constexpr int kPlugInInterfaceNumber = 2;
 inline constexpr std::string_view kPlugInInterfaceNumberKey = "DMPlugInInterfaceNumber";
 inline constexpr std::string_view kBundleExecutableKey = "CFBundleExecutable";
 
