@@ -41,6 +41,10 @@ public:
     /// cancelling and the end of the connection are the caller's affair.
     [[nodiscard]] virtual Progress read(std::span<std::uint8_t> space) = 0;
     [[nodiscard]] virtual Progress write(std::span<const std::uint8_t> bytes) = 0;
+    /// Takes back what was begun of the bytes given last and not told yet; how many of them the peer took all the same.
+    /// Called when a write ends before all its bytes were told, whatever ended it. May wait for half a second. For
+    /// transports that hand bytes over ahead; this one has nothing to take back.
+    [[nodiscard]] virtual std::uint32_t withdrawWrite() noexcept;
     /// Ends the document that was written. Gives the status once that is done; nothing while it goes on: then it is
     /// called again after a wait for writing. This one has nothing to end.
     [[nodiscard]] virtual std::optional<Status> finishWriting();

@@ -83,6 +83,7 @@ private:
 
     [[nodiscard]] static std::optional<Status> advanceRead(ADMTransferTicket& ticket, TransportConnection& connection);
     [[nodiscard]] static std::optional<Status> advanceWrite(ADMTransferTicket& ticket, TransportConnection& connection);
+    [[nodiscard]] static Status withdrawn(ADMTransferTicket& ticket, TransportConnection& connection, Status status);
     [[nodiscard]] static std::optional<Status> finish(ADMTransferTicket& ticket, TransportConnection& connection);
     Status perform(ADMTransferTicket& ticket, Direction direction, Attempt attempt);
     [[nodiscard]] ADMTransferTicket* ticketOf(Direction direction) noexcept;

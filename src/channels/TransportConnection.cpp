@@ -6,6 +6,11 @@ TransportConnection::TransportConnection() = default;
 
 TransportConnection::~TransportConnection() = default;
 
+std::uint32_t TransportConnection::withdrawWrite() noexcept
+{
+    return 0;
+}
+
 std::optional<TransportConnection::Status> TransportConnection::finishWriting()
 {
     return ProviderStatus::success;

@@ -104,6 +104,17 @@ ADMConnectionProvider::Status TransportProvider::cancelledStatus() const
     return isGivenUp() ? ProviderStatus::notOpen : ProviderStatus::cancelled;
 }
 
+/// What a write ends with that is to end by `status` with bytes left: the transport may have handed some of them over
+/// already.
+ADMConnectionProvider::Status TransportProvider::withdrawn(ADMTransferTicket& ticket, TransportConnection& connection,
+                                                           Status status)
+{
+    if (ticket.isComplete())
+        return status;
+    ticket.advance(std::min(connection.withdrawWrite(), static_cast<std::uint32_t>(ticket.bytes().size())));
+    return ticket.isComplete() ? ProviderStatus::success : status;
+}
+
 // Each moves what can be moved now, without waiting, and gives the status with which the transfer has ended, or nothing
 // while it is to go on: either it has come further, or it cannot for now.
 
@@ -127,8 +138,11 @@ std::optional<ADMConnectionProvider::Status> TransportProvider::advanceWrite(ADM
     const auto moved = connection.write(ticket.bytes());
     ticket.advance(moved.count);
     if (moved.status != ProviderStatus::success)
-        return statusOf(moved.status, connection);
-    return ticket.isComplete() ? ProviderStatus::success : timedOut(ticket);
+        return withdrawn(ticket, connection, statusOf(moved.status, connection));
+    if (ticket.isComplete())
+        return ProviderStatus::success;
+    const auto late = timedOut(ticket);
+    return late ? std::optional(withdrawn(ticket, connection, *late)) : std::nullopt;
 }
 
 std::optional<ADMConnectionProvider::Status> TransportProvider::finish(ADMTransferTicket& ticket,
@@ -178,7 +192,7 @@ ADMConnectionProvider::Status TransportProvider::perform(ADMTransferTicket& tick
             return ProviderStatus::notOpen;
         if (Clock::now() >= askAgain) {
             if (shouldCancel(direction))
-                return cancelledStatus();
+                return direction == Direction::write ? withdrawn(ticket, *own, cancelledStatus()) : cancelledStatus();
             askAgain = Clock::now() + kCancelInterval;
         }
         if (ticket.processed() != before)
@@ -305,8 +319,11 @@ void TransportProvider::askWhetherToCancel(Lock& held)
         const auto status = cancelledStatus(); // like the question, it may be what lets go of the channel
         held.lock();
         auto* const ticket = ticketOf(direction);
-        if (isUnwanted && !isStopRequested() && ticket && ticket->startTime() == askedFor)
-            notifyParentOnTicket(ticket, status);
+        if (!isUnwanted || isStopRequested() || !ticket || ticket->startTime() != askedFor)
+            continue;
+        const auto current = connection();
+        notifyParentOnTicket(ticket,
+                             direction == Direction::write && current ? withdrawn(*ticket, *current, status) : status);
     }
     askAgain_ = Clock::now() + kCancelInterval;
 }
