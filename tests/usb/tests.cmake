@@ -20,4 +20,5 @@ target_compile_features(dmf_test_usb PUBLIC cxx_std_20)
 
 dmf_add_tests(usb_emulated "${PROJECT_SOURCE_DIR}/bundles/usb/tests/emulated")
 target_link_libraries(test_usb_emulated PRIVATE dmf_usb_parts dmf_test_usb dmf_test_process)
-cmake_language(DEFER CALL add_dependencies test_usb_emulated usb)
+get_property(bundles GLOBAL PROPERTY DMF_BUNDLES)
+add_dependencies(test_usb_emulated ${bundles})

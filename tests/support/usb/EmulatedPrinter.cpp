@@ -403,7 +403,7 @@ EmulatedPrinter::Reply EmulatedPrinter::reap(UMockdevIoctlData* data)
     const auto found =
         std::find_if(transfers_.begin(), transfers_.end(), [](const auto& each) { return each->hasEnded; });
     if (found == transfers_.end())
-        return {-1, isGone_ ? ENODEV : EAGAIN, isGone_ ? std::chrono::milliseconds(0) : kNothingYet};
+        return {-1, isGone_ ? ENODEV : EAGAIN, kNothingYet};
     umockdev_ioctl_data_set_ptr(data, 0, (*found)->request);
     transfers_.erase(found);
     return {};
