@@ -1,9 +1,11 @@
 #include "platform/host/Host.h"
 
+#include <sys/auxv.h>
 #include <sys/file.h>
 #include <syslog.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -20,6 +22,10 @@ Host& machine()
     return *real;
 }
 
+// What may be said by the user of a program that has more rights than he has. A new variable is not among them unless
+// it says neither whom the library talks to nor what it reads, writes or loads.
+constexpr std::string_view kHarmless[] = {"DMFConsoleLog", "LANG", "LANGUAGE", "LC_ALL", "LC_MESSAGES"};
+
 double seconds(clockid_t clock, std::int64_t offset) noexcept
 {
     timespec time{};
@@ -32,7 +38,7 @@ double seconds(clockid_t clock, std::int64_t offset) noexcept
 
 Host::Host()
     : lockFile(&::flock), processName(program_invocation_short_name),
-      systemLog([](int priority, std::string_view line) {
+      hasRaisedRights(::getauxval(AT_SECURE) != 0), systemLog([](int priority, std::string_view line) {
           ::syslog(LOG_USER | priority, "%.*s", static_cast<int>(line.size()), line.data());
       })
 {
@@ -79,6 +85,8 @@ std::string Host::path(std::string_view absolute) const
 
 std::optional<std::string> Host::environment(const std::string& name) const
 {
+    if (hasRaisedRights && std::ranges::find(kHarmless, name) == std::end(kHarmless))
+        return std::nullopt;
     if (environmentOverride) {
         const auto entry = environmentOverride->find(name);
         return entry == environmentOverride->end() ? std::nullopt : std::optional(entry->second);

@@ -38,6 +38,8 @@ struct DMF_EXPORT Host {
     /// The system version in packed decimal digits, 0x1050 for 10.5.0.
     std::atomic<std::uint32_t> systemVersion{0x1068};
     std::string processName;
+    /// Whether the process has more rights than the user who started it, who then is one of the others.
+    bool hasRaisedRights;
     /// When set, replaces the process's environment.
     std::optional<std::map<std::string, std::string, std::less<>>> environmentOverride;
     /// When set, replaces the folder that holds the library's "dmf/Resources" and "dmf/PlugIns".
@@ -57,6 +59,9 @@ struct DMF_EXPORT Host {
     /// one start in all processes of a boot.
     [[nodiscard]] const std::string& bootIdentity() const;
     [[nodiscard]] std::string path(std::string_view absolute) const;
+    /// A variable of the environment. The one place where the library reads it: with raised rights only what says how
+    /// something is told counts, its language for instance, and whatever says where something is counts as not set.
+    /// docs/environment.md lists all variables.
     [[nodiscard]] std::optional<std::string> environment(const std::string& name) const;
 
     /// The host in force. Thread-safe; the reference stays good for the life of the process.

@@ -1,7 +1,6 @@
 #include "platform/host/Trust.h"
 
 #include <endian.h>
-#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -14,6 +13,8 @@
 #include <string_view>
 #include <system_error>
 #include <vector>
+
+#include "platform/host/Host.h"
 
 namespace dmf::internal {
 namespace {
@@ -162,7 +163,7 @@ bool isOrHolds(std::string_view folder, std::string_view path)
 
 bool hasRaisedPrivileges() noexcept
 {
-    return ::getauxval(AT_SECURE) != 0;
+    return Host::current().hasRaisedRights;
 }
 
 std::string reasonNotToTrust(const std::string& path)
