@@ -17,11 +17,16 @@ namespace {
 
 constexpr std::string_view kSchema = "dmf/1";
 
+bool isTerminal(FILE* stream)
+{
+    return ::isatty(::fileno(stream)) == 1;
+}
+
 bool coloured(FILE* stream)
 {
     const char* const plain = ::getenv("NO_COLOR");
     const char* const terminal = ::getenv("TERM");
-    return ::isatty(::fileno(stream)) == 1 && !(plain && *plain) && terminal && std::string_view(terminal) != "dumb";
+    return isTerminal(stream) && !(plain && *plain) && terminal && std::string_view(terminal) != "dumb";
 }
 
 void write(FILE* stream, std::string_view text)
@@ -125,7 +130,8 @@ Json errorObject(ExitCode code, const std::string& reason)
 void Output::writeObject(const Json& object)
 {
     // Bytes that are not UTF-8 would otherwise make the library throw; they come from devices and files.
-    write(stdout, object.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace) + '\n');
+    const std::string text = object.dump(oneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace) + '\n';
+    write(stdout, isTerminal(stdout) ? printableJson(text) : text);
     std::fflush(stdout);
     wroteObject_ = true;
     Interrupt::oweObject(false);
@@ -135,7 +141,8 @@ void Output::result(Json fields, const std::function<std::string(const Json&)>& 
 {
     progress({});
     if (!json) {
-        write(stdout, people(fields));
+        const std::string text = people(fields);
+        write(stdout, isTerminal(stdout) ? printableLines(text) : text);
         return;
     }
     Json object = Json::object();
@@ -152,7 +159,10 @@ void Output::result(Json fields)
 void Output::bytes(std::string_view bytes)
 {
     progress({});
-    write(stdout, bytes);
+    if (isTerminal(stdout))
+        write(stdout, stream_.take(bytes));
+    else
+        write(stdout, bytes);
     std::fflush(stdout);
     lineIsOpen_ = !bytes.ends_with('\n');
 }
@@ -162,8 +172,8 @@ void Output::note(const std::string& text)
     if (quiet)
         return;
     // On a terminal both streams share the line.
-    const bool needsLineEnd = std::exchange(lineIsOpen_, false) && ::isatty(STDOUT_FILENO) == 1;
-    write(stderr, (needsLineEnd ? "\n" : "") + text + '\n');
+    const bool needsLineEnd = std::exchange(lineIsOpen_, false) && isTerminal(stdout);
+    write(stderr, (needsLineEnd ? "\n" : "") + (isTerminal(stderr) ? printableLines(text) : text) + '\n');
 }
 
 void Output::failure(const Failure& failure)
@@ -183,24 +193,26 @@ void Output::failure(const Failure& failure)
 
 bool Output::showsProgress() const
 {
-    return !quiet && !json && ::isatty(STDERR_FILENO) == 1;
+    return !quiet && !json && isTerminal(stderr);
 }
 
 void Output::progress(const std::string& text)
 {
     if (!showsProgress() || (text.empty() && progressWidth_ == 0))
         return;
-    std::string line = '\r' + text;
-    if (text.size() < progressWidth_)
-        line.append(progressWidth_ - text.size(), ' ');
-    if (text.empty())
+    const std::string shown = printable(text);
+    std::string line = '\r' + shown;
+    if (shown.size() < progressWidth_)
+        line.append(progressWidth_ - shown.size(), ' ');
+    if (shown.empty())
         line += '\r';
-    progressWidth_ = text.size();
+    progressWidth_ = shown.size();
     write(stderr, line);
 }
 
 bool Output::finish()
 {
+    write(stdout, stream_.rest());
     return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
 }
 
@@ -248,25 +260,6 @@ std::string describe(const Json& fields)
     std::string text;
     describeFields(fields, 0, text);
     return text;
-}
-
-std::string printable(std::string_view text)
-{
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        // The second block of control characters is C2 80 to C2 9F in UTF-8.
-        const bool second =
-            byte == 0xC2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xE0) == 0x80;
-        if (byte >= 0x20 && byte != 0x7F && !second) {
-            result += text[i];
-            continue;
-        }
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02x", second ? static_cast<unsigned char>(text[++i]) : byte);
-        result += escape;
-    }
-    return result;
 }
 
 std::string decimal(double value, int decimals)

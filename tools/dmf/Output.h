@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Printable.h"
+
 namespace dmf::tool {
 
 /// Fields keep the order in which they were written, so that the output reads the same every time.
@@ -42,7 +44,8 @@ private:
     Json fields_;
 };
 
-/// Where a command's words go: results to standard output, everything else to standard error. With `json` a run writes
+/// Where a command's words go: results to standard output, everything else to standard error. What could steer a
+/// terminal is made visible on one, and goes into pipes and files as it is. With `json` a run writes
 /// exactly one object, errors included (`simulate` too: its object comes when it is ready); with `oneLine`, any number.
 /// Not thread-safe.
 class Output {
@@ -56,7 +59,7 @@ public:
     void result(Json fields, const std::function<std::string(const Json&)>& people);
     /// The result in the common form for people: a line per field, nested ones indented.
     void result(Json fields);
-    /// Raw bytes of a result, for `--answer`.
+    /// Raw bytes of a result, for `--answer`; byte for byte into pipes and files.
     void bytes(std::string_view bytes);
 
     /// A remark on standard error; silent with `quiet`.
@@ -76,6 +79,7 @@ private:
     bool wroteObject_ = false;
     bool lineIsOpen_ = false; // what went to standard output last does not end in a line end
     std::size_t progressWidth_ = 0;
+    PrintableStream stream_; // of `bytes`, on a terminal
 };
 
 /// Strings as they are, data in base64, dates as "2026-01-31T12:00:00Z".
@@ -84,9 +88,6 @@ private:
 
 /// A line per field ("name: value"), nested ones indented.
 [[nodiscard]] std::string describe(const Json& fields);
-
-/// `text` with its control characters made visible: what devices say of themselves must not steer a terminal.
-[[nodiscard]] std::string printable(std::string_view text);
 
 /// "3.2 kB"; the same in every locale.
 [[nodiscard]] std::string byteCount(std::uint64_t bytes);
