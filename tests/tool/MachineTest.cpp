@@ -62,7 +62,8 @@ TEST_F(Machine, RunsACommandUnderALockAndPassesOnItsStatus)
     EXPECT_EQ(result.status, 7);
     EXPECT_EQ(result.out, "log\n");
     EXPECT_EQ(dmf({"lock", lockName(), "--", "sh", "-c", "kill -KILL $$"}).status, 137);
-    EXPECT_EQ(dmf({"lock", lockName(), "--", "/nonexistent"}).status, 1);
+    EXPECT_EQ(dmf({"lock", lockName(), "--", "/nonexistent"}).status, 127);
+    EXPECT_EQ(dmf({"lock", lockName(), "--", write("no program", "")}).status, 126);
     EXPECT_FALSE(std::filesystem::exists(lockFile()));
     EXPECT_EQ(dmf({"lock", "a/b", "--", "true"}).status, 1);
 
@@ -91,6 +92,91 @@ TEST_F(Machine, LetsOneCommandOfALockRunAfterTheOther)
     interrupted.signal(SIGINT);
     EXPECT_EQ(interrupted.wait().status, 130);
     EXPECT_FALSE(std::filesystem::exists(lockFile())) << "a command that does not want to end keeps no lock";
+}
+
+TEST_F(Machine, KeepsALockFreshForLongerThanItsTimeAndTellsWhoLostIt)
+{
+    const auto waiting = [this] { // as its holder's, so that it breaks what is older
+        return dmf({"lock", lockName(), "--timeout", "3", "--", "true"}).status;
+    };
+    Process first(command({"lock", lockName(), "--timeout", "3", "--", "sh", "-c", "echo in; read x"}));
+    ASSERT_EQ(first.readLine(), "in");
+    EXPECT_EQ(waiting(), 3) << "six seconds, twice the age at which a lock is broken";
+    first.write("go on\n");
+    const auto kept = first.wait();
+    EXPECT_EQ(kept.status, 0);
+    EXPECT_EQ(kept.err, "");
+
+    Process loser(command({"--json", "lock", lockName(), "--", "sh", "-c", "echo in >&2; read x"}));
+    ASSERT_TRUE(loser.waitForError("in"));
+    std::filesystem::remove(lockFile());
+    write("theirs", "");
+    std::filesystem::copy_file(folder / "theirs", lockFile());
+    loser.write("go on\n");
+    const auto lost = loser.wait();
+    EXPECT_EQ(lost.status, 0);
+    EXPECT_EQ(parseObject(lost.out)["lost"], true);
+    EXPECT_NE(lost.err.find("was broken while the command ran"), std::string::npos) << lost.err;
+    EXPECT_TRUE(std::filesystem::remove(lockFile())) << "the new holder's";
+}
+
+TEST_F(Machine, DoesWithoutStandardStreams)
+{
+    const auto closed = [](const std::string& redirections, const std::string& arguments) {
+        return Process::run({"/bin/sh", "-c", "exec " DMF_BUILD_FOLDER "/bin/dmf " + arguments + ' ' + redirections});
+    };
+    EXPECT_EQ(closed("<&-", "credentials store 'socket://printer1/?vendor=QL' eva").status, 1);
+    EXPECT_EQ(closed("<&- >&- 2>&-", "uri make host printer1").status, 0);
+    // The log file must not become the standard error that was closed.
+    const auto log = folder / "run.log";
+    EXPECT_EQ(closed("2>&-", "--log-file '" + log.string() + "' uri parse nonsense").status, 1);
+    EXPECT_EQ(read(log).find("dmf: "), std::string::npos) << read(log);
+}
+
+TEST_F(Machine, TellsWhoseLogsAreNotWrittenAndRootMakesOneForAll)
+{
+    // In a mount namespace, where the folder of the logs is the test's own.
+    const std::string script = write("script", R"(
+tool=$0 folder=/var/log/qlio
+as() { user=$1; shift; setpriv --reuid "$user" --regid "$user" --clear-groups "$@"; }
+mount -t tmpfs -o mode=755 none /var/log && as 65534 test -x "$tool" || exit 77
+"$tool" log errors >&2 || exit 1
+as 65533 sh -c "echo theirs >$folder/DMF_app.log"
+as 65534 "$tool" doctor --json | tr -d '\n'; echo
+as 65533 "$tool" log --shared app >&2; echo $?
+"$tool" log --shared app --json | tr -d '\n'; echo
+stat -c '%u %g %a' $folder/DMF_app.log
+as 65534 "$tool" doctor --json | tr -d '\n'; echo
+ln -s /etc/passwd $folder/DMF_link.log
+"$tool" log --shared link >&2; echo $?
+as 65533 touch $folder/DMF_dmf.log
+"$tool" log
+)");
+    const auto result =
+        Process::run({"/usr/bin/unshare", "--mount", "/bin/sh", "-c", ". \"$1\"", DMF_BUILD_FOLDER "/bin/dmf", script});
+    std::istringstream lines(result.out);
+    const auto next = [&lines] {
+        std::string line;
+        std::getline(lines, line);
+        return line;
+    };
+    const auto logCheck = [&] { return parseObject(next())["checks"][0]; };
+    const std::string begin = next();
+    if (begin.empty())
+        GTEST_SKIP() << "needs root and a mount namespace: " << result.err;
+    const Json before = parseObject(begin)["checks"][0];
+    EXPECT_EQ(before["good"], false);
+    EXPECT_NE(before["message"].get<std::string>().find("DMF_app.log belongs to another user (65533)"),
+              std::string::npos)
+        << before;
+    EXPECT_EQ(next(), "1") << "only root may";
+    EXPECT_EQ(parseObject(next())["notWritten"], nullptr);
+    EXPECT_EQ(next(), "0 0 666");
+    EXPECT_EQ(logCheck()["good"], true);
+    EXPECT_EQ(next(), "1") << "a link is not shared";
+    EXPECT_NE(result.out.find("not written by this user: /var/log/qlio/DMF_dmf.log belongs to another user"),
+              std::string::npos)
+        << result.out;
 }
 
 TEST_F(Machine, IsExaminedWithinABoundWhateverIsWrong)

@@ -44,8 +44,11 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, bool outputT
     const int error = ::posix_spawnp(&process_, arguments.front(), &actions, &attributes, arguments.data(), ::environ);
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
+    // As a shell tells it.
+    constexpr auto noSuchCommand = static_cast<ExitCode>(127);
+    constexpr auto cannotBeRun = static_cast<ExitCode>(126);
     if (error != 0)
-        throw Failure(ExitCode::failed,
+        throw Failure(error == ENOENT || error == ENOTDIR ? noSuchCommand : cannotBeRun,
                       "cannot run " + command.front() + ": " + std::generic_category().message(error));
     handle_ = static_cast<int>(::syscall(SYS_pidfd_open, process_, 0));
 }

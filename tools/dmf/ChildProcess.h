@@ -11,7 +11,8 @@ namespace dmf::tool {
 class ChildProcess {
 public:
     /// Starts the program, looked for in PATH; it has the signals as this program was given them. With `outputToError`
-    /// it writes its output to standard error. Throws Failure when it cannot be started.
+    /// it writes its output to standard error. Throws Failure when it cannot be started, with a shell's exit status:
+    /// 127 when there is no such program, 126 when it cannot be run.
     ChildProcess(const std::vector<std::string>& command, bool outputToError);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

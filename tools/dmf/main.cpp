@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -116,10 +120,20 @@ ExitCode run(int count, char** arguments, Session& session)
     return runAction(session);
 }
 
+// A standard descriptor that the caller has closed would go to the first file, or connection, that is opened: what is
+// read or written there would come from it and go to it.
+void openStandardDescriptors()
+{
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(number, F_GETFD) == -1 && errno == EBADF)
+            (void)::open("/dev/null", O_RDWR); // the lowest number that is free, which is this one
+}
+
 } // namespace
 
 int main(int count, char** arguments)
 {
+    openStandardDescriptors();
     Session session;
     session.out.json = asksForJson(count, arguments);
     ExitCode code = ExitCode::failed;

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <future>
+#include <set>
 #include <system_error>
 
 #include "Interrupt.h"
@@ -32,6 +33,23 @@ Json check(const char* name, bool isGood, const std::string& message, const std:
             {"advice", advice.empty() ? Json(nullptr) : Json(advice)}};
 }
 
+/// Of the logs that are there, and of this program's: those that this user's programs do not write, and why.
+std::string logsNotWritten(const fs::path& folder)
+{
+    std::set<std::string> files{folder / "DMF_dmf.log"};
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with("DMF_") && name.ends_with(".log"))
+            files.insert(entry.path());
+    }
+    std::string reasons;
+    for (const auto& file : files)
+        if (const auto reason = ADMLogger::reasonNotToLog(file); !reason.empty())
+            reasons += (reasons.empty() ? "" : "; ") + reason;
+    return reasons;
+}
+
 Json checkLog()
 {
     const std::string folder = fs::path(kDMLogConfigPath).parent_path();
@@ -43,6 +61,9 @@ Json checkLog()
     if (::access(folder.c_str(), W_OK | X_OK) != 0)
         return check("log", false, folder + " cannot be written to, so this user's programs log nothing",
                      "as root: chmod 1777 " + folder);
+    if (const auto reasons = logsNotWritten(folder); !reasons.empty())
+        return check("log", false, "this user's programs do not write all logs: " + reasons,
+                     "as root: 'dmf log --shared PROGRAM' makes DMF_PROGRAM.log one for all users");
     return check("log", true, folder + " is there; the level is " + level.value_or("not set, so nothing is logged"));
 }
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,8 +59,47 @@ void setLevel(const std::string& level)
     fail("cannot set the level in " + path.string(), error);
 }
 
-ExitCode showOrSet(Session& session, const std::string& level)
+fs::path logFileOf(const std::string& program)
 {
+    if (program.empty() || program.find('/') != std::string::npos)
+        throw Failure(ExitCode::wrongCommandLine, "'" + program + "' is no name of a program");
+    return fs::path(kDMLogConfigPath).parent_path() / ("DMF_" + program + ".log");
+}
+
+// A file that was made by whichever user came first is that user's, and the others' lines do not go there. One of
+// root's that all may write to is good for everybody. Whatever stands under the name already is looked at before it is
+// taken.
+void share(const fs::path& path)
+{
+    makeFolder(path.parent_path());
+    constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int file = ::open(path.c_str(), flags);
+    if (file < 0 && errno == ENOENT)
+        file = ::open(path.c_str(), flags | O_CREAT | O_EXCL, 0644);
+    if (file < 0)
+        fail("cannot share " + path.string(), errno);
+    struct stat status {};
+    const bool isPlain = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+    const bool isShared = isPlain && ::fchown(file, 0, 0) == 0 && ::fchmod(file, 0666) == 0;
+    const int error = errno;
+    ::close(file);
+    if (!isPlain)
+        throw Failure(ExitCode::failed, "cannot share " + path.string() + ": it is no regular file of one name");
+    if (!isShared)
+        fail("cannot share " + path.string(), error);
+}
+
+struct LogOptions {
+    std::string level;
+    std::string shared;
+};
+
+ExitCode showOrSet(Session& session, const LogOptions& options)
+{
+    const std::string& level = options.level;
+    const fs::path file = logFileOf(options.shared.empty() ? "dmf" : options.shared);
+    if (!options.shared.empty())
+        share(file);
     if (!level.empty()) {
         if (ADMLogger::levelValueFromString(level) == ADMLogger::kUnknownLevel)
             throw Failure(ExitCode::wrongCommandLine,
@@ -69,11 +109,17 @@ ExitCode showOrSet(Session& session, const std::string& level)
     const auto configured = level.empty() ? ADMLogger::environmentLogLevel() : level;
     Json fields;
     fields["level"] = toJson(configured);
-    fields["file"] = (fs::path(kDMLogConfigPath).parent_path() / "DMF_dmf.log").string();
+    fields["file"] = file.string();
+    fields["notWritten"] = toJson(std::optional(ADMLogger::reasonNotToLog(file)));
+    if (fields["notWritten"] == "")
+        fields["notWritten"] = nullptr;
     session.out.result(fields, [](const Json& all) {
         const bool none = all["level"].is_null();
         return "level: " + (none ? "none: nothing is logged" : printable(all["level"].get<std::string>())) +
-               "\nfile:  " + all["file"].get<std::string>() +
+               "\nfile:  " + printable(all["file"].get<std::string>()) +
+               (all["notWritten"].is_null()
+                    ? ""
+                    : "\n       not written by this user: " + printable(all["notWritten"].get<std::string>())) +
                "\n       (each program has its own: DMF_<program>.log; a level takes effect within five seconds)\n";
     });
     return ExitCode::done;
@@ -86,10 +132,13 @@ void addLogCommand(CLI::App& root, Session& session)
     CLI::App* const command = addCommand(
         root, "log", "Shows or sets how much this machine's programs log", "  dmf log debug",
         "The levels are nolog, info, warnings, errors, debug and debug2; each lets through itself and those\n"
-        "before it. A new level takes effect within five seconds.");
-    const auto level = std::make_shared<std::string>();
-    command->add_option("LEVEL", *level, "The level to set");
-    onCommand(command, session, [&session, level] { return showOrSet(session, *level); });
+        "before it. A new level takes effect within five seconds. A program's log belongs to the user who ran it\n"
+        "first, and the same program of another user does not write there; --shared makes it everybody's.");
+    const auto options = std::make_shared<LogOptions>();
+    command->add_option("LEVEL", options->level, "The level to set");
+    command->add_option("--shared", options->shared, "As root: make that program's log one for all users")
+        ->type_name("PROGRAM");
+    onCommand(command, session, [&session, options] { return showOrSet(session, *options); });
 }
 
 } // namespace dmf::tool

@@ -23,7 +23,7 @@ _dmf_words() {
     "credentials") echo "store show" ;;
     "credentials store" | "credentials show") echo "--class" ;;
     "lock") echo "--timeout" ;;
-    "log") echo "nolog info warnings errors debug debug2" ;;
+    "log") echo "nolog info warnings errors debug debug2 --shared" ;;
     esac
 }
 
@@ -51,7 +51,7 @@ _dmf() {
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --timeout | --port | --drop-after | --slow | --scheme | --product | --vendor | --serial | --type | --domain | --table)
+    --timeout | --port | --drop-after | --slow | --scheme | --product | --vendor | --serial | --type | --domain | --table | --shared)
         return
         ;;
     esac
