@@ -52,7 +52,10 @@ private:
 using TerminalOutput = ToolTest;
 
 // An escape sequence, an 8-bit control in UTF-8 and as a byte alone, an override of the writing direction.
-constexpr const char* kHostile = "A\x1b[2J\xc2\x9b" "2J\x9b" "2J\xe2\x80\xae" "gpj\xc3\xa9";
+constexpr const char* kHostile = "A\x1b[2J\xc2\x9b"
+                                 "2J\x9b"
+                                 "2J\xe2\x80\xae"
+                                 "gpj\xc3\xa9";
 
 bool isHarmless(const std::string& text)
 {

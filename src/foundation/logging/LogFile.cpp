@@ -17,13 +17,13 @@ namespace {
 
 constexpr double kSecondsBetweenTries = 1.0;
 
-std::string errorText(int code)
+std::string textOfError(int code)
 {
     return std::generic_category().message(code);
 }
 
 /// What speaks against the file itself.
-std::string reasonAgainst(const struct stat& status, const std::string& path)
+std::string reasonAgainstFile(const struct stat& status, const std::string& path)
 {
     if (!S_ISREG(status.st_mode))
         return path + (S_ISDIR(status.st_mode) ? " is a folder" : " is no regular file");
@@ -40,25 +40,25 @@ std::string reasonAgainstMissing(const std::string& path)
     if (!isFolder(folder))
         return "there is no folder " + folder;
     return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? std::string()
-                                                                               : folder + ": " + errorText(errno);
+                                                                               : folder + ": " + textOfError(errno);
 }
 
 /// The same as reasonAgainstLogFile; tells also whether a link has to be followed.
-std::string reasonAgainst(const std::string& path, bool& isLink)
+std::string reasonAgainstFile(const std::string& path, bool& isLink)
 {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0)
-        return errno == ENOENT ? reasonAgainstMissing(path) : path + ": " + errorText(errno);
+        return errno == ENOENT ? reasonAgainstMissing(path) : path + ": " + textOfError(errno);
     isLink = S_ISLNK(status.st_mode);
     if (isLink) {
         if (!isTrustedUser(status.st_uid) || !reasonNotToTrust(folderOf(path)).empty())
             return path + " is a link that others made or could exchange";
         if (::stat(path.c_str(), &status) != 0)
-            return errno == ENOENT ? std::string() : path + ": " + errorText(errno);
+            return errno == ENOENT ? std::string() : path + ": " + textOfError(errno);
     }
-    auto reason = reasonAgainst(status, path);
+    auto reason = reasonAgainstFile(status, path);
     if (reason.empty() && ::faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) != 0)
-        reason = path + ": " + errorText(errno);
+        reason = path + ": " + textOfError(errno);
     return reason;
 }
 
@@ -74,7 +74,7 @@ bool endsInACutLine(int descriptor)
 std::string reasonAgainstLogFile(const std::string& path)
 {
     bool isLink = false;
-    return reasonAgainst(path, isLink);
+    return reasonAgainstFile(path, isLink);
 }
 
 std::shared_ptr<FileHandle> openLogFile(const std::string& path, std::string* refusal)
@@ -87,17 +87,17 @@ std::shared_ptr<FileHandle> openLogFile(const std::string& path, std::string* re
     // Looked at before it is opened, since opening a device can already do something; and again once it is open, since
     // it may have been exchanged in between.
     bool isLink = false;
-    if (auto reason = reasonAgainst(path, isLink); !reason.empty())
+    if (auto reason = reasonAgainstFile(path, isLink); !reason.empty())
         return refuse(std::move(reason));
     const int flags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (isLink ? 0 : O_NOFOLLOW);
     const int descriptor = ::open(path.c_str(), flags, 0644);
     if (descriptor < 0)
-        return refuse(path + ": " + errorText(errno));
+        return refuse(path + ": " + textOfError(errno));
     auto handle = std::make_shared<FileHandle>(descriptor);
     struct stat status {};
     if (::fstat(descriptor, &status) != 0)
-        return refuse(path + ": " + errorText(errno));
-    if (auto reason = reasonAgainst(status, path); !reason.empty())
+        return refuse(path + ": " + textOfError(errno));
+    if (auto reason = reasonAgainstFile(status, path); !reason.empty())
         return refuse(std::move(reason));
     return handle;
 }

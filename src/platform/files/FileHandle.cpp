@@ -47,7 +47,7 @@ private:
 using Clock = std::chrono::steady_clock;
 
 /// How long a reader may leave a pipe, a socket or a non-blocking descriptor full.
-constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kReadersPatience = std::chrono::seconds(1);
 
 /// Whether the descriptor takes more by then, which signals do not put off. What is wrong with it the write tells.
 bool becomesWritable(int descriptor, Clock::time_point end)
@@ -70,7 +70,7 @@ void writeAll(int descriptor, std::string_view bytes, std::size_t piece, bool wa
     std::optional<Clock::time_point> end; // since the last progress
     while (!bytes.empty()) {
         if (waits && !end)
-            end = Clock::now() + kPatience;
+            end = Clock::now() + kReadersPatience;
         if (waits && !becomesWritable(descriptor, *end))
             throw ShortWrite(EAGAIN, all - bytes.size());
         const ssize_t written = ::write(descriptor, bytes.data(), std::min(bytes.size(), piece));
@@ -81,7 +81,7 @@ void writeAll(int descriptor, std::string_view bytes, std::size_t piece, bool wa
         }
         const int error = written == 0 ? ENOSPC : errno;
         if (!end)
-            end = Clock::now() + kPatience;
+            end = Clock::now() + kReadersPatience;
         // A half written line would run into the next one.
         const bool isFull = error == EAGAIN && Clock::now() < *end && becomesWritable(descriptor, *end);
         if (!isFull && error != EINTR)

@@ -37,8 +37,8 @@ double seconds(clockid_t clock, std::int64_t offset) noexcept
 } // namespace
 
 Host::Host()
-    : lockFile(&::flock), processName(program_invocation_short_name),
-      hasRaisedRights(::getauxval(AT_SECURE) != 0), systemLog([](int priority, std::string_view line) {
+    : lockFile(&::flock), processName(program_invocation_short_name), hasRaisedRights(::getauxval(AT_SECURE) != 0),
+      systemLog([](int priority, std::string_view line) {
           ::syslog(LOG_USER | priority, "%.*s", static_cast<int>(line.size()), line.data());
       })
 {
