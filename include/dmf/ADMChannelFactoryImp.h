@@ -31,6 +31,9 @@ public:
     /// Nothing happens unless the set of names changes.
     void resetChannelNamesToDiscover(const std::vector<std::string>& channelNames) override;
 
+    using ADMDiscoveringFactory::performDiscoveryForConnectionTypes;
+    using ADMDiscoveringFactory::performDiscoveryWithTimeout;
+    using ADMDiscoveringFactory::scheduleDiscoveryForConnectionTypes;
     void setServiceNamesToDiscover(const std::vector<std::string>& names) override;
     void scheduleDiscoveryForServiceNames(const std::vector<std::string>& names) override;
     void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
@@ -46,21 +49,6 @@ public:
     void setRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::set<std::string> modes);
     void scheduleInRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::optional<std::string_view> mode) override;
     void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::optional<std::string_view> mode) override;
-
-    // What follows is the discovering factory's.
-    [[nodiscard]] std::shared_ptr<ADMDiscoveryDelegate> delegate() const override;
-    void setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate) override;
-    [[nodiscard]] std::shared_ptr<ADMDiscoveryFilter> filter() const override;
-    void setFilter(std::shared_ptr<ADMDiscoveryFilter> filter) override;
-    [[nodiscard]] std::vector<std::string> availableConnectionTypes() const override;
-    void setParametersToResolve(std::optional<dmf::Dictionary> parameters,
-                                std::optional<std::string_view> connectionType) override;
-    void scheduleDiscovery() override;
-    void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes) override;
-    [[nodiscard]] Services performDiscoveryWithTimeout(double timeout) override;
-    [[nodiscard]] Services performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
-                                                              double timeout) override;
-    void stop() override;
 
 private:
     std::optional<std::set<std::string>> channelNames_; // guarded by the factory's lock, as are the others

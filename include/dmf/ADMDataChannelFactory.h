@@ -34,6 +34,9 @@ public:
     /// The channel names to look for from now on. When they really change, a running discovery ends without a report.
     virtual void setServiceNamesToDiscover(const std::vector<std::string>& names);
     /// The operations of a discovery, for these channel names from now on.
+    using ADMDiscovery::performDiscoveryForConnectionTypes;
+    using ADMDiscovery::performDiscoveryWithTimeout;
+    using ADMDiscovery::scheduleDiscoveryForConnectionTypes;
     virtual void scheduleDiscoveryForServiceNames(const std::vector<std::string>& names);
     virtual void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
                                                      const std::vector<std::string>& serviceNames);
@@ -42,19 +45,7 @@ public:
                                                                       double timeout,
                                                                       const std::vector<std::string>& serviceNames);
 
-    [[nodiscard]] std::shared_ptr<ADMDiscoveryDelegate> delegate() const override;
-    void setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate) override;
-    [[nodiscard]] std::shared_ptr<ADMDiscoveryFilter> filter() const override;
-    void setFilter(std::shared_ptr<ADMDiscoveryFilter> filter) override;
-    [[nodiscard]] std::vector<std::string> availableConnectionTypes() const override;
-    void setParametersToResolve(std::optional<dmf::Dictionary> parameters,
-                                std::optional<std::string_view> connectionType) override;
-    void scheduleDiscovery() override;
-    void scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes) override;
-    [[nodiscard]] Services performDiscoveryWithTimeout(double timeout) override;
-    [[nodiscard]] Services performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
-                                                              double timeout) override;
-    void stop() override;
-    void scheduleInRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::optional<std::string_view> mode) override;
-    void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::optional<std::string_view> mode) override;
+protected:
+    /// For subclasses; `init` makes the library's own.
+    ADMDataChannelFactory();
 };

@@ -41,7 +41,6 @@ const dmf::Protocol& ADMDiscovery::protocol()
 {
     return kDiscovery;
 }
-ADMDiscovery::~ADMDiscovery() = default;
 
 const dmf::Protocol& ADMDiscoveryFilter::protocol()
 {

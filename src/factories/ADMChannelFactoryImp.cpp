@@ -5,30 +5,22 @@
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/ADMServiceInfo.h>
 #include <dmf/DMKeys.h>
-#include <dmf/DMLog.h>
 
-#include <exception>
 #include <utility>
 
+#include "foundation/logging/Guarded.h"
 #include "plugins/GuardedMake.h"
 
-namespace {
-/// A provider is a plug-in's: what it throws counts as having no such class.
-std::shared_ptr<const dmf::Class> classFrom(const ADMIOProvider& provider, const dmf::Protocol& protocol)
-{
-    try {
-        return provider.implementorClassForProtocolWithName(protocol.name());
-    } catch (const std::exception& exception) {
-        DMFLog("errors", "Factory: exception %@ while an I/O provider was asked for '%@'", exception, protocol.name());
-        return nullptr;
-    }
-}
+using dmf::internal::guarded;
 
+namespace {
 std::shared_ptr<const dmf::Class> channelClassFor(const ADMServiceInfo& serviceInfo)
 {
     const auto& protocol = ADMDuplexDataChannel::protocol();
     if (const auto provider = serviceInfo.ioProvider())
-        return classFrom(*provider, protocol);
+        return guarded("Factory", "while an I/O provider was asked for its class of channels",
+                       [&] { return provider->implementorClassForProtocolWithName(protocol.name()); })
+            .value_or(nullptr);
     // Without a type nothing is asked for: an empty dictionary would match every plug-in.
     const auto type = serviceInfo.connectionType();
     if (!type)
@@ -164,62 +156,4 @@ void ADMChannelFactoryImp::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>
     if (mode && runLoop == runLoop_)
         modes_.erase(std::string(*mode));
     ADMDiscoveringFactory::removeFromRunLoop(runLoop, mode);
-}
-
-std::shared_ptr<ADMDiscoveryDelegate> ADMChannelFactoryImp::delegate() const
-{
-    return ADMDiscoveringFactory::delegate();
-}
-
-void ADMChannelFactoryImp::setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>& delegate)
-{
-    ADMDiscoveringFactory::setDelegate(delegate);
-}
-
-std::shared_ptr<ADMDiscoveryFilter> ADMChannelFactoryImp::filter() const
-{
-    return ADMDiscoveringFactory::filter();
-}
-
-void ADMChannelFactoryImp::setFilter(std::shared_ptr<ADMDiscoveryFilter> filter)
-{
-    ADMDiscoveringFactory::setFilter(std::move(filter));
-}
-
-std::vector<std::string> ADMChannelFactoryImp::availableConnectionTypes() const
-{
-    return ADMDiscoveringFactory::availableConnectionTypes();
-}
-
-void ADMChannelFactoryImp::setParametersToResolve(std::optional<dmf::Dictionary> parameters,
-                                                  std::optional<std::string_view> connectionType)
-{
-    ADMDiscoveringFactory::setParametersToResolve(std::move(parameters), connectionType);
-}
-
-void ADMChannelFactoryImp::scheduleDiscovery()
-{
-    ADMDiscoveringFactory::scheduleDiscovery();
-}
-
-void ADMChannelFactoryImp::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes)
-{
-    ADMDiscoveringFactory::scheduleDiscoveryForConnectionTypes(connectionTypes);
-}
-
-ADMDiscovery::Services ADMChannelFactoryImp::performDiscoveryWithTimeout(double timeout)
-{
-    return ADMDiscoveringFactory::performDiscoveryWithTimeout(timeout);
-}
-
-ADMDiscovery::Services
-ADMChannelFactoryImp::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes,
-                                                         double timeout)
-{
-    return ADMDiscoveringFactory::performDiscoveryForConnectionTypes(connectionTypes, timeout);
-}
-
-void ADMChannelFactoryImp::stop()
-{
-    ADMDiscoveringFactory::stop();
 }

@@ -21,6 +21,8 @@ std::shared_ptr<ADMDataChannelFactory> ADMDataChannelFactory::init()
     return std::make_shared<ADMChannelFactoryImp>();
 }
 
+ADMDataChannelFactory::ADMDataChannelFactory() = default;
+
 ADMDataChannelFactory::~ADMDataChannelFactory() = default;
 
 std::vector<std::string> ADMDataChannelFactory::supportedChannelNames() const
@@ -60,70 +62,4 @@ ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryForConnectionTypes
                                                                                  const std::vector<std::string>&)
 {
     unrecognized("performDiscoveryForConnectionTypes:withTimeout:serviceNames:");
-}
-
-std::shared_ptr<ADMDiscoveryDelegate> ADMDataChannelFactory::delegate() const
-{
-    unrecognized("delegate");
-}
-
-void ADMDataChannelFactory::setDelegate(const std::shared_ptr<ADMDiscoveryDelegate>&)
-{
-    unrecognized("setDelegate:");
-}
-
-std::shared_ptr<ADMDiscoveryFilter> ADMDataChannelFactory::filter() const
-{
-    unrecognized("filter");
-}
-
-void ADMDataChannelFactory::setFilter(std::shared_ptr<ADMDiscoveryFilter>)
-{
-    unrecognized("setFilter:");
-}
-
-std::vector<std::string> ADMDataChannelFactory::availableConnectionTypes() const
-{
-    unrecognized("availableConnectionTypes");
-}
-
-void ADMDataChannelFactory::setParametersToResolve(std::optional<dmf::Dictionary>, std::optional<std::string_view>)
-{
-    unrecognized("setParametersToResolve:forConnectionType:");
-}
-
-void ADMDataChannelFactory::scheduleDiscovery()
-{
-    unrecognized("scheduleDiscovery");
-}
-
-void ADMDataChannelFactory::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>&)
-{
-    unrecognized("scheduleDiscoveryForConnectionTypes:");
-}
-
-ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryWithTimeout(double)
-{
-    unrecognized("performDiscoveryWithTimeout:");
-}
-
-ADMDiscovery::Services ADMDataChannelFactory::performDiscoveryForConnectionTypes(const std::vector<std::string>&,
-                                                                                 double)
-{
-    unrecognized("performDiscoveryForConnectionTypes:withTimeout:");
-}
-
-void ADMDataChannelFactory::stop()
-{
-    unrecognized("stop");
-}
-
-void ADMDataChannelFactory::scheduleInRunLoop(std::shared_ptr<dmf::RunLoop>, std::optional<std::string_view>)
-{
-    unrecognized("scheduleInRunLoop:forMode:");
-}
-
-void ADMDataChannelFactory::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>&, std::optional<std::string_view>)
-{
-    unrecognized("removeFromRunLoop:forMode:");
 }

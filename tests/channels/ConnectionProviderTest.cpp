@@ -130,7 +130,7 @@ TEST_F(ConnectionProvider, TheWorkersOwnRequestsRunOnItsThread)
 TEST_F(ConnectionProvider, AWorkerThatCannotServeFailsTheRequestAndCloses)
 {
     using Start = ScriptedProvider::Start;
-    for (const auto how : {Start::refuses, Start::endsSilently, Start::throws}) {
+    for (const auto how : {Start::refuses, Start::endsSilently, Start::throws, Start::hasNoThread}) {
         ASSERT_EQ(provider->open(), 0);
         provider->startAs = how;
         EXPECT_EQ(provider->readAsyncDataOfLength(1, kSecond), ProviderStatus::failed);

@@ -1,8 +1,12 @@
 #include <dmf/ADMChannelFactoryImp.h>
 
+#include <stdexcept>
+#include <type_traits>
+
 #include <gtest/gtest.h>
 
 #include <dmf/ADMPlugInManager.h>
+#include <dmf/platform/Error.h>
 
 #include "support/FakeServiceInfo.h"
 #include "support/ScriptedProvider.h"
@@ -43,4 +47,37 @@ TEST(ChannelFactory, TakesTheChannelFromTheServicesProviderElseFromAPlugIn)
     EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(nullptr, "Print"));
     const auto unknown = std::make_shared<FakeServiceInfo>(nullptr, "Telex");
     EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(unknown, "Print"));
+}
+
+TEST(ChannelFactory, WhateverAProviderThrowsCountsAsNoChannel)
+{
+    struct Throwing : ADMIOProvider {
+        bool isForeign = false;
+        std::shared_ptr<const dmf::Class> implementorClassForProtocolWithName(std::string_view) const override
+        {
+            if (isForeign)
+                throw 7;
+            throw std::runtime_error("no");
+        }
+    };
+    const auto factory = ADMDataChannelFactory::init();
+    const auto info = std::make_shared<FakeServiceInfo>();
+    const auto provider = std::make_shared<Throwing>();
+    info->provider = provider;
+    EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(info, "Print"));
+    provider->isForeign = true;
+    EXPECT_FALSE(factory->newDuplexDataChannelWithServiceInfo(info, "Print"));
+}
+
+TEST(ChannelFactory, TheFaceItselfServesSubclassesOnly)
+{
+    static_assert(!std::is_default_constructible_v<ADMDataChannelFactory>);
+    struct Own : ADMDataChannelFactory {
+        void stop() override {}
+    } own;
+    own.stop();
+    EXPECT_THROW(own.scheduleDiscovery(), dmf::UnrecognizedOperation);
+    EXPECT_THROW((void)own.performDiscoveryWithTimeout(1), dmf::UnrecognizedOperation);
+    EXPECT_THROW((void)own.performDiscoveryWithTimeout(1, {}), dmf::UnrecognizedOperation);
+    EXPECT_THROW((void)own.supportedChannelNames(), dmf::UnrecognizedOperation);
 }

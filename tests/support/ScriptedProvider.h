@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -23,7 +24,7 @@
 class ScriptedProvider final : public ADMConnectionProvider {
 public:
     using Work = std::function<void(ScriptedProvider&)>;
-    enum class Start { serves, refuses, endsSilently, throws };
+    enum class Start { serves, refuses, endsSilently, throws, hasNoThread };
 
     ScriptedProvider(const std::shared_ptr<ADMDuplexDataChannelBase>& parent, std::shared_ptr<ADMCoreModelInfo> info,
                      std::shared_ptr<IDMDevice> device)
@@ -85,6 +86,7 @@ public:
         --requests_;
     }
 
+    std::int32_t start() override { return startAs == Start::hasNoThread ? EAGAIN : ADMConnectionProvider::start(); }
     void signalForStop() override
     {
         ADMConnectionProvider::signalForStop();

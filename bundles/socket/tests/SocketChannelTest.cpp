@@ -1,6 +1,8 @@
 #include "../transport/SocketChannel.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <future>
 #include <set>
@@ -186,6 +188,26 @@ TEST(SocketChannel, OpeningFailsWithinItsTime)
     unanswered.channel->close();
     EXPECT_FALSE(opening.get());
     EXPECT_LT(watch.seconds(), 10);
+}
+
+TEST(SocketChannel, WithoutDescriptorsOpeningFailsAndIsNotHeldAgainstIt)
+{
+    Peer peer(sayNothing);
+    Client client(peer.endpoint());
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int lowest = ::dup(0); // the first that is free
+    ::close(lowest);
+    bool isOpen = false;
+    for (int spare = 0; spare < 12 && !isOpen; ++spare) {
+        const rlimit limit{static_cast<rlim_t>(lowest + spare), before.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+        isOpen = client.channel->open();
+        EXPECT_EQ(isOpen, client.channel->isOpened());
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_GE(spare, isOpen ? 3 : 0) << "without what ends its waits a connection is not used";
+    }
+    EXPECT_TRUE(isOpen);
 }
 
 TEST(SocketChannel, KeepsTimeoutsToWithinTwentyMilliseconds)
