@@ -44,7 +44,8 @@ public:
     /// Whether the device gives a device ID; waits without a limit of its own.
     [[nodiscard]] bool isReachable() override;
 
-    /// Whether devices of that vendor are served ("QL" and "Tessaly-Corvan", in any letter case).
+    /// Whether devices of that vendor are served: those that the library was configured with ("QL" and "Tessaly-Corvan"
+    /// unless a deployment names others), in any letter case.
     [[nodiscard]] static bool isSupportedVendorName(std::optional<std::string_view> name);
 
 private:

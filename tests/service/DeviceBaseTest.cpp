@@ -56,3 +56,12 @@ TEST(DeviceBase, ASilentDeviceIsAskedAgain)
     EXPECT_EQ(device.vendor(), "QL");
     EXPECT_TRUE(device.isReachable());
 }
+
+TEST(DeviceBase, VendorsAreServedByTheirWholeNameInAnyLetterCase)
+{
+    for (const char* name : {"QL", "ql", "Tessaly-Corvan", "TESSALY-corvan"})
+        EXPECT_TRUE(ADMDeviceBase::isSupportedVendorName(name)) << name;
+    for (const char* name : {"", "ql inc", "Q", "acme"})
+        EXPECT_FALSE(ADMDeviceBase::isSupportedVendorName(name)) << name;
+    EXPECT_FALSE(ADMDeviceBase::isSupportedVendorName(std::nullopt));
+}

@@ -5,7 +5,7 @@
 #include <dmf/DMDeviceID.h>
 #include <dmf/platform/Error.h>
 
-#include "service/uris/UriForms.h"
+#include "foundation/keys/Vendors.h"
 
 ADMDeviceBase::ADMDeviceBase(const dmf::Dictionary&, const std::shared_ptr<IDMDeviceHandler>&) {}
 

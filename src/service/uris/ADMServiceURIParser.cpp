@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/keys/Vendors.h"
+#include "platform/text/Ascii.h"
 #include "platform/text/StringScanner.h"
 #include "platform/text/UrlParts.h"
 #include "service/uris/UriForms.h"

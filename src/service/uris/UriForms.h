@@ -30,23 +30,4 @@ using Pair = std::pair<std::string_view, std::string_view>;
 
 [[nodiscard]] std::string joined(std::initializer_list<std::string_view> pieces);
 
-/// Equality without regard to the case of ASCII letters; any other byte counts as it is.
-[[nodiscard]] constexpr bool equalIgnoringAsciiCase(std::string_view left, std::string_view right) noexcept
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
-    if (left.size() != right.size())
-        return false;
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        if (lower(left[i]) != lower(right[i]))
-            return false;
-    }
-    return true;
-}
-
-/// Whether the library works for devices of that vendor, whatever the letter case of the name.
-[[nodiscard]] constexpr bool isAcceptedVendor(std::string_view vendor) noexcept
-{
-    return equalIgnoringAsciiCase(vendor, "ql") || equalIgnoringAsciiCase(vendor, "tessaly-corvan");
-}
-
 } // namespace dmf::internal

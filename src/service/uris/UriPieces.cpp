@@ -3,6 +3,7 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Unicode.h>
 
+#include "platform/text/Ascii.h"
 #include "platform/text/UrlParts.h"
 
 namespace dmf::internal {
