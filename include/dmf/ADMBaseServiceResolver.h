@@ -10,8 +10,19 @@
 #include <dmf/platform/RunLoop.h>
 #include <dmf/platform/Value.h>
 
+namespace dmf::internal {
+struct ResolverStart;
+}
+
 /// What every resolver keeps: its state under one lock, and the timer for its time-out. To be made by
 /// std::make_shared. Thread-safe; destruction stops the resolution, on whichever thread it happens.
+///
+///     idle ──resolveService──► resolving ──setResolving(false), timeoutDidFire──► ended
+///                                  └──stop──► stopped
+///
+/// Each `resolveService` makes a start of its own, and all that is asked and set below belongs to the latest one. The
+/// exception: what works for a start (`findService` on its thread, `timeoutDidFire`, the delegate's call) asks and sets
+/// what belongs to that one, even when there is a later one meanwhile. So nothing can be taken for the later one's.
 class DMF_EXPORT ADMBaseServiceResolver : public ADMServiceResolver,
                                           public std::enable_shared_from_this<ADMBaseServiceResolver> {
 public:
@@ -23,7 +34,7 @@ public:
     /// A subclass states its own; this one throws dmf::UnrecognizedOperation.
     [[nodiscard]] static std::string connectionType();
 
-    /// Takes over what is to be done and forgets earlier results; starts nothing by itself.
+    /// Takes over what is to be done; drops an earlier start, results included. Starts nothing by itself.
     void resolveService(std::shared_ptr<ADMServiceInfo> service, double timeout, const dmf::Dictionary& parameters,
                         std::shared_ptr<dmf::RunLoop> runLoop, const std::vector<std::string>& modes) override;
     void stop() override;
@@ -69,18 +80,15 @@ protected:
     /// The report {kDMErrorCode: -1, kDMErrorDescription: `description`}.
     [[nodiscard]] static dmf::Dictionary errorWithDescription(std::string_view description);
 
-private:
-    [[nodiscard]] bool isCurrentTimer(const dmf::RunLoopTimer& timer) const;
+    /// For the library's own resolvers: the start that the calling thread works for, otherwise the latest one.
+    [[nodiscard]] std::shared_ptr<dmf::internal::ResolverStart> start() const;
+    [[nodiscard]] bool isToBeTold(const dmf::internal::ResolverStart& start) const;
 
-    mutable std::recursive_mutex lock_; // guards everything below
+private:
+    [[nodiscard]] bool isTimer(const dmf::RunLoopTimer& timer, const dmf::internal::ResolverStart& start) const;
+    void drop(const std::shared_ptr<dmf::internal::ResolverStart>& start);
+
+    mutable std::recursive_mutex lock_; // guards all below, and what the start holds
     std::weak_ptr<ADMServiceResolverDelegate> delegate_;
-    std::weak_ptr<dmf::RunLoop> runLoop_;
-    std::vector<std::string> modes_;
-    dmf::Dictionary resolvedInfo_;
-    std::shared_ptr<IDMDevice> resolvedDevice_;
-    dmf::Dictionary lastError_;
-    bool resolving_ = false;
-    double timeout_ = 0;
-    dmf::Dictionary parameters_;
-    std::shared_ptr<dmf::RunLoopTimer> timer_;
+    std::shared_ptr<dmf::internal::ResolverStart> start_; // never null
 };

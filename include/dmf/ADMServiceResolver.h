@@ -41,7 +41,7 @@ public:
     /// Starts the resolution. It ends with one call of the delegate, on the run loop in one of the modes: as soon as
     /// the device was found, otherwise after `timeout` seconds. With a null run loop or no mode it fails at once, and
     /// the delegate is called before this operation returns. `parameters` names by its keys what the device is asked
-    /// for. To be started again only after it has ended; after `stop` it is used up.
+    /// for. A later start drops an earlier one, whose end is then told to nobody. Keeps the service.
     virtual void resolveService(std::shared_ptr<ADMServiceInfo> service, double timeout,
                                 const dmf::Dictionary& parameters, std::shared_ptr<dmf::RunLoop> runLoop,
                                 const std::vector<std::string>& modes) = 0;

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/host/Host.h"
+#include "platform/host/Nap.h"
 
 /// A machine of the test's own: an empty root folder that is removed at the end, a clock that the test moves, an empty
 /// environment and a system log that is kept. Put it first in a test, so that it goes last.
@@ -40,6 +41,7 @@ public:
     void advance(std::chrono::duration<double> by)
     {
         host_.clockOffset += std::chrono::duration_cast<std::chrono::microseconds>(by).count();
+        dmf::internal::Nap::clockHasMoved();
     }
     void setSystemVersion(std::uint32_t version) { host_.systemVersion = version; }
     void setEnvironment(const std::string& name, std::string value)

@@ -7,11 +7,17 @@
 #include <cmath>
 #include <utility>
 
-ADMBaseServiceResolver::ADMBaseServiceResolver() = default;
+#include "service/resolution/ResolverStart.h"
+
+using dmf::internal::ResolverScope;
+using dmf::internal::ResolverStart;
+using State = ResolverStart::State;
+
+ADMBaseServiceResolver::ADMBaseServiceResolver() : start_(std::make_shared<ResolverStart>()) {}
 
 ADMBaseServiceResolver::~ADMBaseServiceResolver()
 {
-    removeTimer();
+    drop(start_);
 }
 
 std::string ADMBaseServiceResolver::connectionType()
@@ -19,62 +25,107 @@ std::string ADMBaseServiceResolver::connectionType()
     throw dmf::UnrecognizedOperation("ADMBaseServiceResolver", "connectionType");
 }
 
-void ADMBaseServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo>, double timeout,
+std::shared_ptr<ResolverStart> ADMBaseServiceResolver::start() const
+{
+    const auto* const scope = ResolverScope::current(*this);
+    if (scope)
+        return scope->start;
+    std::lock_guard guard(lock_);
+    return start_;
+}
+
+bool ADMBaseServiceResolver::isToBeTold(const ResolverStart& start) const
+{
+    std::lock_guard guard(lock_);
+    return start.state == State::ended; // and neither stopped nor followed by a later one
+}
+
+void ADMBaseServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo> service, double timeout,
                                             const dmf::Dictionary& parameters, std::shared_ptr<dmf::RunLoop> runLoop,
                                             const std::vector<std::string>& modes)
 {
-    std::shared_ptr<IDMDevice> earlier; // goes after the lock: its end may wait for a thread that asks this resolver
-    std::lock_guard guard(lock_);
-    lastError_ = {};
-    resolving_ = true;
-    runLoop_ = runLoop;
-    modes_ = modes;
-    timeout_ = timeout;
-    parameters_ = parameters;
-    resolvedInfo_ = {};
-    std::swap(resolvedDevice_, earlier);
+    auto fresh = std::make_shared<ResolverStart>();
+    fresh->state = State::resolving;
+    fresh->runLoop = runLoop;
+    fresh->modes = modes;
+    fresh->timeout = timeout;
+    fresh->parameters = parameters;
+    fresh->service = std::move(service);
+    if (auto* const scope = ResolverScope::current(*this))
+        scope->start = fresh;
+    {
+        std::lock_guard guard(lock_);
+        start_->state = State::dropped;
+        std::swap(start_, fresh);
+    }
+    // What was the start before goes without the lock: the end of its device may wait for a thread that asks this
+    // resolver.
+    drop(fresh);
 }
 
 void ADMBaseServiceResolver::stop()
 {
-    setResolving(false);
-    removeTimer();
+    drop(start());
+}
+
+void ADMBaseServiceResolver::drop(const std::shared_ptr<ResolverStart>& start)
+{
+    std::shared_ptr<dmf::RunLoopTimer> timer;
+    std::shared_ptr<ADMMessageQueue> queue;
+    {
+        std::lock_guard guard(lock_);
+        start->state = State::dropped;
+        start->hasWorker = false; // one that still works, works for nobody
+        timer = std::exchange(start->timer, nullptr);
+        queue = start->queue;
+    }
+    start->betweenAttempts.end();
+    if (timer)
+        timer->invalidate();
+    if (queue)
+        queue->invalidate();
 }
 
 void ADMBaseServiceResolver::setupTimer()
 {
-    removeTimer(); // one of an earlier resolution would end this one early
+    removeTimer(); // one that was set up before would end the resolution early
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    const auto runLoop = runLoop_.lock();
-    if (!runLoop || modes_.empty())
+    const auto runLoop = start->runLoop.lock();
+    if (!runLoop || start->modes.empty())
         return;
     // Every resolution ends with a word to the delegate: what is no length of time is none at all.
-    const double seconds = std::isnan(timeout_) ? 0 : timeout_;
+    const double seconds = std::isnan(start->timeout) ? 0 : start->timeout;
     const auto fireDate = std::isfinite(seconds) ? dmf::Date::afterNow(seconds)
                           : seconds > 0          ? dmf::Date::distantFuture()
                                                  : dmf::Date::now();
-    timer_ = dmf::RunLoopTimer::create(fireDate, 0, dmf::RunLoopTimer::Repeat::no,
-                                       [weak = weak_from_this()](dmf::RunLoopTimer& fired) {
-                                           const auto self = weak.lock();
-                                           if (self && self->isCurrentTimer(fired))
-                                               self->timeoutDidFire();
-                                       });
-    for (const auto& mode : modes_)
-        runLoop->addTimer(timer_, mode);
+    start->timer = dmf::RunLoopTimer::create(
+        fireDate, 0, dmf::RunLoopTimer::Repeat::no,
+        [weak = weak_from_this(), weakStart = std::weak_ptr(start)](dmf::RunLoopTimer& fired) {
+            const auto self = weak.lock();
+            const auto about = weakStart.lock();
+            if (!self || !about || !self->isTimer(fired, *about))
+                return;
+            const ResolverScope scope(*self, about);
+            self->timeoutDidFire();
+        });
+    for (const auto& mode : start->modes)
+        runLoop->addTimer(start->timer, mode);
 }
 
-bool ADMBaseServiceResolver::isCurrentTimer(const dmf::RunLoopTimer& timer) const
+bool ADMBaseServiceResolver::isTimer(const dmf::RunLoopTimer& timer, const ResolverStart& start) const
 {
     std::lock_guard guard(lock_);
-    return timer_.get() == &timer;
+    return start.timer.get() == &timer;
 }
 
 void ADMBaseServiceResolver::removeTimer()
 {
+    const auto start = this->start();
     std::shared_ptr<dmf::RunLoopTimer> timer;
     {
         std::lock_guard guard(lock_);
-        timer = std::exchange(timer_, nullptr);
+        timer = std::exchange(start->timer, nullptr);
     }
     if (timer)
         timer->invalidate();
@@ -82,10 +133,11 @@ void ADMBaseServiceResolver::removeTimer()
 
 void ADMBaseServiceResolver::timeoutDidFire()
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    timer_ = nullptr;
-    resolving_ = false;
-    lastError_ = errorWithDescription("Resolving timed out.");
+    start->timer = nullptr;
+    setResolving(false);
+    start->lastError = errorWithDescription("Resolving timed out.");
 }
 
 void ADMBaseServiceResolver::tellDelegate()
@@ -106,20 +158,23 @@ dmf::Dictionary ADMBaseServiceResolver::errorWithDescription(std::string_view de
 
 dmf::Dictionary ADMBaseServiceResolver::lastError() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return lastError_;
+    return start->lastError;
 }
 
 dmf::Dictionary ADMBaseServiceResolver::resolvedInfo() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return resolvedInfo_;
+    return start->resolvedInfo;
 }
 
 std::shared_ptr<IDMDevice> ADMBaseServiceResolver::resolvedDevice() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return resolvedDevice_;
+    return start->resolvedDevice;
 }
 
 std::shared_ptr<ADMServiceResolverDelegate> ADMBaseServiceResolver::delegate() const
@@ -136,73 +191,88 @@ void ADMBaseServiceResolver::setDelegate(const std::shared_ptr<ADMServiceResolve
 
 dmf::Dictionary ADMBaseServiceResolver::parameters() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return parameters_;
+    return start->parameters;
 }
 
 std::shared_ptr<dmf::RunLoop> ADMBaseServiceResolver::runLoop() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return runLoop_.lock();
+    return start->runLoop.lock();
 }
 
 std::vector<std::string> ADMBaseServiceResolver::modes() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return modes_;
+    return start->modes;
 }
 
 double ADMBaseServiceResolver::timeout() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return timeout_;
+    return start->timeout;
 }
 
 bool ADMBaseServiceResolver::isResolving() const
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    return resolving_;
+    return start->state == State::resolving;
 }
 
 void ADMBaseServiceResolver::setResolvedInfo(dmf::Dictionary info, std::shared_ptr<IDMDevice> device)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    std::swap(resolvedInfo_, info);
-    std::swap(resolvedDevice_, device); // what it was goes with the argument, after the lock
+    std::swap(start->resolvedInfo, info);
+    std::swap(start->resolvedDevice, device); // what it was goes with the argument, after the lock
 }
 
 void ADMBaseServiceResolver::setLastError(dmf::Dictionary error)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    lastError_ = std::move(error);
+    start->lastError = std::move(error);
 }
 
 void ADMBaseServiceResolver::setParameters(dmf::Dictionary parameters)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    parameters_ = std::move(parameters);
+    start->parameters = std::move(parameters);
 }
 
 void ADMBaseServiceResolver::setModes(std::vector<std::string> modes)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    modes_ = std::move(modes);
+    start->modes = std::move(modes);
 }
 
 void ADMBaseServiceResolver::setRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    runLoop_ = runLoop;
+    start->runLoop = runLoop;
 }
 
 void ADMBaseServiceResolver::setTimeout(double timeout)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    timeout_ = timeout;
+    start->timeout = timeout;
 }
 
 void ADMBaseServiceResolver::setResolving(bool resolving)
 {
+    const auto start = this->start();
     std::lock_guard guard(lock_);
-    resolving_ = resolving;
+    if (resolving)
+        start->state = State::resolving;
+    else if (start->state == State::resolving)
+        start->state = State::ended;
 }

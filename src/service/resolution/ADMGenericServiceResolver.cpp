@@ -4,21 +4,34 @@
 
 #include <utility>
 
+#include "service/resolution/ResolverStart.h"
+
+using dmf::internal::ResolverScope;
+using dmf::internal::ResolverStart;
+
 namespace {
 
 /// What devices get as their handler: one that a device may keep for good without keeping the resolver, which holds
-/// the device.
+/// the device. It speaks for one start, and so cancels what that one began when a later one has taken its place.
 class Handler final : public IDMDeviceHandler {
 public:
-    explicit Handler(std::weak_ptr<ADMGenericServiceResolver> resolver) : resolver_(std::move(resolver)) {}
+    Handler(std::weak_ptr<ADMGenericServiceResolver> resolver, std::weak_ptr<ResolverStart> start)
+        : resolver_(std::move(resolver)), start_(std::move(start))
+    {
+    }
     bool isCanceledForDevice(const IDMDevice* device) override
     {
         const auto resolver = resolver_.lock();
-        return !resolver || resolver->isCanceledForDevice(device);
+        const auto start = start_.lock();
+        if (!resolver || !start)
+            return true;
+        const ResolverScope scope(*resolver, start);
+        return resolver->isCanceledForDevice(device);
     }
 
 private:
     const std::weak_ptr<ADMGenericServiceResolver> resolver_;
+    const std::weak_ptr<ResolverStart> start_;
 };
 
 } // namespace
@@ -43,7 +56,7 @@ void ADMGenericServiceResolver::findService()
 {
     const auto service = serviceInfo();
     const auto handler =
-        std::make_shared<Handler>(std::static_pointer_cast<ADMGenericServiceResolver>(shared_from_this()));
+        std::make_shared<Handler>(std::static_pointer_cast<ADMGenericServiceResolver>(shared_from_this()), start());
     auto device = service ? service->locateDeviceWithHandler(handler) : nullptr;
     dmf::Dictionary info;
     if (device)

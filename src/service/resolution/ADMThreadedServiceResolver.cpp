@@ -4,31 +4,22 @@
 #include <dmf/DMLog.h>
 #include <dmf/platform/Error.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <exception>
-#include <thread>
 #include <utility>
 
+#include "foundation/logging/Guarded.h"
 #include "platform/host/Host.h"
 #include "platform/host/Thread.h"
+#include "service/resolution/ResolverStart.h"
+
+using dmf::internal::ResolverScope;
+using dmf::internal::ResolverStart;
 
 namespace {
 
 constexpr int kCompletionMessage = 5;
 constexpr double kSecondsBetweenAttempts = 1.0;
-/// The longest that a sleeping worker goes without a look at the clock and at whether it is still needed.
-constexpr double kLongestNap = 0.02;
-
-/// By the host's clock; shorter only when there is nothing left to try for.
-void sleepBetweenAttempts(const std::weak_ptr<ADMThreadedServiceResolver>& resolver)
-{
-    const auto& host = dmf::internal::Host::current();
-    const double end = host.steadyNow() + kSecondsBetweenAttempts;
-    for (double left = kSecondsBetweenAttempts; left > 0 && !resolver.expired(); left = end - host.steadyNow())
-        std::this_thread::sleep_for(std::chrono::duration<double>(std::min(left, kLongestNap)));
-}
+constexpr std::string_view kNotFound = "Cannot resolve device under specified URI.";
 
 bool isServed(const std::shared_ptr<dmf::RunLoop>& runLoop)
 {
@@ -39,10 +30,7 @@ bool isServed(const std::shared_ptr<dmf::RunLoop>& runLoop)
 
 ADMThreadedServiceResolver::ADMThreadedServiceResolver() = default;
 
-ADMThreadedServiceResolver::~ADMThreadedServiceResolver()
-{
-    ADMThreadedServiceResolver::stop();
-}
+ADMThreadedServiceResolver::~ADMThreadedServiceResolver() = default;
 
 void ADMThreadedServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo> service, double timeout,
                                                 const dmf::Dictionary& parameters,
@@ -55,58 +43,63 @@ void ADMThreadedServiceResolver::resolveService(std::shared_ptr<ADMServiceInfo> 
         tellDelegate();
         return;
     }
-    ADMBaseServiceResolver::resolveService(service, timeout, parameters, runLoop, modes);
-    const auto queue = messageQueue();
-    bool hasWorker = false;
+    const ResolverScope scope(*this, start());
+    ADMBaseServiceResolver::resolveService(std::move(service), timeout, parameters, runLoop, modes);
+    const auto start = this->start();
+    const auto queue = queueFor(start);
     {
         std::lock_guard guard(*this);
-        queue->removeAllObjects(); // an end of an earlier resolution that was not delivered
-        deadline_ = dmf::internal::Host::current().steadyNow() + (std::isnan(timeout) ? 0 : timeout);
-        hasWorker = std::exchange(isResolvingThreadSpawned_, true);
+        start->deadline = dmf::internal::Host::current().steadyNow() + (std::isnan(timeout) ? 0 : timeout);
+        start->queue = queue;
+        start->hasWorker = true;
     }
     for (const auto& mode : modes)
         queue->scheduleInRunLoop(runLoop, mode);
     setupTimer();
-    setServiceInfo(std::move(service));
-
-    if (!hasWorker)
-        startWorker();
+    startWorker(start);
 }
 
-void ADMThreadedServiceResolver::startWorker()
+/// The queue by which the start tells that it has ended.
+std::shared_ptr<ADMMessageQueue> ADMThreadedServiceResolver::queueFor(const std::shared_ptr<ResolverStart>& start)
+{
+    const auto weak = std::weak_ptr(std::static_pointer_cast<ADMThreadedServiceResolver>(shared_from_this()));
+    return ADMMessageQueue::initWithInvocation(
+        [weak, weakStart = std::weak_ptr(start)](ADMMessageQueue& queue, const dmf::Value& object) {
+            const auto self = weak.lock();
+            const auto about = weakStart.lock();
+            if (!self || !about || !self->isToBeTold(*about))
+                return;
+            const ResolverScope scope(*self, about);
+            self->messageQueueHasObject(queue, object);
+        });
+}
+
+void ADMThreadedServiceResolver::startWorker(const std::shared_ptr<ResolverStart>& start)
 {
     const auto weak = std::weak_ptr(std::static_pointer_cast<ADMThreadedServiceResolver>(shared_from_this()));
     const auto status = dmf::internal::startThread("dmf-resolver", dmf::internal::ThreadForm::detached,
-                                                   [weak] { serviceResolving(weak); });
+                                                   [weak, start] { serviceResolving(weak, start); });
     if (status == 0)
         return;
     DMFLog("errors", "ServiceInfo: cannot start a thread to resolve a service (error %d)", status);
-    setLastError(errorWithDescription("Cannot resolve device under specified URI.")); // the time-out reports it
-    workerDidEnd();
-}
-
-void ADMThreadedServiceResolver::stop()
-{
-    ADMBaseServiceResolver::stop();
-    std::shared_ptr<ADMMessageQueue> queue;
-    {
-        std::lock_guard guard(*this);
-        queue = messageQueue_;
-        isResolvingThreadSpawned_ = false;
-    }
-    if (queue)
-        queue->invalidate();
-    releaseKeeper();
+    removeTimer();
+    std::lock_guard guard(*this);
+    start->hasWorker = false;
+    setLastError(errorWithDescription(kNotFound));
+    setResolving(false);
+    start->queue->addObject(kCompletionMessage); // there is nothing to wait for
 }
 
 void ADMThreadedServiceResolver::timeoutDidFire()
 {
+    const auto start = this->start();
     std::lock_guard guard(*this);
     if (!isResolving())
         return;
     ADMBaseServiceResolver::timeoutDidFire();
-    if (messageQueue_)
-        messageQueue_->addObject(kCompletionMessage);
+    start->betweenAttempts.end();
+    if (start->queue)
+        start->queue->addObject(kCompletionMessage);
 }
 
 void ADMThreadedServiceResolver::findService()
@@ -116,128 +109,73 @@ void ADMThreadedServiceResolver::findService()
 
 /// The worker. It keeps the resolver alive while it works for it, and only then: whoever lets go of a resolver need not
 /// wait for a worker that sleeps.
-void ADMThreadedServiceResolver::serviceResolving(std::weak_ptr<ADMThreadedServiceResolver> weakResolver)
+void ADMThreadedServiceResolver::serviceResolving(const std::weak_ptr<ADMThreadedServiceResolver>& weakResolver,
+                                                  const std::shared_ptr<ResolverStart>& start)
 {
     for (;;) {
-        auto resolver = weakResolver.lock();
-        if (!resolver)
+        if (const auto resolver = weakResolver.lock(); !resolver || !resolver->attempt(start))
             return;
-        if (resolver->attempt()) {
-            resolver->workerDidEnd();
-            return;
-        }
-        resolver.reset();
-        sleepBetweenAttempts(weakResolver);
-        resolver = weakResolver.lock();
-        if (!resolver)
-            return;
-        if (!resolver->isWorthAnotherAttempt()) {
-            resolver->workerDidEnd();
-            return;
-        }
+        start->betweenAttempts.take(kSecondsBetweenAttempts);
     }
 }
 
-/// Whether the resolution succeeded. An error of an earlier attempt stays on purpose: once an attempt has failed, the
-/// resolution ends by its time-out.
-bool ADMThreadedServiceResolver::attempt()
+/// One attempt, unless it would be in vain; whether another is to follow. An error of an earlier attempt stays on
+/// purpose: once an attempt has failed, the resolution ends by its time-out.
+bool ADMThreadedServiceResolver::attempt(const std::shared_ptr<ResolverStart>& start)
 {
-    bool failed = true;
-    try {
-        findService();
-        failed = false;
-    } catch (const std::exception& error) {
-        DMFLog("errors", "ServiceInfo: exception '%@' while resolving a service", error);
-    } catch (...) {
-        DMFLog("errors", "ServiceInfo: unknown exception while resolving a service");
-    }
-    std::lock_guard guard(*this);
-    if (failed && isResolving())
-        setLastError(errorWithDescription("Cannot resolve device under specified URI."));
-    if (!lastError().empty())
-        return false;
-    setResolving(false);
-    return true;
-}
-
-/// A failed attempt leaves the time-out as the only outcome, and only the run loop can bring that about. A loop that
-/// does not turn, or whose thread has ended, must not keep a thread trying for good.
-bool ADMThreadedServiceResolver::isWorthAnotherAttempt() const
-{
-    std::lock_guard guard(*this);
-    return isResolving() && isServed(runLoop()) && dmf::internal::Host::current().steadyNow() < deadline_;
-}
-
-void ADMThreadedServiceResolver::workerDidEnd()
-{
-    handServiceToRunLoop();
-    std::lock_guard guard(*this);
-    if (messageQueue_ && lastError().empty()) // otherwise the time-out has posted the message
-        messageQueue_->addObject(kCompletionMessage);
-    isResolvingThreadSpawned_ = false; // only now: whoever restarts the resolver finds the message and drops it
-}
-
-/// The service, which may own this resolver, is kept until its delegate is told, and only the run loop can do that. So
-/// from now on it is the run loop that keeps it: when the loop's thread ends, nothing stays behind.
-void ADMThreadedServiceResolver::handServiceToRunLoop()
-{
-    std::shared_ptr<ADMServiceInfo> service; // goes after the lock where no run loop takes it
-    std::shared_ptr<dmf::RunLoopSource> keeper;
-    const auto loop = runLoop();
-    std::lock_guard guard(*this);
-    if (!messageQueue_ || !messageQueue_->isValid()) // stopped: nobody is told
-        return;
-    service = std::exchange(serviceInfo_, nullptr);
-    handedOver_ = service;
-    if (!service || !loop)
-        return;
-    keeper = dmf::RunLoopSource::create([service] {});
-    keeper_ = keeper;
-    for (const auto& mode : modes())
-        loop->addSource(keeper, mode);
-}
-
-void ADMThreadedServiceResolver::releaseKeeper()
-{
-    std::shared_ptr<dmf::RunLoopSource> keeper;
+    const ResolverScope scope(*this, start);
     {
         std::lock_guard guard(*this);
-        keeper = std::exchange(keeper_, {}).lock();
+        if (!isWorthAnAttempt(*start)) {
+            start->hasWorker = false;
+            return false;
+        }
     }
-    if (keeper)
-        keeper->invalidate();
+    const bool returned = dmf::internal::guarded("ServiceInfo", "while resolving a service", [this] { findService(); });
+
+    std::lock_guard guard(*this);
+    if (!returned && isResolving())
+        setLastError(errorWithDescription(kNotFound));
+    if (!start->lastError.empty())
+        return true;
+    start->hasWorker = false;
+    if (isResolving()) {
+        setResolving(false);
+        start->queue->addObject(kCompletionMessage);
+    }
+    return false;
+}
+
+/// A failed attempt leaves the time-out as the only outcome, and only the run loop can bring that about. So with the
+/// time the work is over as well, be the run loop turned or not, and with the run loop's thread. The first attempt is
+/// made in any case.
+bool ADMThreadedServiceResolver::isWorthAnAttempt(const ResolverStart& start) const
+{
+    if (!isResolving())
+        return false;
+    return start.lastError.empty() ||
+           (isServed(start.runLoop.lock()) && dmf::internal::Host::current().steadyNow() < start.deadline);
 }
 
 bool ADMThreadedServiceResolver::isValid() const
 {
+    const auto start = this->start();
     std::lock_guard guard(*this);
-    return isResolvingThreadSpawned_;
+    return start->hasWorker;
 }
 
 std::shared_ptr<ADMServiceInfo> ADMThreadedServiceResolver::serviceInfo() const
 {
+    const auto start = this->start();
     std::lock_guard guard(*this);
-    return serviceInfo_ ? serviceInfo_ : handedOver_.lock();
+    return start->service;
 }
 
 void ADMThreadedServiceResolver::setServiceInfo(std::shared_ptr<ADMServiceInfo> service)
 {
-    releaseKeeper();
+    const auto start = this->start();
     std::lock_guard guard(*this);
-    handedOver_.reset();
-    std::swap(serviceInfo_, service); // what it was goes with the argument, after the lock
-}
-
-/// Made on first use, because a constructor cannot hand out references to its object; kept for good, so that what was
-/// invalidated by `stop` stays so.
-std::shared_ptr<ADMMessageQueue> ADMThreadedServiceResolver::messageQueue()
-{
-    std::lock_guard guard(*this);
-    if (!messageQueue_)
-        messageQueue_ =
-            ADMMessageQueue::initWithTarget(std::static_pointer_cast<ADMThreadedServiceResolver>(shared_from_this()),
-                                            &ADMThreadedServiceResolver::messageQueueHasObject);
-    return messageQueue_;
+    std::swap(start->service, service); // what it was goes with the argument, after the lock
 }
 
 void ADMThreadedServiceResolver::messageQueueHasObject(ADMMessageQueue&, const dmf::Value& object)
