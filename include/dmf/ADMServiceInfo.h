@@ -30,14 +30,16 @@ public:
     /// The connection parameters by the parameter keys of DMKeys.h; a copy.
     [[nodiscard]] virtual dmf::Dictionary connectionParams() const = 0;
     /// Vendor and model come from the URI or from resolution, failing that from the model database; the device name
-    /// falls back to the model name.
+    /// falls back to the model name. While the one that is asked for is unknown, each goes by `modelInfo` and may block
+    /// as that does.
     [[nodiscard]] virtual std::optional<std::string> vendorName() = 0;
     [[nodiscard]] virtual std::optional<std::string> modelName() = 0;
     [[nodiscard]] virtual std::optional<std::string> deviceName() = 0;
     /// The model's entry in the database; empty while the model is unknown. While no model name is known, the device
     /// itself is asked for it, which can block for as long as the device's own time-outs.
     [[nodiscard]] virtual std::shared_ptr<ADMCoreModelInfo> modelInfo() = 0;
-    /// Whether both stand for the same device, as far as model, connection type, serial number and addresses tell.
+    /// Whether both stand for the same device, as far as model, connection type, serial number and addresses tell. May
+    /// block as `modelName` of either does.
     [[nodiscard]] virtual bool isEqualToDeviceInfo(ADMDeviceInfo& other) = 0;
 };
 
@@ -48,8 +50,10 @@ public:
     virtual ~IDMCoreServiceInfo();
 
     /// The device behind the service: the kept one, else one that is looked for now and kept; empty when it cannot be
-    /// found. Blocks for as long as the transport looks for it.
+    /// found. Blocks for as long as the transport looks for it; who asks while a search is under way shares its result.
     [[nodiscard]] virtual std::shared_ptr<IDMDevice> device() = 0;
+    /// Keeps the device, which may be null. Never waits, a search under way included; what that one finds is then not
+    /// kept.
     virtual void setDevice(std::shared_ptr<IDMDevice> device) = 0;
     /// Looks for the device without keeping it; ends early when `handler`, which may be null, cancels.
     [[nodiscard]] virtual std::shared_ptr<IDMDevice>
@@ -89,7 +93,9 @@ public:
     [[nodiscard]] static const dmf::Protocol& protocol();
     ~ADMServiceInfo() override;
 
-    /// The service's URI; when it has none, one is generated and kept. Nothing when none can be generated.
+    /// The service's URI; when it has none, one is generated and kept. Nothing when none can be generated. While there
+    /// is none, may block as `vendorName`, `modelName` and `deviceName` do; so may what is made of it: `isEqual`,
+    /// `hash`, `hasStandardURI`, `universalURIWithScheme`.
     [[nodiscard]] virtual std::optional<std::string> uri() = 0;
     /// The same service in the universal form with the caller's scheme; nothing where that form does not exist.
     [[nodiscard]] virtual std::optional<std::string> universalURIWithScheme(std::optional<std::string_view> scheme) = 0;
@@ -98,14 +104,16 @@ public:
     [[nodiscard]] virtual std::optional<std::string> serviceName() const = 0;
     /// 0 not resolved, 1 resolved (or found by a discovery), 2 failed (or lost).
     [[nodiscard]] virtual std::uint32_t serviceState() const = 0;
-    /// The device classes that the model database lists for the model.
+    /// The device classes that the model database lists for the model. May block as `modelInfo` does.
     [[nodiscard]] virtual std::vector<std::string> supportedDeviceClasses() = 0;
 
     /// The service as bytes, to be kept; `ADMServiceInfoImp::serviceInfoWithData` reads them. Nothing when empty.
     [[nodiscard]] virtual std::optional<dmf::Data> dataRepresentation() const = 0;
     /// A new service made from this one's bytes: without provider, delegate, resolution, device and run loop.
     [[nodiscard]] virtual std::shared_ptr<ADMServiceInfo> copy() const = 0;
+    /// `isEqualToServiceInfo` for objects of one class. All three may block as `uri` of either does.
     [[nodiscard]] virtual bool isEqual(ADMServiceInfo& other) = 0;
+    /// Whether URIs, whatever their letter case, and service names are the same.
     [[nodiscard]] virtual bool isEqualToServiceInfo(ADMServiceInfo& other) = 0;
     /// The MD5 fold of URI and device class. It heeds letter case, which equality does not.
     [[nodiscard]] virtual std::uint32_t hash() = 0;
@@ -117,9 +125,17 @@ public:
     virtual void removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode) = 0;
     /// Starts looking for the device, without blocking; does nothing while a resolution runs. `parameters` names by its
     /// keys what the device is asked for; `timeout` is in seconds and bounds the whole.
+    ///
+    ///     idle ──start──► announcing ("will resolve") ──► resolving ──outcome──► idle ("did", or "did not resolve")
+    ///      ▲                                └──── stop, release of the service ────┘ (without a word)
+    ///
+    /// A service for which no resolver can be made (no connection type, no class) hears "will" and then "did not
+    /// resolve", with the reason, before this operation returns. What the delegate throws is logged and changes
+    /// nothing.
     virtual void resolveServiceWithParameters(const dmf::Dictionary& parameters, double timeout) = 0;
     /// The same with the parameters usual for the connection type.
     virtual void resolveWithTimeout(double timeout) = 0;
-    /// Ends a resolution without a word to the delegate. Never waits for the device.
+    /// Ends a resolution without a word to the delegate: no outcome is told once it has returned. Never waits for the
+    /// device; while another thread is just telling the delegate, waits for that call, a second at most.
     virtual void stop() = 0;
 };

@@ -1,9 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +11,14 @@
 #include <dmf/ADMServiceResolver.h>
 #include <dmf/platform/Export.h>
 
-/// The library's service info. Thread-safe.
+namespace dmf::internal {
+class ServiceDevice;
+class ServiceProperties;
+class ServiceResolution;
+} // namespace dmf::internal
+
+/// The library's service info. Thread-safe. Releasing the last reference ends a resolution, and what it began, as
+/// `stop` does.
 class DMF_EXPORT ADMServiceInfoImp final : public ADMServiceInfo,
                                            public std::enable_shared_from_this<ADMServiceInfoImp> {
     struct Passkey {
@@ -42,6 +48,9 @@ public:
     }
 
     explicit ADMServiceInfoImp(Passkey);
+    /// One that stands for `original` before resolvers: it shares properties and device, but is scheduled nowhere and
+    /// resolves by itself, so that a resolver may keep it without keeping the service that it works for.
+    ADMServiceInfoImp(Passkey, const ADMServiceInfoImp& original);
     ~ADMServiceInfoImp() override;
     ADMServiceInfoImp(const ADMServiceInfoImp&) = delete;
     ADMServiceInfoImp& operator=(const ADMServiceInfoImp&) = delete;
@@ -107,38 +116,12 @@ public:
     locateDeviceWithHandlerDeviceSpec(const std::shared_ptr<IDMDeviceHandler>& handler,
                                       const dmf::Dictionary& deviceSpec);
 
-    /// Takes over the outcome of a resolution and tells the delegate. The resolver's delegate call.
+    /// Takes over the outcome of the resolution under way and tells the delegate; what any other resolver came to is
+    /// ignored. What a resolver of a plug-in may call in place of its delegate.
     void serviceResolverDidFinish(ADMServiceResolver& resolver);
 
 private:
-    [[nodiscard]] static bool namesAcceptedVendor(const dmf::Dictionary& spec);
-    [[nodiscard]] static dmf::Dictionary retrievedParameters(IDMDevice& device);
-    [[nodiscard]] dmf::Dictionary container() const;
-    [[nodiscard]] std::optional<std::string> property(std::string_view key) const;
-    bool setProperty(std::string_view key, std::optional<std::string> value);
-    void setProperties(const dmf::Dictionary& spec);
-    [[nodiscard]] std::shared_ptr<ADMServiceResolverDelegate> resolverDelegate();
-    [[nodiscard]] bool isCurrentResolver(const ADMServiceResolver& resolver) const;
-    void startResolver(const std::shared_ptr<ADMServiceResolver>& resolver, std::uint64_t start,
-                       const dmf::Dictionary& parameters, double timeout);
-    std::shared_ptr<ADMServiceResolver> giveUp(const ADMServiceResolver* only);
-    void takeOverOutcome(const ADMServiceResolver& resolver);
-
-    mutable std::recursive_mutex lock_; // guards everything but device_
-    std::shared_ptr<ADMCoreModelInfo> modelInfo_;
-    std::weak_ptr<ADMServiceInfoDelegate> delegate_;
-    std::uint32_t state_ = 0;
-    std::weak_ptr<dmf::RunLoop> runLoop_;
-    std::set<std::string, std::less<>> runLoopModes_;
-    /// Never signalled: it gives the modes something to wait for while a resolution is pending.
-    const std::shared_ptr<dmf::RunLoopSource> stubPort_;
-    dmf::Dictionary container_;
-    std::shared_ptr<ADMIOProvider> ioProvider_;
-    std::shared_ptr<ADMServiceResolver> resolver_;
-    std::shared_ptr<ADMServiceResolverDelegate> resolverDelegate_;
-    std::uint64_t starts_ = 0;
-    std::uint64_t startUnderWay_ = 0; // which of them tells the delegate just now; 0 for none
-
-    std::recursive_mutex deviceLock_;
-    std::shared_ptr<IDMDevice> device_; // guarded by deviceLock_
+    const std::shared_ptr<dmf::internal::ServiceProperties> properties_;
+    const std::shared_ptr<dmf::internal::ServiceDevice> device_;
+    const std::shared_ptr<dmf::internal::ServiceResolution> resolution_;
 };

@@ -62,6 +62,22 @@ TEST_F(ServiceInfo, KnowsWhatItsURISaysAndIsNotMadeWithoutOneThatCanBeRead)
     EXPECT_EQ(ADMServiceInfoImp::initWithData(std::nullopt), nullptr);
 }
 
+// Who the service is, says the caller: pairs of a universal URI that are named like that are its parameters only.
+TEST_F(ServiceInfo, AUniversalURICannotNameAnotherURIOrDeviceClass)
+{
+    constexpr const char* uri = "x://QLDMF/v=1&connectionType=IP&IPAddress=1.2.3.4&URI=usb://QL/M&deviceClass=none";
+    const auto info = fromURI(uri);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->uri(), uri);
+    EXPECT_EQ(info->deviceClass(), kPrinterDeviceClass);
+    EXPECT_EQ(info->connectionParams()["deviceClass"], "none");
+    // Nor when it is read only later.
+    const auto late = fromSpec({{"URI", uri}, {"deviceClass", "com.ql.fax"}, {"connectionType", "IP"}});
+    EXPECT_EQ(late->universalURIWithScheme("app"), "app://QLDMF/v=1&connectionType=IP&IPAddress=1.2.3.4");
+    EXPECT_EQ(late->uri(), uri);
+    EXPECT_EQ(late->deviceClass(), "com.ql.fax");
+}
+
 TEST_F(ServiceInfo, AProviderOrAMockSchemeMakesUpForAnUnreadableURI)
 {
     const auto provider = std::make_shared<FakeTransport>(std::make_shared<FakeDevice>());
@@ -282,5 +298,5 @@ TEST_F(ServiceInfo, WhatATransportThrowsCountsAsAFailure)
     EXPECT_EQ(info->device(), nullptr);
     EXPECT_EQ(info->modelInfo(), nullptr);
     EXPECT_THAT(log.lines(), ElementsAre("E  ServiceInfo: exception 'cable cut' while a device was looked for",
-                                         "E  ServiceInfo: unknown exception while a device was asked who it is"));
+                                         "E  ServiceInfo: exception 'unknown' while a device was asked who it is"));
 }

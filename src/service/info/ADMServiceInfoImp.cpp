@@ -9,6 +9,7 @@
 #include <dmf/ADMServiceURIParser.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
+#include <dmf/DMStringExtension.h>
 #include <dmf/IDMDevice.h>
 #include <dmf/platform/Error.h>
 #include <dmf/platform/Unicode.h>
@@ -16,10 +17,14 @@
 
 #include <algorithm>
 #include <array>
+#include <typeinfo>
 #include <utility>
 
 #include "plugins/GuardedMake.h"
-#include "service/uris/UriForms.h"
+#include "service/info/ServiceDevice.h"
+#include "service/info/ServiceProperties.h"
+#include "service/info/ServiceResolution.h"
+#include "service/resolution/ResolveParameters.h"
 
 using dmf::Dictionary;
 using namespace dmf::internal;
@@ -48,20 +53,28 @@ std::optional<std::string> generatedURI(Generate generate)
     }
 }
 
-Dictionary dictionaryIn(const Dictionary& container, std::string_view key)
+bool shareAnElement(const dmf::Array& left, const dmf::Array& right)
 {
-    const auto* const value = container[key].asDictionary();
-    return value ? *value : Dictionary();
+    return std::any_of(left.begin(), left.end(), [&](const dmf::Value& value) { return right.contains(value); });
 }
 
 } // namespace
 
-ADMServiceInfoImp::ADMServiceInfoImp(Passkey) : stubPort_(dmf::RunLoopSource::create({})) {}
+ADMServiceInfoImp::ADMServiceInfoImp(Passkey)
+    : properties_(std::make_shared<ServiceProperties>()), device_(std::make_shared<ServiceDevice>()),
+      resolution_(std::make_shared<ServiceResolution>(properties_, device_))
+{
+}
+
+ADMServiceInfoImp::ADMServiceInfoImp(Passkey, const ADMServiceInfoImp& original)
+    : properties_(original.properties_), device_(original.device_),
+      resolution_(std::make_shared<ServiceResolution>(properties_, device_))
+{
+}
 
 ADMServiceInfoImp::~ADMServiceInfoImp()
 {
-    ADMServiceInfoImp::stop();
-    stubPort_->invalidate();
+    resolution_->stop();
 }
 
 std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithURI(std::optional<std::string_view> uri,
@@ -76,28 +89,28 @@ std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithURI(std::optional<
                shown(uri), shown(deviceClass));
         return nullptr;
     }
-    const auto info = std::make_shared<ADMServiceInfoImp>(Passkey());
-    info->container_.set(kURIProp, *uri);
-    info->container_.set(kDeviceClassProp, *deviceClass);
-
     ADMServiceURIParser parser(*uri);
     const bool isReadable = parser.parse();
-    if (isReadable)
-        info->container_.merge(parser.components());
     if (!ioProvider && !parser.isStandardURI())
         ioProvider = mockProviderForURI(*uri);
     if (!ioProvider && !isReadable)
         return nullptr;
-    info->ioProvider_ = std::move(ioProvider);
+
+    const auto info = std::make_shared<ADMServiceInfoImp>(Passkey());
+    info->properties_->merge({{std::string(kURIProp), *uri}, {std::string(kDeviceClassProp), *deviceClass}});
+    if (isReadable)
+        info->properties_->mergeComponents(parser.components());
+    info->device_->setProvider(std::move(ioProvider));
     return info;
 }
 
 std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithSpec(const Dictionary& spec)
 {
     const auto info = std::make_shared<ADMServiceInfoImp>(Passkey());
-    info->container_.merge(spec);
-    if (!info->container_.contains(kDeviceClassProp))
-        info->container_.set(kDeviceClassProp, deviceClassForServiceName(spec.string(kServiceNameProp)));
+    info->properties_->merge(spec);
+    if (!spec.contains(kDeviceClassProp))
+        info->properties_->keepFirst(kDeviceClassProp,
+                                     std::string(deviceClassForServiceName(spec.string(kServiceNameProp))));
     return info;
 }
 
@@ -122,42 +135,22 @@ std::string_view ADMServiceInfoImp::deviceClassForServiceName(std::optional<std:
     return row != kRows.end() ? *row->deviceClass : kPrinterDeviceClass;
 }
 
-Dictionary ADMServiceInfoImp::container() const
-{
-    std::lock_guard guard(lock_);
-    return container_;
-}
-
-std::optional<std::string> ADMServiceInfoImp::property(std::string_view key) const
-{
-    std::lock_guard guard(lock_);
-    return container_.string(key);
-}
+// What is known of the service.
 
 std::optional<std::string> ADMServiceInfoImp::uri()
 {
-    if (auto kept = property(kURIProp))
+    if (auto kept = properties_->text(kURIProp))
         return kept;
-    // Not under the lock: the generator may ask the model database and, through it, the device.
-    const auto generated =
-        generatedURI([this] { return ADMServiceURIGenerator().generateURIForServiceInfo(shared_from_this()); });
-    std::lock_guard guard(lock_);
-    if (!container_[kURIProp].asString())
-        container_.set(kURIProp, generated);
-    return container_.string(kURIProp);
+    return properties_->keepFirst(kURIProp, generatedURI([this] {
+                                      return ADMServiceURIGenerator().generateURIForServiceInfo(shared_from_this());
+                                  }));
 }
 
 std::optional<std::string> ADMServiceInfoImp::universalURIWithScheme(std::optional<std::string_view> scheme)
 {
     if (!scheme)
         return std::nullopt;
-    {
-        std::lock_guard guard(lock_);
-        const auto kept = container_.string(kURIProp);
-        ADMServiceURIParser parser(kept.value_or(std::string()));
-        if (!container_.contains(kParamsProp) && parser.parse())
-            container_.merge(parser.components());
-    }
+    properties_->readParametersFromURI();
     return generatedURI(
         [&] { return ADMServiceURIGenerator().generateUniversalURIForServiceInfo(shared_from_this(), *scheme); });
 }
@@ -170,27 +163,27 @@ bool ADMServiceInfoImp::hasStandardURI()
 
 std::optional<std::string> ADMServiceInfoImp::connectionType() const
 {
-    return property(kConnectionTypeProp);
+    return properties_->text(kConnectionTypeProp);
 }
 
 Dictionary ADMServiceInfoImp::connectionParams() const
 {
-    return dictionaryIn(container(), kParamsProp);
+    return properties_->parameters();
 }
 
 std::optional<std::string> ADMServiceInfoImp::deviceClass() const
 {
-    return property(kDeviceClassProp);
+    return properties_->text(kDeviceClassProp);
 }
 
 std::optional<std::string> ADMServiceInfoImp::serviceName() const
 {
-    return property(kServiceNameProp);
+    return properties_->text(kServiceNameProp);
 }
 
 std::optional<std::string> ADMServiceInfoImp::vendorName()
 {
-    if (auto kept = property(kVendorNameProp))
+    if (auto kept = properties_->text(kVendorNameProp))
         return kept;
     const auto model = modelInfo();
     return model ? model->vendorName() : std::nullopt;
@@ -198,7 +191,7 @@ std::optional<std::string> ADMServiceInfoImp::vendorName()
 
 std::optional<std::string> ADMServiceInfoImp::modelName()
 {
-    if (auto kept = property(kModelNameProp))
+    if (auto kept = properties_->text(kModelNameProp))
         return kept;
     const auto model = modelInfo();
     return model ? std::optional(model->modelName()) : std::nullopt;
@@ -206,29 +199,23 @@ std::optional<std::string> ADMServiceInfoImp::modelName()
 
 std::optional<std::string> ADMServiceInfoImp::deviceName()
 {
-    auto kept = property(kDeviceNameProp);
+    auto kept = properties_->text(kDeviceNameProp);
     return kept ? kept : modelName();
 }
 
 std::shared_ptr<ADMCoreModelInfo> ADMServiceInfoImp::modelInfo()
 {
-    {
-        std::lock_guard guard(lock_);
-        if (modelInfo_)
-            return modelInfo_;
-    }
-    // Not under the lock: the device takes its time, and asks this object back.
-    if (!property(kModelNameProp)) {
+    if (auto kept = properties_->modelInfo())
+        return kept;
+    if (!properties_->text(kModelNameProp)) {
         if (const auto asked = device())
-            setResolvedSpec(retrievedParameters(*asked));
+            setResolvedSpec(ServiceDevice::parametersOf(*asked));
     }
-    const auto name = property(kModelNameProp);
+    const auto name = properties_->text(kModelNameProp);
     if (!name)
         return nullptr;
     const auto found = ADMModelInfoManager::sharedManager()->modelInfoWithModelName(*name);
-    std::lock_guard guard(lock_);
-    if (!modelInfo_ && container_.string(kModelNameProp) == name)
-        modelInfo_ = found;
+    properties_->keepModelInfo(found, *name);
     return found;
 }
 
@@ -249,78 +236,184 @@ std::vector<std::string> ADMServiceInfoImp::supportedDeviceClasses()
 
 std::uint32_t ADMServiceInfoImp::serviceState() const
 {
-    std::lock_guard guard(lock_);
-    return state_;
+    return properties_->state();
 }
 
 void ADMServiceInfoImp::setServiceState(std::uint32_t state)
 {
-    std::lock_guard guard(lock_);
-    state_ = state & 7;
-}
-
-bool ADMServiceInfoImp::setProperty(std::string_view key, std::optional<std::string> value)
-{
-    std::lock_guard guard(lock_);
-    if (!value || container_.string(key) == value)
-        return false;
-    container_.set(key, std::move(value));
-    return true;
+    properties_->setState(state);
 }
 
 void ADMServiceInfoImp::setVendorName(std::optional<std::string> name)
 {
-    setProperty(kVendorNameProp, std::move(name));
+    properties_->setVendorName(std::move(name));
 }
 
 void ADMServiceInfoImp::setModelName(std::optional<std::string> name)
 {
-    std::lock_guard guard(lock_);
-    if (setProperty(kModelNameProp, std::move(name)))
-        modelInfo_ = nullptr;
+    properties_->setModelName(std::move(name));
 }
 
 void ADMServiceInfoImp::setDeviceName(std::optional<std::string> name)
 {
-    setProperty(kDeviceNameProp, std::move(name));
+    properties_->setDeviceName(std::move(name));
 }
 
 void ADMServiceInfoImp::setConnectionParams(const Dictionary& parameters)
 {
-    std::lock_guard guard(lock_);
-    auto merged = dictionaryIn(container_, kParamsProp);
-    merged.merge(parameters);
-    container_.set(kParamsProp, std::move(merged));
+    properties_->setParameters(parameters);
 }
 
 void ADMServiceInfoImp::setModelInfo(std::shared_ptr<ADMCoreModelInfo> modelInfo)
 {
-    std::lock_guard guard(lock_);
-    std::swap(modelInfo_, modelInfo);
-}
-
-void ADMServiceInfoImp::setProperties(const Dictionary& spec)
-{
-    setModelName(spec.string(kModelNameProp));
-    setVendorName(spec.string(kVendorNameProp));
-    if (const auto* const params = spec[kParamsProp].asDictionary())
-        setConnectionParams(*params);
-    setDeviceName(spec.string(kDeviceNameProp));
+    properties_->setModelInfo(std::move(modelInfo));
 }
 
 void ADMServiceInfoImp::setResolvedSpec(const Dictionary& spec)
 {
-    std::lock_guard guard(lock_);
-    if (!namesAcceptedVendor(spec)) {
-        setServiceState(2);
-        return;
-    }
-    setServiceState(1);
-    setProperties(spec);
+    properties_->setResolved(spec);
 }
 
-bool ADMServiceInfoImp::namesAcceptedVendor(const Dictionary& spec)
+// As bytes, and beside another one.
+
+void ADMServiceInfoImp::serializeToData(dmf::Data& data) const
 {
-    const auto* const vendor = spec[kVendorNameProp].asString();
-    return vendor && isAcceptedVendor(*vendor);
+    if (const auto archive = properties_->archive())
+        data.append(*archive);
+}
+
+std::optional<dmf::Data> ADMServiceInfoImp::dataRepresentation() const
+{
+    dmf::Data data;
+    serializeToData(data);
+    return data.empty() ? std::nullopt : std::optional(std::move(data));
+}
+
+void ADMServiceInfoImp::deserializeFromData(const dmf::Data& data)
+{
+    properties_->readArchive(data);
+}
+
+std::shared_ptr<ADMServiceInfo> ADMServiceInfoImp::copy() const
+{
+    return initWithData(dataRepresentation());
+}
+
+bool ADMServiceInfoImp::isEqual(ADMServiceInfo& other)
+{
+    const ADMServiceInfo& self = *this;
+    return typeid(self) == typeid(other) && isEqualToServiceInfo(other);
+}
+
+bool ADMServiceInfoImp::isEqualToServiceInfo(ADMServiceInfo& other)
+{
+    if (this == &other)
+        return true;
+    const auto mine = uri();
+    const auto theirs = other.uri();
+    return mine.has_value() == theirs.has_value() && (!mine || dmf::lowercased(*mine) == dmf::lowercased(*theirs)) &&
+           serviceName() == other.serviceName();
+}
+
+bool ADMServiceInfoImp::isEqualToDeviceInfo(ADMDeviceInfo& other)
+{
+    if (modelName() != other.modelName() || connectionType() != other.connectionType())
+        return false;
+    const auto mine = connectionParams();
+    const auto theirs = other.connectionParams();
+    const auto agree = [&](std::string_view key) {
+        return !mine.contains(key) || !theirs.contains(key) || mine[key] == theirs[key];
+    };
+    const auto* const myAddresses = mine[kAllIPAddressesParam].asArray();
+    const auto* const theirAddresses = theirs[kAllIPAddressesParam].asArray();
+    return agree(kSerialNumberParam) &&
+           (!myAddresses || !theirAddresses || shareAnElement(*myAddresses, *theirAddresses)) &&
+           agree(kMACAddressParam);
+}
+
+std::uint32_t ADMServiceInfoImp::hash()
+{
+    return com_ql_dmf_MD5Hash(uri().value_or(std::string()) + deviceClass().value_or(std::string()));
+}
+
+// Its device.
+
+std::shared_ptr<ADMIOProvider> ADMServiceInfoImp::ioProvider() const
+{
+    return device_->provider();
+}
+
+std::shared_ptr<IDMDevice> ADMServiceInfoImp::device()
+{
+    if (auto kept = device_->kept())
+        return kept;
+    return device_->device(properties_->all());
+}
+
+void ADMServiceInfoImp::setDevice(std::shared_ptr<IDMDevice> device)
+{
+    device_->exchange(std::move(device));
+}
+
+std::shared_ptr<IDMDevice> ADMServiceInfoImp::locateDeviceWithHandler(std::shared_ptr<IDMDeviceHandler> handler)
+{
+    return device_->locate(handler, properties_->all());
+}
+
+std::shared_ptr<IDMDevice>
+ADMServiceInfoImp::locateDeviceWithHandlerDeviceSpec(const std::shared_ptr<IDMDeviceHandler>& handler,
+                                                     const Dictionary& deviceSpec)
+{
+    return device_->locate(handler, deviceSpec);
+}
+
+bool ADMServiceInfoImp::isReachable()
+{
+    return device_->isReachable(properties_->all());
+}
+
+// Its resolution.
+
+std::shared_ptr<ADMServiceInfoDelegate> ADMServiceInfoImp::delegate() const
+{
+    return resolution_->delegate();
+}
+
+void ADMServiceInfoImp::setDelegate(const std::shared_ptr<ADMServiceInfoDelegate>& delegate)
+{
+    resolution_->setDelegate(delegate);
+}
+
+void ADMServiceInfoImp::scheduleInRunLoop(std::shared_ptr<dmf::RunLoop> runLoop, std::optional<std::string_view> mode)
+{
+    resolution_->schedule(std::move(runLoop), mode);
+}
+
+void ADMServiceInfoImp::removeFromRunLoop(const std::shared_ptr<dmf::RunLoop>& runLoop, std::string_view mode)
+{
+    resolution_->unschedule(runLoop, mode);
+}
+
+void ADMServiceInfoImp::resolveWithTimeout(double timeout)
+{
+    const auto& usual = connectionTypeToParametersMap()[connectionType().value_or(std::string())];
+    const auto* const parameters = usual.asDictionary();
+    resolveServiceWithParameters(parameters ? *parameters : Dictionary(), timeout);
+}
+
+void ADMServiceInfoImp::resolveServiceWithParameters(const Dictionary& parameters, double timeout)
+{
+    const auto keptAlive = shared_from_this(); // the delegate may let go of the last reference
+    resolution_->start(keptAlive, std::make_shared<ADMServiceInfoImp>(Passkey(), *this), parameters, timeout);
+}
+
+void ADMServiceInfoImp::serviceResolverDidFinish(ADMServiceResolver& resolver)
+{
+    const auto keptAlive = shared_from_this();
+    resolution_->resolverDidFinish(resolver);
+}
+
+void ADMServiceInfoImp::stop()
+{
+    resolution_->stop();
 }
