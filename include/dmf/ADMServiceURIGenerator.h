@@ -10,7 +10,10 @@
 class ADMServiceInfo;
 
 /// Writes the URI of a service from what the service knows: connection type, vendor, model, device name and connection
-/// parameters. Has no state; reentrant. A refusal says in the log, at "debug", what is missing.
+/// parameters. Has no state; reentrant. Refuses as well what the parser would not read back as the values that it was
+/// made from: "Bob & Alice" cannot be said in a universal URI, a host name with a blank in none. A refusal says in the
+/// log, at "debug", what is wrong. Each operation may block as `vendorName`, `modelName` and `deviceName` of the
+/// service do.
 class DMF_EXPORT ADMServiceURIGenerator {
 public:
     /// An operation for one connection type. It gives the standard URI or, when `universal`, the universal URI's pairs,
@@ -20,7 +23,7 @@ public:
     /// Nothing for a null service, for an unknown connection type, and when the service does not know enough. Throws
     /// dmf::UnrecognizedOperation for the types "IPP" and "LPD", whose URIs can be read but not written.
     [[nodiscard]] std::optional<std::string> generateURIForServiceInfo(const std::shared_ptr<ADMServiceInfo>& service);
-    /// The same in the universal form, which "QLIP" does not have.
+    /// The same in the universal form, which "QLIP" does not have; `scheme` is none of a transport's.
     [[nodiscard]] std::optional<std::string>
     generateUniversalURIForServiceInfo(const std::shared_ptr<ADMServiceInfo>& service, std::string_view scheme);
     /// Null for a type that is missing or unknown.

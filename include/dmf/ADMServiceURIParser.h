@@ -25,13 +25,13 @@ public:
 
     /// Replaces the kept URI and parses it.
     bool parseURI(std::string_view uri);
-    /// Parses the kept URI, after forgetting the components of an earlier parse. False for a URI that is no URL, does
-    /// not follow its scheme's form, holds an escaped zero byte, or names a vendor other than the accepted ones; the
-    /// components are then not to be used. Says in the log why, except for texts that are no URL at all, are too long
-    /// or hold an escaped zero byte.
+    /// Parses the kept URI, after forgetting the components of an earlier parse. False for a URI that is no URL, is too
+    /// long, does not follow its scheme's form, holds an escaped zero byte, or names a vendor other than the accepted
+    /// ones; the components are then not to be used. Says in the log why, except for texts that are no URL at all.
     bool parse();
 
-    /// Empty when there are none.
+    /// What the last parse found; empty when there is nothing. A reference to the parser's own: it changes with the
+    /// next parse and ends with the parser.
     [[nodiscard]] const dmf::Dictionary& components() const noexcept { return components_; }
     [[nodiscard]] const std::string& uri() const noexcept { return uri_; }
     /// Whether the URI's scheme is that of a transport; or, as the components tell after a parse, the URI is a

@@ -110,3 +110,63 @@ TEST_F(URIGenerator, CannotWriteIPPAndLPD)
         EXPECT_EQ(info->uri(), std::nullopt);
     }
 }
+
+// What is written must be read back as what it was made from: a value may end itself where it stands.
+TEST_F(URIGenerator, RefusesWhatDoesNotReadBack)
+{
+    const auto bonjour = [](const char* name, const char* type = "_ipp._tcp.", const char* domain = "local.") {
+        return service("Rendezvous",
+                       {{"BonjourServiceName", name}, {"BonjourServiceType", type}, {"BonjourServiceDomain", domain}});
+    };
+    const auto usb = [](const char* vendor, const char* model, const char* serial) {
+        return service("USB", {{"SerialNumber", serial}}, {{"vendorName", vendor}, {"modelName", model}});
+    };
+    const auto named = [](const char* name) { return service("IP", {{"HostName", name}}); };
+    const auto address = [](const char* text) { return service("IP", {{"IPAddress", text}}); };
+    const struct {
+        std::shared_ptr<ADMServiceInfo> info;
+        const char* standard;
+        const char* universal;
+    } cases[] = {
+        // A name that brings pairs of its own would replace the connection's type and host.
+        {bonjour("X&connectionType=IP&HostName=evil.example"),
+         "dnssd://X%26connectionType%3DIP%26HostName%3Devil.example._ipp._tcp.local./?bidi", "(none)"},
+        {bonjour("Bob & Alice"), "dnssd://Bob%20%26%20Alice._ipp._tcp.local./?bidi", "(none)"},
+        {bonjour("a=b"), "dnssd://a%3Db._ipp._tcp.local./?bidi", "(none)"},
+        {bonjour("A", "_ipp._tcp"), "(none)",
+         "app://QLDMF/v=1&connectionType=Rendezvous&BonjourServiceName=A&BonjourServiceType=_ipp._tcp"
+         "&BonjourServiceDomain=local."},
+        {named("a b"), "(none)", "(none)"},
+        {named("h/x"), "(none)", "app://QLDMF/v=1&connectionType=IP&HostName=h/x"},
+        {named("h:1"), "(none)", "app://QLDMF/v=1&connectionType=IP&HostName=h:1"},
+        {named("10.0.0.5"), "socket://10.0.0.5/?bidi", "app://QLDMF/v=1&connectionType=IP&HostName=10.0.0.5"},
+        {address("fe80::1%en0"), "socket://[fe80::1%25en0]/?bidi",
+         "app://QLDMF/v=1&connectionType=IP&IPAddress=fe80::1%25en0"},
+        {address("10.0.0.5&a"), "(none)", "(none)"},
+        {usb("QL", "Model & 9", "A&B"), "(none)", "(none)"},
+        {usb("QL", "a/b", "1"), "usb://QL/a%2Fb?serial=1",
+         "app://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=a%2Fb&SerialNumber=1"},
+        {usb("QL", "a?b", "1"), "(none)",
+         "app://QLDMF/v=1&connectionType=USB&vendorName=QL&modelName=a%3Fb&SerialNumber=1"},
+        {usb("acme", "M", "1"), "(none)", "(none)"},
+        {usb("QL", "M", "a\xff"), "(none)", "(none)"},
+        {service("Bluetooth", {{"MACAddress", "00?vendor=QL"}}), "(none)", "(none)"},
+        {service("QLIP", {{"IPAddress", "fe80::1"}, {"MACAddress", "0"}, {"InterfaceNumber", "1"}},
+                 {{"modelName", "M"}}),
+         "(none)", "(none)"},
+    };
+    const LogCapture log(host);
+    for (const auto& each : cases) {
+        EXPECT_EQ(standard(each.info), each.standard);
+        EXPECT_EQ(universal(each.info), each.universal);
+    }
+    EXPECT_EQ(log.lines().front(), "D  ServiceInfo: cannot generate an URI of connection type 'Rendezvous' that reads "
+                                   "back as it was made (connection parameters " +
+                                       cases[0].info->connectionParams().description() + ").");
+    EXPECT_EQ(cases[0].info->universalURIWithScheme("app"), std::nullopt);
+
+    // The scheme must be one, and must not be read as a transport's.
+    for (const char* scheme : {"", "1x", "a b", "usb", "Socket"})
+        EXPECT_EQ(ADMServiceURIGenerator().generateUniversalURIForServiceInfo(named("h"), scheme), std::nullopt)
+            << scheme;
+}

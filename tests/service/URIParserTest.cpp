@@ -223,6 +223,11 @@ TEST_F(URIParser, SaysWhyItRefuses)
                     "'x://QLDMF/v=1&connectionType=USB&vendorName=Acme' was not created.",
                     "W  ServiceInfo: vendor '' is not supported, service info for uri 'socket://h?vendor=' was not "
                     "created."));
+    expectRefused({"usb://QL/M%00", "usb://QL/" + std::string(ADMServiceURIParser::kLongestURI, 'a')});
+    EXPECT_EQ(log.lines()[5],
+              "W  ServiceInfo: the URI 'usb://QL/M%00' holds an escaped zero byte, service info was not "
+              "created.");
+    EXPECT_EQ(log.lines()[6], "W  ServiceInfo: a URI of 65545 bytes is too long, service info was not created.");
     EXPECT_TRUE(ADMServiceURIParser("usb://TESSALY-CORVAN/M").parse());
 }
 

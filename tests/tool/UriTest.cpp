@@ -49,7 +49,8 @@ TEST_F(Uri, RefusalsSayWhy)
         {"usb://acme/M?serial=1", "'acme' is not supported"},
         {"usb://QL", "not valid"},
         {"strange://host/path", "unknown connection type"},
-        {"socket://" + std::string(100'000, 'x'), ""},
+        {"usb://QL/M%00", "escaped zero byte"},
+        {"socket://" + std::string(100'000, 'x'), "too long"},
     };
     for (const auto& [uri, reason] : cases) {
         const auto result = json({"uri", "parse", uri});
@@ -58,6 +59,11 @@ TEST_F(Uri, RefusalsSayWhy)
         EXPECT_NE(result.json["error"]["message"].get<std::string>().find(reason), std::string::npos) << result.json;
     }
     EXPECT_EQ(json({"uri", "generate", "usb://acme/M?serial=1"}).status, 1);
+    const auto posing = dmf({"uri", "generate", "--scheme", "app",
+                             "dnssd://X%26connectionType%3DIP%26HostName%3Devil.example%26._ipp._tcp.local./?bidi"});
+    EXPECT_EQ(posing.status, 1);
+    EXPECT_EQ(posing.out, "");
+    EXPECT_NE(posing.err.find("reads back"), std::string::npos) << posing.err;
 }
 
 TEST_F(Uri, InfoTellsTheServiceWithoutItsDevice)

@@ -2,7 +2,6 @@
 
 #include <dmf/ADMPlugInManager.h>
 #include <dmf/ADMServiceInfoImp.h>
-#include <dmf/ADMServiceURIParser.h>
 #include <dmf/DMKeys.h>
 #include <dmf/IDMDevice.h>
 
@@ -18,8 +17,6 @@ std::string refusalOfURI(std::string_view uri, const std::string& logged)
         return logged;
     if (uri.empty())
         return "an empty text is no URI";
-    if (uri.size() > ADMServiceURIParser::kLongestURI)
-        return "a URI of " + std::to_string(uri.size()) + " bytes is too long";
     return "this is no URI: it has no scheme, a bad escape, or a character that may not stand in a URI";
 }
 

@@ -8,8 +8,8 @@ namespace dmf::internal {
 
 bool isAcceptedVendor(std::string_view vendor) noexcept
 {
-    return std::ranges::any_of(kDMVendors,
-                               [vendor](std::string_view accepted) { return equalIgnoringAsciiCase(vendor, accepted); });
+    return std::ranges::any_of(
+        kDMVendors, [vendor](std::string_view accepted) { return equalIgnoringAsciiCase(vendor, accepted); });
 }
 
 } // namespace dmf::internal

@@ -22,8 +22,8 @@ namespace dmf::internal {
 ///     idle ──resolveService──► resolving ──found, or out of time──► ended (the delegate is told once)
 ///                                  └──stop, a later start, the resolver's end──► dropped (nobody is told)
 ///
-/// The resolver, the thread that works for the start, its timer and its queue share it; none of them keeps the resolver.
-/// Guarded by the resolver's lock, but for the nap.
+/// The resolver, the thread that works for the start, its timer and its queue share it; none of them keeps the
+/// resolver. Guarded by the resolver's lock, but for the nap.
 struct ResolverStart {
     enum class State { idle, resolving, ended, dropped };
     State state = State::idle;

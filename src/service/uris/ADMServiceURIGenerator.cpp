@@ -1,6 +1,7 @@
 #include <dmf/ADMServiceURIGenerator.h>
 
 #include <dmf/ADMServiceInfo.h>
+#include <dmf/ADMServiceURIParser.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
 #include <dmf/DMStringExtension.h>
@@ -9,7 +10,9 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/text/UrlParts.h"
 #include "service/uris/UriForms.h"
+#include "service/uris/UriReading.h"
 
 using namespace dmf::internal;
 
@@ -27,6 +30,42 @@ std::optional<std::string> textOf(const dmf::Dictionary& params, std::string_vie
 {
     const auto& value = params[key];
     return value.asNumber() ? std::optional(value.description()) : value.string();
+}
+
+/// Whether the URI is read as one of that type that says every value under its key again. A value may hold what ends it
+/// where it stands: "Bob & Alice" would come back as "Bob ", and what follows as a pair of its own.
+bool saysAgain(std::string_view uri, std::string_view type, std::initializer_list<Pair> values)
+{
+    const auto contents = readUri(uri);
+    const auto& components = contents.components;
+    if (contents.verdict != UriVerdict::read || components.string(kConnectionTypeProp) != type)
+        return false;
+    const auto* const params = components[kParamsProp].asDictionary();
+    return std::ranges::all_of(values, [&](const Pair& pair) {
+        return components.string(pair.first) == pair.second || (params && params->string(pair.first) == pair.second);
+    });
+}
+
+/// The standard URI, or the pairs of a universal one; nothing, with a word in the log, for what is not read back as the
+/// values that it was made from.
+std::optional<std::string> readable(std::string text, bool universal, const dmf::Dictionary& params,
+                                    std::string_view type, std::initializer_list<Pair> values)
+{
+    if (saysAgain(universal ? universalUri("x", text) : text, type, values))
+        return text;
+    DMFLog("debug",
+           "ServiceInfo: cannot generate an URI of connection type '%@' that reads back as it was made (connection "
+           "parameters %@).",
+           type, params);
+    return std::nullopt;
+}
+
+/// The same for a host, which is as good when it is read back as an address: both name the same peer.
+std::optional<std::string> readableHost(std::string text, bool universal, const dmf::Dictionary& params,
+                                        std::string_view host)
+{
+    const bool isAddress = !universal && saysAgain(text, kSocketConnectionType, {{kIPAddressParam, host}});
+    return isAddress ? text : readable(text, universal, params, kSocketConnectionType, {{kHostNameParam, host}});
 }
 
 } // namespace
@@ -66,7 +105,14 @@ ADMServiceURIGenerator::generateUniversalURIForServiceInfo(const std::shared_ptr
 {
     const Operation generate = service ? generatorForConnectionType(service->connectionType()) : nullptr;
     const auto pairs = generate ? (this->*generate)(*service, true) : std::nullopt;
-    return pairs ? std::optional(universalUri(scheme, *pairs)) : std::nullopt;
+    if (!pairs)
+        return std::nullopt;
+    auto uri = universalUri(scheme, *pairs);
+    // The pairs are known to be readable. The scheme must be one, and none that is read in another way.
+    if (schemeOfUrl(uri) == scheme && !isTransportScheme(scheme) && uri.size() <= ADMServiceURIParser::kLongestURI)
+        return uri;
+    DMFLog("debug", "ServiceInfo: cannot generate an universal URI with the scheme '%@'.", scheme);
+    return std::nullopt;
 }
 
 std::optional<std::string> ADMServiceURIGenerator::generateUSBURIforServiceInfo(ADMServiceInfo& service, bool universal)
@@ -80,7 +126,9 @@ std::optional<std::string> ADMServiceURIGenerator::generateUSBURIforServiceInfo(
     if (!serial)
         return refusal("ServiceInfo: cannot generate an USB URI with unknown serial number (connection parameters %@).",
                        params);
-    return universal ? usbPairs(*vendor, *model, *serial) : usbUri(*vendor, *model, *serial);
+    return readable(universal ? usbPairs(*vendor, *model, *serial) : usbUri(*vendor, *model, *serial), universal,
+                    params, kUSBConnectionType,
+                    {{kVendorNameProp, *vendor}, {kModelNameProp, *model}, {kSerialNumberParam, *serial}});
 }
 
 std::optional<std::string> ADMServiceURIGenerator::generateSocketURIforServiceInfo(ADMServiceInfo& service,
@@ -88,12 +136,13 @@ std::optional<std::string> ADMServiceURIGenerator::generateSocketURIforServiceIn
 {
     const auto params = service.connectionParams();
     if (const auto host = textOf(params, kHostNameParam))
-        return universal ? hostPairs(*host) : hostUri(*host);
+        return readableHost(universal ? hostPairs(*host) : hostUri(*host), universal, params, *host);
     const auto address = textOf(params, kIPAddressParam);
     if (!address)
         return refusal("ServiceInfo: cannot generate an Socket URI with unknown IP address (connection parameters %@).",
                        params);
-    return universal ? addressPairs(*address) : addressUri(*address);
+    return readable(universal ? addressPairs(*address) : addressUri(*address), universal, params, kSocketConnectionType,
+                    {{kIPAddressParam, *address}});
 }
 
 std::optional<std::string> ADMServiceURIGenerator::generateMDNSURIforServiceInfo(ADMServiceInfo& service,
@@ -113,7 +162,10 @@ std::optional<std::string> ADMServiceURIGenerator::generateMDNSURIforServiceInfo
         domain = kDefaultBonjourDomain;
         type = kDefaultBonjourType;
     }
-    return universal ? bonjourPairs(*name, *type, *domain) : bonjourUri(*name, *type, *domain);
+    return readable(
+        universal ? bonjourPairs(*name, *type, *domain) : bonjourUri(*name, *type, *domain), universal, params,
+        kRendezvousConnectionType,
+        {{kBonjourServiceNameParam, *name}, {kBonjourServiceTypeParam, *type}, {kBonjourServiceDomainParam, *domain}});
 }
 
 std::optional<std::string> ADMServiceURIGenerator::generateBluetoothURIforServiceInfo(ADMServiceInfo& service,
@@ -125,9 +177,10 @@ std::optional<std::string> ADMServiceURIGenerator::generateBluetoothURIforServic
         return refusal(
             "ServiceInfo: cannot generate an Bluetooth URI with unknown MAC address (connection parameters %@).",
             params);
-    if (universal)
-        return joinedPairs({{kConnectionTypeProp, kBluetoothConnectionType}, {kMACAddressParam, *address}});
-    return joined({"bluetooth://", *address});
+    return readable(universal
+                        ? joinedPairs({{kConnectionTypeProp, kBluetoothConnectionType}, {kMACAddressParam, *address}})
+                        : joined({"bluetooth://", *address}),
+                    universal, params, kBluetoothConnectionType, {{kMACAddressParam, *address}});
 }
 
 std::optional<std::string> ADMServiceURIGenerator::generateQLIPURIforServiceInfo(ADMServiceInfo& service,
@@ -152,8 +205,13 @@ std::optional<std::string> ADMServiceURIGenerator::generateQLIPURIforServiceInfo
         return refusal(
             "ServiceInfo: cannot generate an QLIP URI with unknown interface number (connection parameters %@).",
             params);
-    return joined({"vastel://", *ipAddress, ":", com_ql_dmf_stringByEncodingToURLNotation(*model), "/",
-                   *interfaceNumber, "%3a", *macAddress});
+    return readable(joined({"vastel://", *ipAddress, ":", com_ql_dmf_stringByEncodingToURLNotation(*model), "/",
+                            *interfaceNumber, "%3a", *macAddress}),
+                    false, params, kQLIPConnectionType,
+                    {{kModelNameProp, *model},
+                     {kIPAddressParam, *ipAddress},
+                     {kMACAddressParam, *macAddress},
+                     {kInterfaceNumberParam, *interfaceNumber}});
 }
 
 // Nobody has settled how these two are written. They stand in the table, so that asking for them fails loudly.

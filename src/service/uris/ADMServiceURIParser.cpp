@@ -4,56 +4,48 @@
 #include <dmf/DMLog.h>
 #include <dmf/platform/Unicode.h>
 
-#include <algorithm>
-#include <array>
 #include <utility>
-#include <vector>
 
-#include "foundation/keys/Vendors.h"
-#include "platform/text/Ascii.h"
-#include "platform/text/StringScanner.h"
 #include "platform/text/UrlParts.h"
-#include "service/uris/UriForms.h"
-#include "service/uris/UriPieces.h"
+#include "service/uris/UriReading.h"
 
-using dmf::Dictionary;
 using namespace dmf::internal;
 
 namespace {
 
-struct SchemeRow {
-    std::string_view scheme;
-    bool (ADMServiceURIParser::*parse)();
-    const std::string_view* connectionType;
-};
-
-using Parser = ADMServiceURIParser;
-// Looked through from the front: the usual schemes stand first.
-constexpr std::array kSchemes{
-    SchemeRow{"usb", &Parser::parseUSB, &kUSBConnectionType},
-    SchemeRow{"socket", &Parser::parseSocket, &kSocketConnectionType},
-    SchemeRow{"ipp", &Parser::parseSocket, &kIPPConnectionType},
-    SchemeRow{"lpd", &Parser::parseSocket, &kLPDConnectionType},
-    SchemeRow{"mdns", &Parser::parseMDNS, &kRendezvousConnectionType},
-    SchemeRow{"dnssd", &Parser::parseMDNS, &kRendezvousConnectionType},
-    SchemeRow{"bluetooth", &Parser::parseBluetooth, &kBluetoothConnectionType},
-    SchemeRow{"vastel", &Parser::parseLegacyQLVastel, &kQLIPConnectionType},
-    SchemeRow{"qlip", &Parser::parseQLIP, &kQLIPConnectionType},
-};
-
-const SchemeRow* rowForScheme(std::string_view scheme)
+/// Adds what one reader finds; nothing where it refuses.
+bool addedBy(UriReader read, std::string_view uri, dmf::Dictionary& components)
 {
-    const auto row = std::find_if(kSchemes.begin(), kSchemes.end(), [scheme](const SchemeRow& candidate) {
-        return equalIgnoringAsciiCase(candidate.scheme, scheme);
-    });
-    return row != kSchemes.end() ? &*row : nullptr;
+    UriEntries found;
+    if (!read(uri, found))
+        return false;
+    components.merge(std::move(found).dictionary());
+    return true;
 }
 
-/// A zero byte would end the text early in every C interface that a component is handed to.
-bool holdsEscapedZero(std::string_view uri)
+void logRefusal(const UriContents& contents, const std::string& uri)
 {
-    const auto percent = uri.find('%');
-    return percent != std::string_view::npos && uri.find("%00", percent) != std::string_view::npos;
+    switch (contents.verdict) {
+    case UriVerdict::tooLong:
+        DMFLog("warnings", "ServiceInfo: a URI of %lu bytes is too long, service info was not created.", uri.size());
+        break;
+    case UriVerdict::holdsZero:
+        DMFLog("warnings", "ServiceInfo: the URI '%@' holds an escaped zero byte, service info was not created.", uri);
+        break;
+    case UriVerdict::malformed:
+        DMFLog("warnings", "ServiceInfo: service info has been created with not valid URI '%@'.", uri);
+        break;
+    case UriVerdict::unknownType:
+        DMFLog("debug", "ServiceInfo: unknown connection type '%@' of '%@' URI, service info is not created.",
+               contents.scheme, uri);
+        break;
+    case UriVerdict::foreignVendor:
+        DMFLog("warnings", "ServiceInfo: vendor '%@' is not supported, service info for uri '%@' was not created.",
+               dmf::lowercased(contents.components.string(kVendorNameProp).value_or(std::string())), uri);
+        break;
+    case UriVerdict::read:
+    case UriVerdict::noUri: break;
+    }
 }
 
 } // namespace
@@ -66,141 +58,70 @@ bool ADMServiceURIParser::parseURI(std::string_view uri)
 
 bool ADMServiceURIParser::parse()
 {
-    components_ = {};
-    if (uri_.empty() || uri_.size() > kLongestURI || holdsEscapedZero(uri_))
-        return false;
-    const auto scheme = schemeOfUrl(uri_);
-    if (!scheme)
-        return false;
-
-    components_.reserve(6);
-    const SchemeRow* const row = rowForScheme(*scheme);
-    if (row)
-        components_.set(kConnectionTypeProp, *row->connectionType);
-    if (row && !(this->*row->parse)()) {
-        DMFLog("warnings", "ServiceInfo: service info has been created with not valid URI '%@'.", uri_);
-        return false;
-    }
-    if (!row && !parseUniversalURI(*dmf::Url::fromString(uri_))) {
-        DMFLog("debug", "ServiceInfo: unknown connection type '%@' of '%@' URI, service info is not created.", *scheme,
-               uri_);
-        return false;
-    }
-
-    const auto* const vendor = components_[kVendorNameProp].asString();
-    if (vendor && !isAcceptedVendor(*vendor)) {
-        DMFLog("warnings", "ServiceInfo: vendor '%@' is not supported, service info for uri '%@' was not created.",
-               dmf::lowercased(*vendor), uri_);
-        return false;
-    }
-    return true;
+    auto contents = readUri(uri_);
+    if (contents.verdict != UriVerdict::read)
+        logRefusal(contents, uri_);
+    components_ = std::move(contents.components);
+    return contents.verdict == UriVerdict::read;
 }
 
 bool ADMServiceURIParser::isStandardURI() const
 {
-    if (uri_.empty())
-        return false;
     const auto scheme = schemeOfUrl(uri_);
-    if (scheme && rowForScheme(*scheme))
+    if (scheme && isTransportScheme(*scheme))
         return true;
     const auto* const type = components_[kConnectionTypeProp].asString();
-    return type && knownConnectionTypes().contains(*type);
+    return !uri_.empty() && type && knownConnectionTypes().contains(*type);
 }
 
 const std::set<std::string, std::less<>>& ADMServiceURIParser::knownConnectionTypes()
 {
-    static const auto* const types = [] {
-        auto* const known = new std::set<std::string, std::less<>>;
-        for (const SchemeRow& row : kSchemes)
-            known->emplace(*row.connectionType);
-        return known;
-    }();
-    return *types;
+    return transportConnectionTypes();
 }
 
 bool ADMServiceURIParser::parseUSB()
 {
-    std::string buffer;
-    const auto text = unescaped(uri_, buffer);
-    if (!text)
-        return false;
-    StringScanner scanner(*text);
-    scanner.scanUpTo("//");
-    scanner.scan("//");
-    const auto vendor = scanner.scanUpTo("/");
-    if (!vendor)
-        return false;
-    scanner.scan("/");
-    const auto model = scanner.scanUpTo("?");
-    if (!model)
-        return false;
-    scanner.scan("?");
-
-    std::optional<std::string_view> serial;
-    forEachPiece(scanner.remaining(), '&', [&](std::string_view element) {
-        if (const auto value = textAfterKey(element, "serial="))
-            serial = value;
-    });
-    components_.set(kModelNameProp, *model);
-    if (serial)
-        components_.set(kParamsProp, untilFirstMissing({{kSerialNumberParam, serial}}));
-    components_.set(kVendorNameProp, *vendor);
-    return true;
+    return addedBy(readUsbUri, uri_, components_);
 }
 
-void ADMServiceURIParser::parseQuery(std::string_view query, Dictionary& container) const
+bool ADMServiceURIParser::parseSocket()
 {
-    const auto found = vendorAndModelIn(query);
-    setIfPresent(container, kModelNameProp, found.model);
-    setIfPresent(container, kVendorNameProp, found.vendor);
+    return addedBy(readSocketUri, uri_, components_);
+}
+
+bool ADMServiceURIParser::parseMDNS()
+{
+    return addedBy(readBonjourUri, uri_, components_);
 }
 
 bool ADMServiceURIParser::parseBluetooth()
 {
-    std::string buffer;
-    const auto text = unescaped(uri_, buffer);
-    if (!text)
-        return false;
-    StringScanner scanner(*text);
-    scanner.scanUpTo("//");
-    scanner.scan("//");
-    const auto address = scanner.scanUpTo("?");
-    if (!address)
-        return false;
-    components_.set(kParamsProp, Dictionary{{std::string(kMACAddressParam), *address}});
-    scanner.scan("?");
-    parseQuery(scanner.remaining(), components_);
-    return true;
+    return addedBy(readBluetoothUri, uri_, components_);
+}
+
+bool ADMServiceURIParser::parseQLIP()
+{
+    return addedBy(readQlipUri, uri_, components_);
+}
+
+bool ADMServiceURIParser::parseLegacyQLVastel()
+{
+    return addedBy(readVastelUri, uri_, components_);
 }
 
 bool ADMServiceURIParser::parseUniversalURI(const dmf::Url& url)
 {
-    if (url.host() != kDMUniversalURIToken)
-        return false;
-    const std::string path = url.path();
-    std::vector<Pair> pairs;
-    forEachPiece(path, '&', [&](std::string_view element) {
-        if (const auto pair = firstTwoPieces(element))
-            pairs.push_back(*pair);
-    });
-    // Sorted, because a dictionary takes many keys fast only in the order in which it keeps them; stable, because of
-    // two pairs with one key the later counts.
-    std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) { return a.first < b.first; });
+    const auto found = url.host() == kDMUniversalURIToken ? readUniversalPath(url.path()) : std::nullopt;
+    if (found)
+        components_.merge(*found);
+    return found.has_value();
+}
 
-    Dictionary params;
-    params.reserve(pairs.size());
-    std::optional<std::string_view> type;
-    for (const auto& [key, value] : pairs) {
-        if (key == kConnectionTypeProp)
-            type = value;
-        else if (key != "/v") // the version; the slash is the one that begins the path
-            params.set(key, value);
-    }
-    if (!type)
-        return false;
-    components_.set(kConnectionTypeProp, *type);
-    components_.set(kParamsProp, params);
-    components_.reserve(params.size() + 2);
-    components_.merge(params);
-    return true;
+void ADMServiceURIParser::parseQuery(std::string_view query, dmf::Dictionary& container) const
+{
+    const auto found = vendorAndModelIn(query);
+    if (found.model)
+        container.set(kModelNameProp, *found.model);
+    if (found.vendor)
+        container.set(kVendorNameProp, *found.vendor);
 }

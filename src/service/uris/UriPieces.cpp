@@ -3,6 +3,8 @@
 #include <dmf/DMKeys.h>
 #include <dmf/platform/Unicode.h>
 
+#include <algorithm>
+
 #include "platform/text/Ascii.h"
 #include "platform/text/UrlParts.h"
 
@@ -70,23 +72,38 @@ std::optional<std::string_view> unescaped(std::string_view text, std::string& bu
     return text.find('%') == std::string_view::npos ? text : percentUnescaped(text, buffer);
 }
 
-void setIfPresent(Dictionary& dictionary, std::string_view key, std::optional<std::string_view> text)
+void UriEntries::set(std::string_view key, Value value)
+{
+    if (count_ < kMost)
+        entries_[count_++] = {key, std::move(value)};
+}
+
+void UriEntries::setIfPresent(std::string_view key, std::optional<std::string_view> text)
 {
     if (text)
-        dictionary.set(key, *text);
+        set(key, *text);
+}
+
+Dictionary UriEntries::dictionary() &&
+{
+    const auto end = entries_.begin() + static_cast<std::ptrdiff_t>(count_);
+    std::sort(entries_.begin(), end, [](const auto& left, const auto& right) { return left.first < right.first; });
+    Dictionary result;
+    result.reserve(count_);
+    std::for_each(entries_.begin(), end, [&](auto& entry) { result.set(entry.first, std::move(entry.second)); });
+    return result;
 }
 
 Dictionary
-untilFirstMissing(std::initializer_list<std::pair<std::string_view, std::optional<std::string_view>>> entries)
+dictionaryUntilFirstMissing(std::initializer_list<std::pair<std::string_view, std::optional<std::string_view>>> entries)
 {
-    Dictionary result;
-    result.reserve(entries.size());
+    UriEntries result;
     for (const auto& [key, value] : entries) {
         if (!value)
             break;
         result.set(key, *value);
     }
-    return result;
+    return std::move(result).dictionary();
 }
 
 } // namespace dmf::internal

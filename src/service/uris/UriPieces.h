@@ -2,6 +2,8 @@
 
 #include <dmf/platform/Value.h>
 
+#include <array>
+#include <cstddef>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -40,14 +42,29 @@ struct VendorAndModel {
 };
 [[nodiscard]] VendorAndModel vendorAndModelIn(std::string_view query);
 
+/// What becomes a dictionary, in the order in which a form brings it, each key once. A dictionary takes keys fast only
+/// in its own order, so they are sorted once, at the end. The keys must outlive it.
+class UriEntries {
+public:
+    /// No form has more; the key that would be one too many is left out.
+    static constexpr std::size_t kMost = 8;
+
+    void set(std::string_view key, Value value);
+    void setIfPresent(std::string_view key, std::optional<std::string_view> text);
+    [[nodiscard]] Dictionary dictionary() &&;
+
+private:
+    std::array<std::pair<std::string_view, Value>, kMost> entries_;
+    std::size_t count_ = 0;
+};
+
 /// A whole URI, or a piece of one, with its escapes replaced, which needs the buffer only where there are any; nothing
 /// when one is malformed.
 [[nodiscard]] std::optional<std::string_view> unescaped(std::string_view text, std::string& buffer);
 
-void setIfPresent(Dictionary& dictionary, std::string_view key, std::optional<std::string_view> text);
 /// The entries up to the first that is missing: what a device's interface is worth without its address, nobody can
 /// tell.
-[[nodiscard]] Dictionary
-untilFirstMissing(std::initializer_list<std::pair<std::string_view, std::optional<std::string_view>>> entries);
+[[nodiscard]] Dictionary dictionaryUntilFirstMissing(
+    std::initializer_list<std::pair<std::string_view, std::optional<std::string_view>>> entries);
 
 } // namespace dmf::internal
