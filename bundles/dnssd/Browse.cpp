@@ -6,6 +6,7 @@
 #include <dmf/ADMServiceInfoImp.h>
 #include <dmf/DMKeys.h>
 #include <dmf/DMLog.h>
+#include <dmf/DeviceList.h>
 
 #include "Messages.h"
 
@@ -401,6 +402,8 @@ void Browse::settle(Service& service, const Identity& identity)
     info->setModelName(identity.model);
     if (identity.serialNumber)
         info->setConnectionParams({{std::string(kSerialNumberParam), *identity.serialNumber}});
+    if (identity.uuid)
+        info->setConnectionParams({{std::string(kDeviceUUIDParam), *identity.uuid}});
     service.state = Service::State::reported;
     service.info = info;
     report(info, false);

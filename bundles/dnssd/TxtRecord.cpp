@@ -88,6 +88,7 @@ Identity TxtRecord::identity() const
     }
     identity.serialNumber =
         firstOf(*this, {"usb_sn", "usb_sern", "usb_serialnumber", "serialnumber", "serial", "sern", "sn"});
+    identity.uuid = firstOf(*this, {"uuid"});
     return identity;
 }
 

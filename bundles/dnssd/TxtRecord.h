@@ -13,6 +13,7 @@ struct Identity {
     std::optional<std::string> vendor;
     std::optional<std::string> model;
     std::optional<std::string> serialNumber;
+    std::optional<std::string> uuid{};
 };
 
 /// A service's TXT record: "key=value" entries, written by devices of every quality. Of several entries with one key
@@ -26,7 +27,7 @@ public:
     /// The value as a text for people: UTF-8 without control characters, trimmed. Nothing when it is missing, empty or
     /// of another kind. `key` in small letters.
     [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
-    /// Vendor, model and serial number, by the keys under which printers and scanners tell them.
+    /// Vendor, model, serial number and UUID, by the keys under which printers and scanners tell them.
     [[nodiscard]] Identity identity() const;
 
 private:

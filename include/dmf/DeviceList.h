@@ -19,9 +19,9 @@ namespace dmf {
 
 /// The connection parameter that holds a device's UUID (RFC 4122), as discovery back ends that know it give it.
 inline constexpr std::string_view kDeviceUUIDParam = "UUID";
-/// The connection parameter that is true where "SerialNumber" is no serial number: a device that tells none is told
-/// from its like by the port that it is plugged into.
-inline constexpr std::string_view kSerialNumberIsPortParam = "SerialNumberIsPort";
+/// The connection parameter that says what "SerialNumber" is when it is no serial number: "port" where a device that
+/// tells none is told from its like by the port that it is plugged into.
+inline constexpr std::string_view kSerialNumberKindParam = "SerialNumberKind";
 
 /// One thing that tells one device from all others.
 struct DeviceEvidence {

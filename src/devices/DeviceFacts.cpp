@@ -110,11 +110,6 @@ void note(DeviceWay& way, DeviceEvidence::Kind kind, std::string text)
         way.evidence.push_back({kind, std::move(text)});
 }
 
-bool isSet(const Value& value)
-{
-    return value.asBool() && *value.asBool();
-}
-
 } // namespace
 
 DeviceFacts factsOf(const std::shared_ptr<ADMServiceInfo>& service)
@@ -139,7 +134,7 @@ DeviceFacts factsOf(const std::shared_ptr<ADMServiceInfo>& service)
     static const Dictionary none;
     const auto* const params = (*properties)[kParamsProp].asDictionary();
     const Dictionary& parameters = params ? *params : none;
-    if (!isSet(parameters[kSerialNumberIsPortParam]))
+    if (!parameters.contains(kSerialNumberKindParam))
         facts.serialNumber = tellingSerialNumber(parameters.string(kSerialNumberParam).value_or(""));
     if (!facts.serialNumber.empty() && !facts.vendor.empty() && !facts.model.empty())
         note(facts.way, DeviceEvidence::Kind::serialNumber,

@@ -38,7 +38,7 @@ std::shared_ptr<ADMServiceInfo> service(const Said& said)
         if (!text.empty())
             params.set(key, dmf::Value(text));
     if (said.isPort)
-        params.set(dmf::kSerialNumberIsPortParam, true);
+        params.set(dmf::kSerialNumberKindParam, "port");
     dmf::Dictionary spec{{std::string(kURIProp), said.uri},
                          {std::string(kConnectionTypeProp), said.type},
                          {std::string(kParamsProp), params}};

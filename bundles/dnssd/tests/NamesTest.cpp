@@ -82,7 +82,8 @@ TEST(DnssdTxtRecord, TellsWhoTheDeviceIsUnderTheKeysOfTheField)
         Identity expected;
     };
     const Case cases[] = {
-        {{"usb_MFG=QL", "usb_MDL=Model 9", "ty=QL Model 9 Series", "usb_SN=CN1"}, {"QL", "Model 9", "CN1"}},
+        {{"usb_MFG=QL", "usb_MDL=Model 9", "ty=QL Model 9 Series", "usb_SN=CN1", "UUID=e3248000-80ce"},
+         {"QL", "Model 9", "CN1", "e3248000-80ce"}},
         {{"mfg=QL", "mdl=Scan 5", "serialNumber=CN2"}, {"QL", "Scan 5", "CN2"}},
         {{"usb_MFG=", "mfg=QL", "ty=ql Model 9"}, {"QL", "Model 9", {}}},
         {{"product=(Model 9)"}, {{}, "Model 9", {}}},
@@ -101,5 +102,6 @@ TEST(DnssdTxtRecord, TellsWhoTheDeviceIsUnderTheKeysOfTheField)
         EXPECT_EQ(identity.vendor, each.expected.vendor) << each.entries.size();
         EXPECT_EQ(identity.model, each.expected.model);
         EXPECT_EQ(identity.serialNumber, each.expected.serialNumber);
+        EXPECT_EQ(identity.uuid, each.expected.uuid);
     }
 }

@@ -157,7 +157,8 @@ bool isDocumentType(std::string_view content) noexcept
 bool isInstructionTarget(std::string_view target) noexcept
 {
     const auto isFolded = [](char letter, char c) { return letter == (c | 0x20); };
-    return isName(target) && target.find(':') == target.npos && !std::ranges::equal(std::string_view("xml"), target, isFolded);
+    return isName(target) && target.find(':') == target.npos &&
+           !std::ranges::equal(std::string_view("xml"), target, isFolded);
 }
 
 const char* namespaceFault(std::string_view prefix, std::string_view name) noexcept
