@@ -27,8 +27,7 @@ using Modes = std::set<std::string>;
 using Delegate = ADMDiscoveryDelegate;
 
 constexpr std::string_view kIsRunning = "Discovery running allready";
-/// Seconds; after that a synchronous run looks whether it has been stopped, which does not wake its run loop.
-constexpr double kLongestTurn = 0.1;
+constexpr double kLongestTurn = 86'400; // seconds; however long the time-out is
 
 /// The calling thread's run loop in the mode of synchronous runs, which does not end for lack of sources.
 class SynchronousLoop final {
@@ -136,6 +135,8 @@ void ADMBaseDiscovery::Private::end(const std::string& self, const DiscoveryClie
     }
     if (!closed)
         return;
+    if (closed->feed)
+        closed->feed->add([] {}); // wakes the synchronous run, which need not wait for what follows
     ended->end();
     DMFLog("debug", "Discovery: discovery %@ did stop", self);
     client->tell(&Delegate::discoveryDidStop, closed.get());

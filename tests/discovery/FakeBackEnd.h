@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -7,6 +8,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <dmf/ADMDiscovery.h>
 #include <dmf/ADMServiceDiscoveryBase.h>
@@ -23,13 +26,25 @@ class FakeServiceDiscovery;
 class FakeBackEnds {
 public:
     FakeBackEnds() { current() = this; }
-    ~FakeBackEnds() { current() = nullptr; }
+    /// Waits for those that are still on their way out on a thread of the library.
+    ~FakeBackEnds()
+    {
+        EXPECT_TRUE(turnUntil([] { return providers() == 0; }));
+        current() = nullptr;
+    }
     FakeBackEnds(const FakeBackEnds&) = delete;
     FakeBackEnds& operator=(const FakeBackEnds&) = delete;
     static FakeBackEnds*& current()
     {
         static FakeBackEnds* the = nullptr;
         return the;
+    }
+
+    /// How many providers there are.
+    static std::atomic<int>& providers()
+    {
+        static std::atomic<int> count{0};
+        return count;
     }
 
     /// What happens as a back end starts, on the creating thread; its result is the provider's status.
@@ -67,7 +82,11 @@ class FakeServiceDiscovery final : public ADMServiceDiscoveryBase {
 public:
     class Provider final : public ADMDiscoveryProvider {
     public:
-        using ADMDiscoveryProvider::ADMDiscoveryProvider;
+        explicit Provider(const std::shared_ptr<FakeServiceDiscovery>& parent) : ADMDiscoveryProvider(parent)
+        {
+            ++FakeBackEnds::providers();
+        }
+        ~Provider() override { --FakeBackEnds::providers(); }
         Status startDiscovery(std::string_view, std::optional<std::string_view>) override
         {
             const auto owner = std::static_pointer_cast<FakeServiceDiscovery>(parent());
@@ -75,7 +94,8 @@ public:
         }
         Status stopDiscovery() override
         {
-            if (FakeBackEnds::current() && FakeBackEnds::current()->onStop)
+            // One that goes is stopped again, which does not count.
+            if (parent() && FakeBackEnds::current()->onStop)
                 FakeBackEnds::current()->onStop();
             return 0;
         }
