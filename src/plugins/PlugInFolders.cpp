@@ -8,7 +8,6 @@
 #include <mutex>
 
 #include "platform/host/Host.h"
-#include "platform/host/Trust.h"
 #include "plugins/PlugInRules.h"
 
 namespace dmf {
@@ -34,8 +33,6 @@ struct NamedFolders {
 std::vector<std::string> foldersOfEnvironment()
 {
     std::vector<std::string> folders;
-    if (internal::hasRaisedPrivileges()) // else whoever starts the program would choose its code
-        return folders;
     const std::string list = Host::current().environment(kPathVariable).value_or("");
     for (std::size_t begin = 0; begin < list.size();) {
         const std::size_t end = std::min(list.find(':', begin), list.size());

@@ -349,3 +349,11 @@ TEST(PlugInManager, ProgramsOwnFoldersAreAskedAfterTheLibrarys)
     EXPECT_EQ(providerFor({{kType, "B"}}), "BetaProvider"); // what was found stays
     EXPECT_EQ(providerFor({{kType, "B"}, {std::string(dmf::kPlugInInterfaceNumberKey), 1}}), "");
 }
+
+TEST(PlugInManager, ProgramsWithRaisedRightsTakeNoFoldersFromTheEnvironment)
+{
+    PlugInHost host;
+    host.setEnvironment("DMF_PLUGIN_PATH", host.path("/develop").string());
+    host.host().hasRaisedRights = true;
+    EXPECT_EQ(dmf::plugInFolders().size(), 1u);
+}

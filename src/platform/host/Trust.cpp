@@ -35,7 +35,7 @@ enum AccessTag : std::uint16_t { namedUser = 0x02, owningGroup = 0x04, namedGrou
 
 bool isTrustedUser(uid_t user) noexcept
 {
-    return user == 0 || (!hasRaisedPrivileges() && user == ::geteuid());
+    return user == 0 || (!Host::current().hasRaisedRights && user == ::geteuid());
 }
 
 namespace {
@@ -43,7 +43,7 @@ namespace {
 // The group that is a user's alone has the user's own number; any other one may have more members.
 bool isTrustedGroup(gid_t group) noexcept
 {
-    return group == 0 || (!hasRaisedPrivileges() && group == ::geteuid());
+    return group == 0 || (!Host::current().hasRaisedRights && group == ::geteuid());
 }
 
 std::string systemText(int code)
@@ -160,11 +160,6 @@ bool isOrHolds(std::string_view folder, std::string_view path)
 }
 
 } // namespace
-
-bool hasRaisedPrivileges() noexcept
-{
-    return Host::current().hasRaisedRights;
-}
 
 std::string reasonNotToTrust(const std::string& path)
 {

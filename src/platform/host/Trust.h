@@ -15,9 +15,6 @@ namespace dmf::internal {
 /// Whether the files of that user are trusted.
 [[nodiscard]] bool isTrustedUser(uid_t user) noexcept;
 
-/// Whether this program has more rights than the user who started it.
-[[nodiscard]] bool hasRaisedPrivileges() noexcept;
-
 /// Why what is at `path` (a link is followed) must not be used: it is gone, it belongs to an ordinary user other than
 /// this program's, or others may write to it: everybody, a group other than root's and the one of the user's own number
 /// (of which nobody else is a member), or whoever its access list lets.
