@@ -47,16 +47,18 @@ public:
     /// Nothing for an unnamed node.
     [[nodiscard]] virtual std::optional<std::string> name() const = 0;
 
-    /// The first child of that name.
+    /// The first child of that name; of a property list's array, none.
     [[nodiscard]] virtual std::shared_ptr<ADMInfo> infoNamed(std::string_view name) const = 0;
     /// One child; how the name and the index work together is the format's business. The name may be missing, the
     /// index may be dmf::kNotFound. A property list's array throws std::out_of_range for an index past its end.
     [[nodiscard]] virtual std::shared_ptr<ADMInfo> infoNamed(std::optional<std::string_view> name,
                                                              std::uint32_t index) const = 0;
-    /// The first child of that name that carries all those properties.
+    /// A child of that name that carries all those properties. Of an XML element it is the one that carries them and no
+    /// others, the last of several, and failing that the first one that carries them; of a property list, which knows
+    /// no properties, the entry of that name.
     [[nodiscard]] virtual std::shared_ptr<ADMInfo> infoNamed(std::string_view name,
                                                              const dmf::Dictionary& properties) const = 0;
-    /// The first child of that name whose property has that value.
+    /// A child of that name whose property has that value; which one is decided in the same way.
     [[nodiscard]] virtual std::shared_ptr<ADMInfo> infoNamed(std::string_view name, std::string_view propertyValue,
                                                              std::string_view property) const = 0;
     /// The nodes that the path selects, relative to this one.

@@ -80,10 +80,11 @@ public:
 
     /// The first child element of that name.
     [[nodiscard]] virtual std::shared_ptr<ADMXMLElement> elementNamed(std::string_view name) const = 0;
-    /// The child with exactly those attributes, failing that the first one of that name that has all of them.
+    /// The child with exactly those attributes, the last of several, failing that the first one of that name that has
+    /// all of them.
     [[nodiscard]] virtual std::shared_ptr<ADMXMLElement> elementNamed(std::string_view name,
                                                                       const dmf::Dictionary& attributes) const = 0;
-    /// The child with exactly that attribute, failing that the first one of that name that has it.
+    /// The child with exactly that attribute, the last of several, failing that the first one of that name that has it.
     [[nodiscard]] virtual std::shared_ptr<ADMXMLElement>
     elementNamed(std::string_view name, std::string_view attributeValue, std::string_view attribute) const = 0;
     /// All child elements of that name, in order.
