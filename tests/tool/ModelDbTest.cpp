@@ -19,6 +19,15 @@ protected:
     std::string source() const { return folder / "source"; }
     std::string database() const { return folder / "database"; }
     JsonResult pack() const { return json({"modeldb", "pack", source(), database()}); }
+    /// Whether nobody but its owner may write to anything in the folder.
+    static bool isOnlyItsOwners(const std::filesystem::path& folder)
+    {
+        using std::filesystem::perms;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            if ((entry.status().permissions() & (perms::group_write | perms::others_write)) != perms::none)
+                return false;
+        return !std::filesystem::is_empty(folder);
+    }
 };
 
 } // namespace
@@ -57,6 +66,19 @@ TEST_F(ModelDb, PackedFilesAreEncipheredFoundAndComeOutAsTheyWere)
     EXPECT_EQ(value("Model 9", "Information/Nothing").status, 4);
     EXPECT_EQ(value("Model 8", "Information/ModelId").status, 4);
     EXPECT_EQ(value("Model 9", "][").status, 4);
+}
+
+TEST_F(ModelDb, FilesAreTheirOwnersToWriteWhateverTheUmask)
+{
+    write("source/MyTable/ModelName/base.xml", kBase);
+    const auto withoutMask = [](const std::string& arguments) {
+        return Process::run({"/bin/sh", "-c", "umask 0; exec " DMF_BUILD_FOLDER "/bin/dmf " + arguments}).status;
+    };
+    EXPECT_EQ(withoutMask("modeldb pack '" + source() + "' '" + database() + "'"), 0);
+    EXPECT_TRUE(isOnlyItsOwners(database()));
+    const std::string target = folder / "target";
+    EXPECT_EQ(withoutMask("modeldb unpack '" + database() + "' '" + target + "'"), 0);
+    EXPECT_TRUE(isOnlyItsOwners(target));
 }
 
 TEST_F(ModelDb, ProblemsAndBadFoldersAreToldAndMakeTheRunFail)

@@ -12,6 +12,8 @@
 #include <dmf/DMStringExtension.h>
 #include <dmf/platform/Unicode.h>
 
+#include "FileMask.h"
+
 namespace fs = std::filesystem;
 
 namespace dmf::tool {
@@ -49,6 +51,7 @@ std::optional<dmf::Data> readFile(const fs::path& path)
 /// Writes beside the file and then puts the new one in its place, so that no reader ever finds half a file.
 bool writeFile(const fs::path& path, const dmf::Data& contents)
 {
+    const FileMask mask;
     std::error_code failure;
     fs::create_directories(path.parent_path(), failure);
     const fs::path draft = fs::path(path).concat(".new");

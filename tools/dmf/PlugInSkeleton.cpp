@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "FileMask.h"
+
 namespace dmf::tool {
 
 namespace {
@@ -159,6 +161,7 @@ std::vector<std::string> writePlugInSkeleton(const std::string& name, const std:
                                                               {"Info.plist", kInfoList},
                                                               {name + "Device.cpp", kDeviceSource},
                                                               {name + "Test.cpp", kTestSource}};
+    const FileMask mask;
     if (!std::filesystem::create_directory(folder))
         throw std::runtime_error(folder.string() + " is there already");
     std::vector<std::string> names;
