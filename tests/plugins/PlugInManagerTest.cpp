@@ -345,6 +345,7 @@ TEST(PlugInManager, ProgramsOwnFoldersAreAskedAfterTheLibrarys)
     EXPECT_EQ(manager().examineAllPlugIns().size(), 4u);
 
     EXPECT_TRUE(dmf::removePlugInFolder(host.path("/own").string()));
+    EXPECT_TRUE(dmf::removePlugInFolder(host.path("/own/late").string()));
     EXPECT_FALSE(dmf::removePlugInFolder(host.path("/own").string()));
     EXPECT_EQ(providerFor({{kType, "B"}}), "BetaProvider"); // what was found stays
     EXPECT_EQ(providerFor({{kType, "B"}, {std::string(dmf::kPlugInInterfaceNumberKey), 1}}), "");
