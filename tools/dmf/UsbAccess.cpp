@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +20,7 @@ namespace fs = std::filesystem;
 constexpr const char* kDevices = "/sys/bus/usb/devices";
 constexpr const char* kNodes = "/dev/bus/usb";
 constexpr const char* kPrinterClass = "07";
+constexpr const char* kProgramDriver = "usbfs"; // what the kernel calls a program that has claimed an interface
 
 std::string firstLine(const fs::path& path)
 {
@@ -40,7 +42,7 @@ std::string nodeOf(const fs::path& device)
 bool hasUsb()
 {
     std::error_code error;
-    return fs::is_directory(kDevices, error) && fs::is_directory(kNodes, error);
+    return fs::is_directory(kDevices, error);
 }
 
 std::vector<UsbPrinter> usbPrinters()
@@ -53,10 +55,17 @@ std::vector<UsbPrinter> usbPrinters()
         if (name.find(':') == std::string::npos || firstLine(entry->path() / "bInterfaceClass") != kPrinterClass)
             continue;
         const fs::path device = fs::path(kDevices) / name.substr(0, name.find(':'));
-        UsbPrinter printer{firstLine(device / "product"), nodeOf(device)};
+        UsbPrinter printer{firstLine(device / "product"), nodeOf(device), {}, {}};
         if (printer.name.empty())
             printer.name = device.filename();
-        printer.isUsable = ::access(printer.node.c_str(), R_OK | W_OK) == 0;
+        const fs::path driver = fs::read_symlink(entry->path() / "driver", error);
+        printer.driver = error ? "" : driver.filename().string();
+        error.clear();
+        using Access = UsbPrinter::Access;
+        if (::access(printer.node.c_str(), R_OK | W_OK) != 0)
+            printer.access = errno == ENOENT ? Access::noNode : Access::noPermission;
+        else if (printer.driver == kProgramDriver)
+            printer.access = Access::claimed;
         found.emplace(printer.node, std::move(printer));
     }
     std::vector<UsbPrinter> list;

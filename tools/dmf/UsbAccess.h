@@ -9,10 +9,12 @@ namespace dmf::tool {
 struct UsbPrinter {
     std::string name; ///< what the device calls itself, else its place on the bus
     std::string node; ///< the file by which programs reach it
-    bool isUsable = false;
+    enum class Access { open, noPermission, noNode, claimed };
+    Access access = Access::open;
+    std::string driver; ///< of its printer interface; empty for none
 };
 
-/// Whether this machine has a USB that programs can look at.
+/// Whether this machine shows a tree of USB devices.
 [[nodiscard]] bool hasUsb();
 /// The printers on it, sorted by node.
 [[nodiscard]] std::vector<UsbPrinter> usbPrinters();

@@ -71,6 +71,19 @@ bool isOpenSomewhere(const std::string& path)
     return false;
 }
 
+/// Takes the sockets away by which programs heard of events that have ended since: an event that cannot be brought to
+/// one of them reaches nobody behind it.
+void forgetEndedListeners(const std::string& folder)
+{
+    std::string present, line;
+    for (std::ifstream sockets("/proc/net/unix"); std::getline(sockets, line);)
+        present += line + '\n';
+    std::error_code error;
+    for (const auto& file : std::filesystem::directory_iterator(folder, error))
+        if (file.is_socket() && present.find(file.path().native() + '\n') == std::string::npos)
+            std::filesystem::remove(file.path(), error);
+}
+
 void require(bool isDone, GError* error)
 {
     if (!isDone)
@@ -152,6 +165,7 @@ std::shared_ptr<EmulatedPrinter> EmulatedUsb::plug(const EmulatedSpec& spec)
 void EmulatedUsb::plug(const std::shared_ptr<EmulatedPrinter>& printer)
 {
     const auto& spec = printer->spec();
+    forgetEndedListeners(folder_);
     addBus(busOf(spec));
     const auto path = devicePath(spec), node = nodeOf(spec);
     std::string interfaces;
@@ -194,6 +208,7 @@ void EmulatedUsb::unplug(std::string place)
     printer->pullOut();
     const auto& spec = printer->spec();
     const auto path = "/sys" + devicePath(spec);
+    forgetEndedListeners(folder_);
     umockdev_testbed_uevent(bed_, path.c_str(), "remove");
     if (spec.hasNode)
         departed_[nodeOf(spec)] = printer;

@@ -1,3 +1,5 @@
+#include <dmf/ADMDeviceBase.h>
+#include <dmf/ADMServiceInfo.h>
 #include <dmf/DMDeviceID.h>
 
 #include <CLI/CLI.hpp>
@@ -7,6 +9,8 @@
 #include <optional>
 #include <string_view>
 
+#include "Interrupt.h"
+#include "Services.h"
 #include "Session.h"
 
 namespace dmf::tool {
@@ -27,9 +31,37 @@ constexpr Field kFields[] = {
 
 constexpr std::uint16_t kLastChannel = 255; // channels are numbered by one byte
 
-ExitCode readDeviceId(Session& session, const std::string& deviceId)
+struct DeviceIdOptions {
+    std::string text, deviceClass;
+    double timeout = 5.0;
+};
+
+/// The device ID that the device behind the URI gives.
+std::string askDevice(const DeviceIdOptions& options)
 {
+    const auto service = serviceForURI(options.text, options.deviceClass);
+    requireTransport(*service);
+    const auto device = service->device();
+    Interrupt::check();
+    if (!device)
+        throw Failure(ExitCode::nothingFound, "the device is not there");
+    const auto base = std::dynamic_pointer_cast<ADMDeviceBase>(device);
+    if (!base)
+        throw Failure(ExitCode::failed, "devices of this connection type have no device ID");
+    auto deviceId = base->newRetrievedDeviceIDWithTimeout(options.timeout);
+    if (!deviceId)
+        throw Failure(ExitCode::failed, "the device gives no device ID: it does not answer, somebody else uses it, or "
+                                        "this user may not (see dmf doctor)");
+    return *std::move(deviceId);
+}
+
+ExitCode readDeviceId(Session& session, const DeviceIdOptions& options)
+{
+    const bool isUri = options.text.find("://") != std::string::npos;
+    const auto deviceId = isUri ? askDevice(options) : options.text;
     Json fields;
+    if (isUri)
+        fields["deviceId"] = deviceId;
     bool isEmpty = true;
     for (const auto& [name, key, alternateKey] : kFields) {
         const auto value = DeviceIDCreateValueList(deviceId, key, alternateKey);
@@ -52,11 +84,15 @@ void addDeviceIdCommand(CLI::App& root, Session& session)
 {
     CLI::App* const command = addCommand(root, "device-id", "What a device says of itself in its IEEE 1284 device ID",
                                          "  dmf device-id 'MFG:QL;MDL:Aurora 450n;SN:CN1234;BD:1,2;'\n"
-                                         "  dmf device-id \"$(cat /sys/class/usbmisc/lp0/device/ieee1284_id)\"",
-                                         "Fields that are not there are told as unknown.");
-    const auto deviceId = std::make_shared<std::string>();
-    command->add_option("STRING", *deviceId, "The device ID, as the device sent it without its length")->required();
-    onCommand(command, session, [&session, deviceId] { return readDeviceId(session, *deviceId); });
+                                         "  dmf device-id 'usb://QL/Aurora%20450n?serial=CN1234'",
+                                         "Takes the text apart, or asks the device behind a URI for it. Fields that "
+                                         "are not there are told as unknown.");
+    const auto options = std::make_shared<DeviceIdOptions>();
+    command->add_option("TEXT", options->text, "The device ID, as the device sent it without its length, or a URI")
+        ->required();
+    addDeviceClassOption(command, options->deviceClass);
+    addTimeoutOption(command, options->timeout, "How long the device behind a URI may take");
+    onCommand(command, session, [&session, options] { return readDeviceId(session, *options); });
 }
 
 } // namespace dmf::tool

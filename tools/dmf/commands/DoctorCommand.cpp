@@ -133,22 +133,44 @@ Json checkKeyring()
     return check("keyring", state == KeyringState::ready, message, advice);
 }
 
+const char* adviceFor(UsbPrinter::Access access)
+{
+    switch (access) {
+    case UsbPrinter::Access::open: break;
+    case UsbPrinter::Access::noPermission:
+        return "become a member of the group that owns the file, often lp, or open it by a udev rule "
+               "(docs/usb.md has one)";
+    case UsbPrinter::Access::noNode: return "in a container, hand /dev/bus/usb in";
+    case UsbPrinter::Access::claimed: return "end the program that has it: fuser shows which";
+    }
+    return "";
+}
+
 Json checkUsb()
 {
     if (!hasUsb())
-        return check("usb", false, "this machine has no USB that programs can look at",
-                     "in a container, hand /dev/bus/usb in");
+        return check("usb", false, "this machine shows no tree of USB devices, so none is found",
+                     "in a container, hand /sys and /dev/bus/usb in");
     const auto printers = usbPrinters();
-    std::string refused;
-    for (const auto& printer : printers)
-        if (!printer.isUsable)
-            refused += (refused.empty() ? "" : ", ") + printer.name + " (" + printer.node + ")";
-    if (!refused.empty())
-        return check("usb", false, "this user may not use " + refused,
-                     "become a member of the group that owns the file, often lp");
     if (printers.empty())
         return check("usb", true, "no printer is plugged in");
-    return check("usb", true, "printers that this user may use: " + std::to_string(printers.size()));
+    std::string list, advice;
+    for (const auto& printer : printers) {
+        const char* trouble = "";
+        switch (printer.access) {
+        case UsbPrinter::Access::open: break;
+        case UsbPrinter::Access::noPermission: trouble = ", this user may not use it"; break;
+        case UsbPrinter::Access::noNode: trouble = ", which is not there"; break;
+        case UsbPrinter::Access::claimed: trouble = ", another program uses it"; break;
+        }
+        const auto driver = printer.access == UsbPrinter::Access::open && !printer.driver.empty()
+                                ? ", driver " + printer.driver
+                                : std::string();
+        list += (list.empty() ? "" : "; ") + printer.name + " (" + printer.node + driver + trouble + ")";
+        if (advice.empty())
+            advice = adviceFor(printer.access);
+    }
+    return check("usb", advice.empty(), list, advice);
 }
 
 std::string forPeople(const Json& fields)

@@ -15,6 +15,7 @@ _dmf_words() {
     "model value") echo "--table --location" ;;
     "plugin") echo "new" ;;
     "modeldb") echo "pack unpack list verify" ;;
+    "device-id") echo "--class --timeout" ;;
     "resolve") echo "--class --timeout" ;;
     "discover") echo "--types --channel --timeout --follow" ;;
     "devices") echo "--types --channel --timeout --follow --why" ;;

@@ -1,4 +1,5 @@
-#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
 #include <future>
 
 #include <gmock/gmock.h>
@@ -282,6 +283,58 @@ TEST_F(UsbChannelTest, TheDeviceTellsWhoItIsAndHowItIs)
     EXPECT_FALSE(device->isReachable());
     EXPECT_FALSE(device->portStatus());
     EXPECT_FALSE(deviceFor(kNine));
+}
+
+TEST_F(UsbChannelTest, QuirksAreKept)
+{
+    using dmf::usb::Line;
+    const auto printer = usb->plug({.driver = "usblp"});
+    printer->send("left over");
+    const auto device = deviceFor(kNine);
+    ASSERT_TRUE(device);
+    const auto attached = *device->find();
+    auto choice = *dmf::usb::chooseInterface(*attached.configuration(), "Print", {});
+    choice.quirks = {
+        .isUnidirectional = true, .keepsKernelDriverOff = true, .wantsSoftReset = true, .wantsDelayedClose = true};
+    const auto line = std::make_shared<Line>(attached, choice);
+    ASSERT_TRUE(line->start());
+    ASSERT_EQ(line->awaitOpening({}), Line::State::open);
+    EXPECT_EQ(printer->count("soft-reset"), 1);
+    std::uint8_t space[16];
+    EXPECT_EQ(line->receive(space).status, dmf::ProviderStatus::peerEnded);
+    const auto page = bytes(10);
+    EXPECT_EQ(line->send(page.bytes()).status, dmf::ProviderStatus::success);
+    EXPECT_TRUE(turnUntil([&] { return printer->taken().size() == 10; }));
+    const Stopwatch watch;
+    line->shut(Line::Clock::now() + 30s);
+    EXPECT_GE(watch.seconds(), 0.5);
+    EXPECT_EQ(printer->count("release"), 1);
+    EXPECT_EQ(printer->driverOf(0), "");
+    EXPECT_EQ(printer->count("attach"), 0);
+}
+
+TEST_F(UsbChannelTest, ManyRoundsLeaveNothingBehind)
+{
+    const auto descriptors = [] {
+        std::error_code error;
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd", error), {});
+    };
+    const auto round = [&] {
+        usb->plug();
+        Client client;
+        ASSERT_TRUE(client.channel->open());
+        EXPECT_EQ(client.write(Data::fromText("page")), "done");
+        usb->unplug("1-1");
+        EXPECT_EQ(client.write(Data::fromText("page")), "6/2:0");
+    };
+    round();
+    EXPECT_TRUE(turnUntil([] { return threadsNamed("dmf-usb-io") == 0; }));
+    const auto before = descriptors();
+    const char* const rounds = std::getenv("DMF_USB_ROUNDS");
+    for (int i = 0, count = rounds ? std::atoi(rounds) : 20; i < count; ++i)
+        round();
+    EXPECT_TRUE(turnUntil([] { return threadsNamed("dmf-usb-io") == 0; }));
+    EXPECT_LE(descriptors(), before + 5);
 }
 
 TEST_F(UsbChannelTest, TheBundleSuppliesItsClasses)

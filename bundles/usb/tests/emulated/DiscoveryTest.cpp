@@ -318,7 +318,7 @@ TEST_F(UsbDiscovery, NothingIsReportedAfterAStopAndAnyThreadMayLetGo)
         ASSERT_TRUE(stopped->startServiceDiscovery(nullptr));
     }
     ASSERT_TRUE(again.waitFor(2));
-    EXPECT_EQ(threadsNamed("dmf-usb"), 2);
+    EXPECT_TRUE(turnUntil([] { return threadsNamed("dmf-usb") == 2; }));
 }
 
 TEST_F(UsbDiscovery, TheBundleSuppliesIt)
