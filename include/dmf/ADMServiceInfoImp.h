@@ -103,6 +103,9 @@ public:
     void resolveWithTimeout(double timeout) override;
     void stop() override;
 
+    /// All that is known of the service, by the keys of its properties (kURIProp, kVendorNameProp, ...); a copy. Asks
+    /// neither the device nor the model database, and never blocks.
+    [[nodiscard]] dmf::Dictionary properties() const;
     /// Appends the archive of the properties to `data`; nothing when a property is of a kind that has no archive form.
     void serializeToData(dmf::Data& data) const;
     /// Replaces the properties by those of the archive; what the archive's URI says wins over its other entries. Bytes

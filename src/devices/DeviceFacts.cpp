@@ -1,6 +1,6 @@
 #include "devices/DeviceFacts.h"
 
-#include <dmf/ADMServiceInfo.h>
+#include <dmf/ADMServiceInfoImp.h>
 #include <dmf/DMKeys.h>
 
 #include <algorithm>
@@ -110,19 +110,24 @@ void note(DeviceWay& way, DeviceEvidence::Kind kind, std::string text)
         way.evidence.push_back({kind, std::move(text)});
 }
 
+/// A service's own words for vendor and model may ask the device, which takes seconds; what it was made from never
+/// does.
+Dictionary propertiesOf(ADMServiceInfo& service)
+{
+    if (const auto* const own = dynamic_cast<ADMServiceInfoImp*>(&service))
+        return own->properties();
+    const auto data = service.dataRepresentation();
+    return data ? unarchived(data->bytes()).value_or(Dictionary()) : Dictionary();
+}
+
 } // namespace
 
 DeviceFacts factsOf(const std::shared_ptr<ADMServiceInfo>& service)
 {
     DeviceFacts facts;
     facts.way.service = service;
-    // The service's own words for vendor and model may ask the device, which takes seconds; what it was made from never
-    // does.
-    const auto data = service->dataRepresentation();
-    const auto properties = data ? unarchived(data->bytes()) : std::nullopt;
-    if (!properties)
-        return facts;
-    const auto property = [&](std::string_view key) { return properties->string(key).value_or(""); };
+    const auto properties = propertiesOf(*service);
+    const auto property = [&](std::string_view key) { return properties.string(key).value_or(""); };
     facts.way.uri = property(kURIProp);
     if (facts.way.uri.empty())
         facts.way.uri = service->uri().value_or("");
@@ -132,7 +137,7 @@ DeviceFacts factsOf(const std::shared_ptr<ADMServiceInfo>& service)
     facts.model = withoutVendor(trimmed(property(kModelNameProp)), facts.vendor);
 
     static const Dictionary none;
-    const auto* const params = (*properties)[kParamsProp].asDictionary();
+    const auto* const params = properties[kParamsProp].asDictionary();
     const Dictionary& parameters = params ? *params : none;
     if (!parameters.contains(kSerialNumberKindParam))
         facts.serialNumber = tellingSerialNumber(parameters.string(kSerialNumberParam).value_or(""));

@@ -276,6 +276,11 @@ void ADMServiceInfoImp::setResolvedSpec(const Dictionary& spec)
 
 // As bytes, and beside another one.
 
+dmf::Dictionary ADMServiceInfoImp::properties() const
+{
+    return properties_->all();
+}
+
 void ADMServiceInfoImp::serializeToData(dmf::Data& data) const
 {
     if (const auto archive = properties_->archive())
