@@ -181,6 +181,12 @@ bool Bundle::Private::loadObject(std::string* refusal)
         reason = internal::reasonNotToTrust(descriptionPath());
     if (!reason.empty())
         return refuse(refusal, std::move(reason));
+    {
+        // Read anew in any case: what was read before the tests could be anybody's, and two changes within one tick of
+        // the file system's clock look alike.
+        std::lock_guard guard(lock);
+        signature = {};
+    }
     if (!readDescription(refusal))
         return false;
     const Dictionary stated = description();
