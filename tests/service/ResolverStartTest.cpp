@@ -167,4 +167,5 @@ TEST_F(ResolverStart, ADeviceThatKeptItsHandlerIsCanceledByItsOwnStartOnly)
     told.resolver->resolveService(nothing, 60, {}, RunLoop::current(), kModes);
     EXPECT_TRUE(told.resolver->isResolving());
     EXPECT_TRUE(first->isCanceledForDevice(device.get()));
+    EXPECT_TRUE(serveUntil([&] { return !told.resolver->lastError().empty(); })); // its worker is seen by its name
 }
