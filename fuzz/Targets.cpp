@@ -10,12 +10,15 @@
 #include <dmf/platform/Xml.h>
 #include <dmf/platform/XmlReader.h>
 
-#include <array>
 #include <cstdlib>
 #include <optional>
 #include <string>
 
 #include "platform/documents/Archive.h"
+#ifdef DMF_FUZZ_USB
+#include "device/Choice.h"
+#include "device/DeviceId.h"
+#endif
 
 namespace dmf::fuzz {
 namespace {
@@ -112,13 +115,28 @@ void encodings(Bytes bytes)
     (void)com_ql_dmf_dataStoreKeyList(text);
 }
 
-constexpr std::array<Target, 7> kTargets{{{"plist", propertyList},
-                                          {"xml", xml},
-                                          {"archive", archive},
-                                          {"serviceinfo", serviceInfo},
-                                          {"uri", uri},
-                                          {"deviceid", deviceID},
-                                          {"encodings", encodings}}};
+#ifdef DMF_FUZZ_USB
+/// What a device says of its build, and its answer for its ID.
+void usbDevice(Bytes bytes)
+{
+    if (const auto descriptors = usb::Descriptors::read(bytes))
+        for (const auto& configuration : descriptors->configurations) {
+            (void)usb::chooseInterface(configuration, "Print", {});
+            (void)usb::printerInterface(configuration);
+        }
+    if (const auto id = usb::deviceIdIn(bytes))
+        (void)usb::namesIn(*id);
+}
+#endif
+
+constexpr Target kTargets[] = {
+    {"plist", propertyList},      {"xml", xml}, {"archive", archive},
+    {"serviceinfo", serviceInfo}, {"uri", uri}, {"deviceid", deviceID},
+    {"encodings", encodings},
+#ifdef DMF_FUZZ_USB
+    {"usb", usbDevice},
+#endif
+};
 } // namespace
 
 std::span<const Target> targets()
