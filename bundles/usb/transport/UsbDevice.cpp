@@ -13,12 +13,6 @@ namespace dmf::usb {
 namespace {
 constexpr double kLongestAnswer = 5; // seconds
 
-int configurationIndexOf(const AttachedDevice& device)
-{
-    const auto* const active = device.configuration();
-    return active ? static_cast<int>(active - device.descriptors.configurations.data()) : 0;
-}
-
 /// What the description asks for. The URI, where there is one, says what was asked for at first.
 std::optional<Wanted> wantedBy(const Dictionary& spec)
 {
@@ -46,7 +40,7 @@ std::optional<std::string> deviceIdOf(const AttachedDevice& device, double timeo
     const std::chrono::duration<double> limit(std::clamp(timeout, 0.01, kLongestAnswer));
     const ClaimedInterface claimed(device.node, interface->number,
                                    std::chrono::duration_cast<std::chrono::milliseconds>(limit));
-    return claimed.isOpen() ? readDeviceId(claimed.transfer(), configurationIndexOf(device), *interface) : std::nullopt;
+    return claimed.isOpen() ? readDeviceId(claimed.transfer(), device.configurationIndex(), *interface) : std::nullopt;
 }
 
 std::optional<AttachedDevice> findDevice(const Wanted& wanted, const std::shared_ptr<IDMDeviceHandler>& handler)
@@ -131,7 +125,7 @@ std::optional<std::string> UsbDevice::newRetrievedDeviceIDWithTimeout(double tim
     std::optional<std::string> answer;
     const bool wasAsked = control(
         timeout, [&](const ControlTransfer& transfer, const AttachedDevice& device, const Interface& interface) {
-            answer = readDeviceId(transfer, configurationIndexOf(device), interface);
+            answer = readDeviceId(transfer, device.configurationIndex(), interface);
         });
     if (wasAsked)
         return answer;

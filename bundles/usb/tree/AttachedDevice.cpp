@@ -16,6 +16,12 @@ std::string Access::explanation(const std::string& node) const
     return {};
 }
 
+int AttachedDevice::configurationIndex() const noexcept
+{
+    const auto* const active = configuration();
+    return active ? static_cast<int>(active - descriptors.configurations.data()) : 0;
+}
+
 std::string AttachedDevice::driverOf(int interface) const
 {
     const auto found = drivers.find(interface);

@@ -46,6 +46,8 @@ struct AttachedDevice {
     {
         return descriptors.configuration(activeConfiguration);
     }
+    /// Where that one stands among the device's.
+    [[nodiscard]] int configurationIndex() const noexcept;
     /// The driver of that interface; empty for none. "usbfs" stands for a program.
     [[nodiscard]] std::string driverOf(int interface) const;
     /// Whether the other is this device in the same plugging in.

@@ -47,12 +47,6 @@ private:
     std::mutex lock_;
     std::map<std::string, Identity> identities_; // guarded by lock_
 };
-
-int configurationIndexOf(const AttachedDevice& device)
-{
-    const auto* const active = device.configuration();
-    return active ? static_cast<int>(active - device.descriptors.configurations.data()) : 0;
-}
 } // namespace
 
 void Looker::run()
@@ -167,7 +161,7 @@ void Looker::askIfFree(Sighting& sighting)
         !sighting.device.driverOf(interface->number).empty())
         return;
     asked_.insert(sighting.number);
-    state_.ask({sighting.number, sighting.device.node, configurationIndexOf(sighting.device), *interface});
+    state_.ask({sighting.number, sighting.device.node, sighting.device.configurationIndex(), *interface});
 }
 
 void Looker::takeAnswers()

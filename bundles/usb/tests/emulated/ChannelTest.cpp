@@ -23,7 +23,6 @@ using dmf::usb::UsbDevice;
 using namespace std::chrono_literals;
 
 namespace {
-constexpr const char* kNine = "usb://QL/Model%209?serial=SN0001";
 
 std::shared_ptr<UsbDevice> deviceFor(const char* uri)
 {

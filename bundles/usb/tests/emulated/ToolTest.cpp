@@ -10,7 +10,6 @@
 using testing::HasSubstr;
 
 namespace {
-constexpr const char* kNine = "usb://QL/Model%209?serial=SN0001";
 
 /// The tool, as a program of its own that sees the same emulated USB.
 class UsbTool : public UsbFixture {

@@ -14,6 +14,9 @@
 #include "support/TurnUntil.h"
 #include "support/usb/EmulatedUsb.h"
 
+/// The device that is plugged in unless another is told.
+inline constexpr const char* kNine = "usb://QL/Model%209?serial=SN0001";
+
 /// How many threads of this program have a name that begins so.
 inline int threadsNamed(const std::string& prefix)
 {
