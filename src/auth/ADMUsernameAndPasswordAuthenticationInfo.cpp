@@ -3,6 +3,7 @@
 #include <dmf/ADMServiceInfo.h>
 
 #include "auth/KeyringPlaces.h"
+#include "foundation/logging/AfterFork.h"
 #include "platform/secrets/Keyring.h"
 
 using namespace dmf::internal;
@@ -29,7 +30,8 @@ ADMUsernameAndPasswordAuthenticationInfo::initFromKeychainForServiceInfo(
     const std::shared_ptr<ADMServiceInfo>& serviceInfo)
 {
     constexpr std::int32_t persistence = 0; // what it was stored with is nobody else's affair
-    const auto item = serviceInfo ? findInKeyring(placeOf(serviceInfo)) : std::nullopt;
+    const bool isServed = serviceInfo && !isRefusedAfterFork();
+    const auto item = isServed ? findInKeyring(placeOf(serviceInfo)) : std::nullopt;
     return item ? initWithUsername(item->account, item->password.view(), persistence) : nullptr;
 }
 
@@ -45,5 +47,6 @@ ADMUsernameAndPasswordAuthenticationInfo::~ADMUsernameAndPasswordAuthenticationI
 bool ADMUsernameAndPasswordAuthenticationInfo::storeInKeychainForServiceInfo(
     const std::shared_ptr<ADMServiceInfo>& serviceInfo) const
 {
-    return serviceInfo && storeInKeyring(placeOf(serviceInfo), username_, dmf::Secret(password_.view()));
+    return serviceInfo && !isRefusedAfterFork() &&
+           storeInKeyring(placeOf(serviceInfo), username_, dmf::Secret(password_.view()));
 }

@@ -12,6 +12,7 @@
 #include <dmf/platform/Error.h>
 
 #include "channels/ChannelOutcome.h"
+#include "foundation/logging/AfterFork.h"
 
 using dmf::ChannelError;
 using dmf::internal::errorRecord;
@@ -76,6 +77,8 @@ std::uint32_t ADMDuplexDataChannelBase::maxWritePacketSize() const
 
 bool ADMDuplexDataChannelBase::open()
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return false;
     const auto closeRequestsBefore = closeRequests_.load();
     if (DMIsLoggingEnabled())
         DMFLog("debug", "Started opening channel for device with uri - %@", serviceInfo_->uri());
@@ -278,7 +281,7 @@ ChannelError ADMDuplexDataChannelBase::checkRequest(bool isComplete, double time
 {
     if (!isComplete || !isValidTimeout(timeout))
         return ChannelError::invalidArgument;
-    if (shouldClose_)
+    if (shouldClose_ || dmf::internal::isRefusedAfterFork())
         return ChannelError::notOpen;
     std::lock_guard guard(*lock_);
     if (!provider_ || !provider_->isOpen())

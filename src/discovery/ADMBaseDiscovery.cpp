@@ -11,6 +11,7 @@
 
 #include "discovery/DiscoveryClient.h"
 #include "discovery/DiscoveryRun.h"
+#include "foundation/logging/AfterFork.h"
 #include "service/resolution/ResolveParameters.h"
 
 using dmf::Dictionary;
@@ -307,6 +308,8 @@ void ADMBaseDiscovery::setRunLoop(std::shared_ptr<RunLoop> runLoop, Modes modes)
 
 void ADMBaseDiscovery::scheduleInRunLoop(std::shared_ptr<RunLoop> runLoop, std::optional<std::string_view> mode)
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return;
     if (!mode) {
         DMFLog("debug", "Discovery: attempt to schedule discovery in unknown mode.");
         return;
@@ -345,6 +348,8 @@ void ADMBaseDiscovery::scheduleDiscovery()
 
 void ADMBaseDiscovery::scheduleDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes)
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return;
     std::string_view refusal;
     {
         std::lock_guard guard(private_->lock);
@@ -371,6 +376,8 @@ void ADMBaseDiscovery::scheduleDiscoveryForConnectionTypes(const std::vector<std
 
 void ADMBaseDiscovery::stop()
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return;
     private_->end(describe(this));
 }
 
@@ -382,6 +389,8 @@ ADMDiscovery::Services ADMBaseDiscovery::performDiscoveryWithTimeout(double time
 ADMDiscovery::Services
 ADMBaseDiscovery::performDiscoveryForConnectionTypes(const std::vector<std::string>& connectionTypes, double timeout)
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return std::nullopt;
     const auto self = shared_from_this(); // a report may release the last other reference
     const SynchronousLoop loop;
     const auto session = std::make_shared<const DiscoveryClient::Session>(

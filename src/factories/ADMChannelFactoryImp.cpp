@@ -8,6 +8,7 @@
 
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
 #include "foundation/logging/Guarded.h"
 #include "plugins/GuardedMake.h"
 
@@ -46,7 +47,7 @@ std::shared_ptr<ADMDuplexDataChannel>
 ADMChannelFactoryImp::newDuplexDataChannelWithServiceInfo(const std::shared_ptr<ADMServiceInfo>& serviceInfo,
                                                           std::string_view channelName)
 {
-    if (!serviceInfo)
+    if (!serviceInfo || dmf::internal::isRefusedAfterFork())
         return nullptr;
     return dmf::internal::guardedMake<ADMDuplexDataChannel>(channelClassFor(*serviceInfo), serviceInfo,
                                                             std::string(channelName));

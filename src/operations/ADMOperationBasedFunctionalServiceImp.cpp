@@ -6,6 +6,8 @@
 #include <exception>
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
+
 using dmf::Date;
 using dmf::RunLoop;
 using dmf::RunLoopSource;
@@ -102,7 +104,7 @@ std::set<std::string> ADMOperationBasedFunctionalServiceImp::runLoopModes() cons
 
 void ADMOperationBasedFunctionalServiceImp::scheduleOperation(const Operation& operation)
 {
-    if (!operation)
+    if (!operation || dmf::internal::isRefusedAfterFork())
         return;
     // What the operation does meanwhile may be the end of any of them.
     const auto kept = operation;
@@ -167,7 +169,7 @@ std::vector<Operation> ADMOperationBasedFunctionalServiceImp::operations() const
 
 void ADMOperationBasedFunctionalServiceImp::performOperation(const Operation& operation)
 {
-    if (!operation)
+    if (!operation || dmf::internal::isRefusedAfterFork())
         return;
     const auto keptAlive = shared_from_this(); // the outcome may be the last that the client wants of it
     const auto performed = operation;

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
 #include "operations/CallbackPort.h"
 #include "platform/host/Thread.h"
 
@@ -145,7 +146,7 @@ ADMOperationQueue::~ADMOperationQueue()
 
 void ADMOperationQueue::scheduleOperation(std::shared_ptr<IDMSchedulableOperation> operation)
 {
-    if (!operation || !isValid())
+    if (!operation || dmf::internal::isRefusedAfterFork() || !isValid())
         return;
     startThread();
     {

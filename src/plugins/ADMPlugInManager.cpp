@@ -14,6 +14,7 @@
 #include <mutex>
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
 #include "platform/host/Host.h"
 #include "plugins/PlugInReports.h"
 #include "plugins/PlugInRules.h"
@@ -105,6 +106,8 @@ struct ADMPlugInManager::Private {
     FoundClass search(ADMPlugInManager& manager, const std::string& key, Folders folders, const Dictionary& matching,
                       NameOf nameOf, Accepts accepts)
     {
+        if (dmf::internal::isRefusedAfterFork())
+            return nullptr;
         if (auto known = registered(key))
             return known;
         for (const std::string& folder : folders()) { // asked for here only: most requests are answered above
@@ -268,11 +271,15 @@ std::string ADMPlugInManager::mockPlugInsPath() const
 
 std::vector<ADMPlugInReport> ADMPlugInManager::reports() const
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return {};
     return private_->reports.all();
 }
 
 std::vector<ADMPlugInReport> ADMPlugInManager::examineAllPlugIns()
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return {};
     for (const std::string& folder : regularFolders()) {
         for (const auto& bundle : pluginsFromBaseDir(folder, {}))
             private_->load(*bundle);

@@ -7,6 +7,7 @@
 #include <dmf/ADMLoggerPool.h>
 #include <dmf/DMKeys.h>
 
+#include "foundation/logging/AfterFork.h"
 #include "foundation/logging/EnabledLog.h"
 #include "foundation/logging/HostLogging.h"
 #include "foundation/logging/LogText.h"
@@ -46,6 +47,8 @@ void whateverIsThrown(Log log)
 
 void DMFLogv(std::string_view level, std::string_view format, std::span<const dmf::FormatArgument> arguments)
 {
+    if (!dmf::internal::mayLog())
+        return;
     whateverIsThrown([&] {
         if (const auto logger = ADMLoggerPool::lastLogger())
             logger->printWithLevel(level, format, arguments);
@@ -58,6 +61,8 @@ void DMFLogv(std::string_view level, std::string_view format, std::span<const dm
 void dmf::internal::logWhereEnabled(std::string_view level, std::string_view format,
                                     std::span<const dmf::FormatArgument> arguments)
 {
+    if (!dmf::internal::mayLog())
+        return;
     if (DMIsLoggingEnabled())
         return DMFLogv(level, format, arguments);
     if (const auto logger = ADMLoggerPool::lastLogger())
@@ -66,6 +71,8 @@ void dmf::internal::logWhereEnabled(std::string_view level, std::string_view for
 
 bool DMIsLoggingEnabled()
 {
+    if (!dmf::internal::mayLog())
+        return false;
     struct stat status {};
     return ::stat(Host::current().path(kDMLogConfigPath).c_str(), &status) == 0 &&
            HostLogging::current().level().word().has_value();

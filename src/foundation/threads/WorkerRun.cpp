@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/host/ForkGuard.h"
+
 namespace dmf::internal {
 
 bool WorkerRun::isEnded() const
@@ -53,6 +55,8 @@ void WorkerRun::end(std::uintptr_t result)
 
 bool WorkerRun::addWaiter()
 {
+    if (isForkedCopy()) // the thread is not here, and nobody ends
+        return false;
     std::lock_guard guard(lock_);
     if (form_ == ThreadForm::joinable && state_ == State::ended)
         return false;

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
 #include "modelinfo/files/ModelInfoLog.h"
 
 namespace dmf::internal {
@@ -30,6 +31,8 @@ class NoAnswer : public std::bad_alloc {};
 template <class Action>
 [[nodiscard]] auto spared(std::string_view doing, Action action) -> decltype(action())
 {
+    if (isRefusedAfterFork())
+        return {};
     try {
         const SparedCall call;
         return action();

@@ -1,10 +1,13 @@
 #include "platform/host/Thread.h"
 
+#include <errno.h>
 #include <signal.h>
 
 #include <memory>
 #include <string>
 #include <utility>
+
+#include "platform/host/ForkGuard.h"
 
 namespace dmf::internal {
 namespace {
@@ -55,6 +58,8 @@ private:
 std::int32_t startThread(std::string_view name, ThreadForm form, std::function<void()> body, pthread_t* started)
 {
     constexpr std::size_t longestName = 15;
+    if (isForkedCopy()) // what it would work on may be locked for ever
+        return EAGAIN;
     auto beginning = std::make_unique<Beginning>(Beginning{std::string(name.substr(0, longestName)), std::move(body)});
     const Attributes attributes(form);
     if (!attributes.isReady())

@@ -15,6 +15,7 @@
 
 #include <glib.h>
 
+#include "platform/host/ForkGuard.h"
 #include "platform/host/Host.h"
 #include "platform/host/Reserve.h"
 #include "platform/host/Thread.h"
@@ -109,6 +110,9 @@ private:
 /// have a context and make it their thread's default, so that platform services used there report to it.
 RunLoop::Private::Private()
 {
+    hasEnded = internal::isForkedCopy();
+    if (hasEnded)
+        return;
     modes.emplace(kDefaultRunLoopMode, std::make_shared<RunLoopMode>());
     if (GMainContext* const context = g_main_context_get_thread_default()) {
         host(g_main_context_ref(context));
@@ -122,7 +126,7 @@ RunLoop::Private::Private()
 /// do, and the next one who asks for the thread's loop tries again.
 void RunLoop::Private::takeContext()
 {
-    if (!awaitsContext || !running.empty() || !internal::canOpenDescriptors())
+    if (!awaitsContext || internal::isForkedCopy() || !running.empty() || !internal::canOpenDescriptors())
         return;
     awaitsContext = false;
     if (isMainThread()) {
@@ -147,6 +151,8 @@ void RunLoop::Private::host(GMainContext* context)
 template <class Item>
 void RunLoop::Private::add(std::string_view name, const Item& item)
 {
+    if (internal::isForkedCopy())
+        return;
     std::lock_guard guard(lock);
     if (hasEnded)
         return;
@@ -158,6 +164,8 @@ void RunLoop::Private::add(std::string_view name, const Item& item)
 
 std::shared_ptr<RunLoopMode> RunLoop::Private::existingMode(std::string_view name)
 {
+    if (internal::isForkedCopy())
+        return nullptr;
     std::lock_guard guard(lock);
     const auto entry = modes.find(name);
     return entry == modes.end() ? nullptr : entry->second;
@@ -165,6 +173,8 @@ std::shared_ptr<RunLoopMode> RunLoop::Private::existingMode(std::string_view nam
 
 void RunLoop::Private::wakeAll()
 {
+    if (internal::isForkedCopy()) // it would wake the process that it was copied from
+        return;
     std::lock_guard guard(lock);
     for (const auto& entry : modes)
         entry.second->wake();
@@ -172,6 +182,8 @@ void RunLoop::Private::wakeAll()
 
 void RunLoop::Private::end()
 {
+    if (internal::isForkedCopy())
+        return;
     decltype(modes) ended;
     {
         std::lock_guard guard(lock);
@@ -254,6 +266,8 @@ void RunLoop::wakeUp()
 
 bool RunLoop::hasEnded() const
 {
+    if (internal::isForkedCopy())
+        return true;
     std::lock_guard guard(private_->lock);
     return private_->hasEnded;
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/host/ForkGuard.h"
 #include "platform/host/Host.h"
 
 namespace dmf::internal {
@@ -53,6 +54,8 @@ GDBusConnection* newConnection(const std::string& address)
 
 std::optional<std::string> busAddress(Bus bus)
 {
+    if (isForkedCopy())
+        return std::nullopt;
     const Host& host = Host::current();
     const auto named = host.environment(bus == Bus::session ? "DBUS_SESSION_BUS_ADDRESS" : "DBUS_SYSTEM_BUS_ADDRESS");
     // "autolaunch" would start a program of the user's, and a bus that nobody else is on.

@@ -20,6 +20,7 @@
 #include <typeinfo>
 #include <utility>
 
+#include "foundation/logging/AfterFork.h"
 #include "plugins/GuardedMake.h"
 #include "service/info/ServiceDevice.h"
 #include "service/info/ServiceProperties.h"
@@ -81,6 +82,8 @@ std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithURI(std::optional<
                                                                   std::optional<std::string_view> deviceClass,
                                                                   std::shared_ptr<ADMIOProvider> ioProvider)
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return nullptr;
     if (!uri || !deviceClass) {
         const auto shown = [](const auto& text) { return text ? std::optional(std::string(*text)) : std::nullopt; };
         DMFLog("debug",
@@ -106,6 +109,8 @@ std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithURI(std::optional<
 
 std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithSpec(const Dictionary& spec)
 {
+    if (dmf::internal::isRefusedAfterFork())
+        return nullptr;
     const auto info = std::make_shared<ADMServiceInfoImp>(Passkey());
     info->properties_->merge(spec);
     if (!spec.contains(kDeviceClassProp))
@@ -116,7 +121,7 @@ std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithSpec(const Diction
 
 std::shared_ptr<ADMServiceInfoImp> ADMServiceInfoImp::initWithData(const std::optional<dmf::Data>& data)
 {
-    if (!data)
+    if (!data || dmf::internal::isRefusedAfterFork())
         return nullptr;
     const auto info = std::make_shared<ADMServiceInfoImp>(Passkey());
     info->deserializeFromData(*data);
