@@ -1,19 +1,34 @@
 #include "Targets.h"
 
+#include <dmf/ADMInfo.h>
+#include <dmf/ADMPlistModelInfoHandler.h>
 #include <dmf/ADMServiceInfoImp.h>
 #include <dmf/ADMServiceURIParser.h>
+#include <dmf/ADMXMLModelInfoHandler.h>
 #include <dmf/DMDataStorePath.h>
 #include <dmf/DMDeviceID.h>
+#include <dmf/DMKeys.h>
 #include <dmf/DMStringExtension.h>
+#include <dmf/IDMDevice.h>
+#include <dmf/platform/Bundle.h>
 #include <dmf/platform/PropertyList.h>
 #include <dmf/platform/Url.h>
 #include <dmf/platform/Xml.h>
 #include <dmf/platform/XmlReader.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include <stdlib.h>
+
+#include "ServiceName.h"
+#include "TxtRecord.h"
 #include "platform/documents/Archive.h"
 #ifdef DMF_FUZZ_USB
 #include "device/Choice.h"
@@ -44,8 +59,10 @@ void propertyList(Bytes bytes)
     const auto written = value ? PropertyList::serialize(*value) : std::nullopt;
     if (!written)
         return;
+    // What is written is compared, since a real that is no number equals nothing.
     const auto again = PropertyList::parse(written->bytes());
-    require(again && *again == *value);
+    const auto twice = again ? PropertyList::serialize(*again) : std::nullopt;
+    require(twice && twice->text() == written->text());
 }
 
 /// Counts the elements of which the receiver hears the begin and the end.
@@ -76,8 +93,11 @@ void archive(Bytes bytes)
 {
     const auto read = internal::unarchived(bytes);
     const auto written = read ? internal::archived(*read) : std::nullopt;
-    if (written)
-        require(internal::unarchived(written->bytes()) == read);
+    if (!written)
+        return;
+    const auto again = internal::unarchived(written->bytes());
+    const auto twice = again ? internal::archived(*again) : std::nullopt;
+    require(twice && twice->text() == written->text());
 }
 
 void serviceInfo(Bytes bytes)
@@ -96,6 +116,92 @@ void uri(Bytes bytes)
     (void)parser.isStandardURI();
     if (const auto url = Url::fromString(text))
         (void)url->query();
+}
+
+/// What is written of a service that came from elsewhere can be read by the one who gets it, whatever it says.
+void serviceUri(Bytes bytes)
+{
+    const auto service = ADMServiceInfoImp::serviceInfoWithURI(textOf(bytes), kPrinterDeviceClass);
+    const auto written = service ? service->universalURIWithScheme("app") : std::nullopt;
+    if (!written)
+        return;
+    if (const auto again = ADMServiceInfoImp::serviceInfoWithURI(*written, kPrinterDeviceClass))
+        (void)again->universalURIWithScheme("app");
+}
+
+/// What a device plug-in answers may be anything that a dictionary can hold.
+class Answering final : public IDMDevice {
+public:
+    explicit Answering(Dictionary answer) : answer_(std::move(answer)) {}
+    bool isReachable() override { return true; }
+    Dictionary retrieveParameters(const Dictionary&, std::shared_ptr<IDMDeviceHandler>) override { return answer_; }
+
+private:
+    const Dictionary answer_;
+};
+
+void plugInAnswer(Bytes bytes)
+{
+    const auto answer = PropertyList::parse(bytes);
+    const auto* const said = answer ? answer->asDictionary() : nullptr;
+    if (!said)
+        return;
+    const auto service = ADMServiceInfoImp::serviceInfoWithURI("socket://192.0.2.1:9100", kPrinterDeviceClass);
+    service->setDevice(std::make_shared<Answering>(*said));
+    (void)service->vendorName();
+    (void)service->modelName();
+    (void)service->deviceName();
+    (void)service->universalURIWithScheme("app");
+    (void)service->dataRepresentation();
+}
+
+/// A bundle's description as it lies in a folder; its code is never asked for.
+void bundle(Bytes bytes)
+{
+    static const std::string folder = [] {
+        std::string made = (std::filesystem::temp_directory_path() / "dmf-fuzz-XXXXXX").string();
+        require(::mkdtemp(made.data()) != nullptr);
+        made += "/Fuzzed.bundle";
+        std::filesystem::create_directory(made);
+        std::atexit([] { std::filesystem::remove_all(std::filesystem::path(folder).parent_path()); });
+        return made;
+    }();
+    std::ofstream(folder + "/Info.plist", std::ios::binary) << textOf(bytes);
+    if (const auto read = Bundle::bundleAtPath(folder))
+        (void)read->infoDictionary();
+}
+
+/// A model file's contents, deciphered, in either form.
+template <class Handler>
+void modelFile(Bytes bytes)
+{
+    const auto handler = Handler::initWithData(Data(bytes), "Fuzzed");
+    const auto info = handler ? handler->info() : nullptr;
+    if (!info)
+        return;
+    (void)info->properties();
+    (void)info->infoForPath("Information/ModelId");
+    require(info->allInfos().size() == info->count());
+}
+
+/// The first line is a service's name as DNS has it, the others are entries of its TXT record.
+void dnssd(Bytes bytes)
+{
+    std::vector<std::string> lines(1);
+    for (const char c : textOf(bytes))
+        c == '\n' ? lines.emplace_back() : lines.back() += c;
+    const dmf::dnssd::ServiceName name{lines.front(), "_ipp._tcp", "local"};
+    lines.erase(lines.begin());
+    const auto identity = dmf::dnssd::TxtRecord(lines).identity();
+    (void)identity;
+    const auto uri = name.uri();
+    if (!uri)
+        return;
+    // A name that has a URI is found by it again.
+    ADMServiceURIParser parser(*uri);
+    require(parser.parse());
+    const auto* const parameters = parser.components()["params"].asDictionary();
+    require(parameters && dmf::dnssd::ServiceName::fromParameters(*parameters) == name);
 }
 
 void deviceID(Bytes bytes)
@@ -130,9 +236,19 @@ void usbDevice(Bytes bytes)
 #endif
 
 constexpr Target kTargets[] = {
-    {"plist", propertyList},      {"xml", xml}, {"archive", archive},
-    {"serviceinfo", serviceInfo}, {"uri", uri}, {"deviceid", deviceID},
+    {"plist", propertyList},
+    {"xml", xml},
+    {"archive", archive},
+    {"serviceinfo", serviceInfo},
+    {"uri", uri},
+    {"deviceid", deviceID},
     {"encodings", encodings},
+    {"serviceuri", serviceUri},
+    {"answer", plugInAnswer},
+    {"bundle", bundle},
+    {"plistmodel", modelFile<ADMPlistModelInfoHandler>},
+    {"xmlmodel", modelFile<ADMXMLModelInfoHandler>},
+    {"dnssd", dnssd},
 #ifdef DMF_FUZZ_USB
     {"usb", usbDevice},
 #endif

@@ -8,6 +8,8 @@
 
 #include <dmf/DMLog.h>
 
+#include "Means.h"
+
 namespace dmf::dnssd {
 
 namespace {
@@ -76,6 +78,8 @@ DaemonLink::DaemonLink(Events events, std::shared_ptr<void> life)
 void DaemonLink::open()
 {
     const auto self = shared_from_this(); // who is told of a failure lets go of the link
+    if (!canOpenDescriptors())
+        return busIsGone("too few descriptors are left");
     GError* error = nullptr;
     const Owned<char> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
     const Owned<GError> problem(error);

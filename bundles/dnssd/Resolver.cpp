@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "DaemonLink.h"
+#include "Means.h"
 #include "Messages.h"
 
 namespace dmf::dnssd {
@@ -159,6 +160,8 @@ Outcome resolve(const ServiceName& service, Clock::time_point deadline, const so
                 Resolved& resolved)
 {
     resolved = {};
+    if (!canOpenDescriptors())
+        return Outcome::refused;
     OwnContext context;
     std::weak_ptr<void> life;
     Search search(service, resolved);
