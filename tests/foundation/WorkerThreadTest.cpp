@@ -215,7 +215,8 @@ TEST_P(WorkerForms, AThrowWhileAskingLeavesNobodyBehind)
     const auto it = std::make_shared<Throwing>(untilStopped, GetParam());
     ASSERT_EQ(it->start(), 0);
     EXPECT_THROW(it->stop(), std::runtime_error);
-    EXPECT_EQ(it->stop(), 7u);
+    const auto result = it->stop(); // the work was asked, and may have ended by itself since: then nothing is joined
+    EXPECT_TRUE(result == 7u || (result == 0 && !GetParam())) << result;
     ASSERT_EQ(it->start(), 0);
     EXPECT_EQ(it->stop(), 7u);
 }

@@ -145,7 +145,7 @@ TEST_F(Send, UnreachableDevicesAndBadInputAreTold)
 {
     const std::string gone = Device::gone();
     EXPECT_EQ(json({"send", gone, bigFile()}).status, 1);
-    EXPECT_EQ(json({"send", "usb://QL/M?serial=1"}, "x").status, 4); // no plug-in serves it
+    EXPECT_EQ(json({"send", "bluetooth://00.11.22.33.44.55"}, "x").status, 4); // no plug-in serves it
     EXPECT_EQ(json({"send", "nonsense"}, "x").status, 1);
     EXPECT_EQ(json({"send", gone, folder / "missing"}).status, 1);
     EXPECT_EQ(json({"send", gone, folder}).status, 1);
@@ -189,7 +189,7 @@ TEST_F(Resolve, AMissingOneTimesOutAndShowsEachAttemptAndCtrlCEndsIt)
     EXPECT_EQ(result.status, 3) << result.err;
     EXPECT_EQ(result.json["state"], "failed");
     EXPECT_GE(result.json["attempts"].size(), 1u);
-    EXPECT_EQ(json({"resolve", "usb://QL/M?serial=1", "--timeout", "5"}).status, 4);
+    EXPECT_EQ(json({"resolve", "bluetooth://00.11.22.33.44.55", "--timeout", "5"}).status, 4);
 
     Process resolving(command({"resolve", gone, "--json"}));
     EXPECT_TRUE(resolving.waitForError("attempt 1"));
