@@ -110,8 +110,9 @@ TEST(Bundle, NothingRunsOfABundleThatIsNotTrustedOrDoesNotFit)
     };
     const std::string executable(dmf::kBundleExecutableKey);
     const std::string number(dmf::kPlugInInterfaceNumberKey);
+    const int own = dmf::kPlugInInterfaceNumber;
     const struct {
-        const char* reason;
+        std::string reason;
         std::function<void()> spoil;
     } cases[] = {
         {"by everybody", [&] { ::chmod(path.c_str(), 0777); }},
@@ -126,8 +127,8 @@ TEST(Bundle, NothingRunsOfABundleThatIsNotTrustedOrDoesNotFit)
         {"by everybody", [&] { ::chmod((path / "Info.plist").c_str(), 0666); }},
         {"by everybody", [&] { ::chmod(object.c_str(), 0757); }},
         {"by everybody", hide},
-        {"interface number 2", describe({{number, 2}})},
-        {"interface number 1,", describe({{number, "1"}})},
+        {"interface number 1000", describe({{number, 1000}})},
+        {"interface number " + std::to_string(own) + ",", describe({{number, std::to_string(own)}})}, // no number
         {"no plug-in interface number",
          [&] {
              testplugins::writeInfo(path, {{executable, "Object.so"}});
