@@ -158,14 +158,15 @@ void plugInAnswer(Bytes bytes)
 /// A bundle's description as it lies in a folder; its code is never asked for.
 void bundle(Bytes bytes)
 {
-    static const std::string folder = [] {
+    // Never destroyed: the last thing that the program does is to remove it.
+    static const std::string& folder = *new std::string([] {
         std::string made = (std::filesystem::temp_directory_path() / "dmf-fuzz-XXXXXX").string();
         require(::mkdtemp(made.data()) != nullptr);
         made += "/Fuzzed.bundle";
         std::filesystem::create_directory(made);
         std::atexit([] { std::filesystem::remove_all(std::filesystem::path(folder).parent_path()); });
         return made;
-    }();
+    }());
     std::ofstream(folder + "/Info.plist", std::ios::binary) << textOf(bytes);
     if (const auto read = Bundle::bundleAtPath(folder))
         (void)read->infoDictionary();

@@ -1,8 +1,5 @@
 // Allocations of this program's own thread that fail on purpose, one table of them over a typical request.
 
-#include <cstdlib>
-#include <new>
-
 #include <gmock/gmock.h>
 
 #include <dmf/ADMCommunicationInfo.h>
@@ -10,6 +7,7 @@
 #include <dmf/ADMModelInfo.h>
 
 #include "modelinfo/Database.h"
+#include "support/ReplacedAllocations.h"
 
 namespace {
 
@@ -29,7 +27,7 @@ public:
 
     /// How many allocations have failed.
     static long failures() { return now.failed; }
-    static bool hits()
+    static bool hits() noexcept
     {
         if (now.every == 0 || --now.until > 0)
             return false;
@@ -42,41 +40,12 @@ private:
     static inline thread_local Plan now;
 };
 
-void* allocated(std::size_t size)
-{
-    if (void* const memory = Shortage::hits() ? nullptr : std::malloc(size > 0 ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
 } // namespace
 
-// NOLINTBEGIN: the whole program's
-void* operator new(std::size_t size)
+bool allocationFails() noexcept
 {
-    return allocated(size);
+    return Shortage::hits();
 }
-void* operator new[](std::size_t size)
-{
-    return allocated(size);
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-// NOLINTEND
 
 namespace {
 

@@ -430,6 +430,9 @@ TEST_F(RunLoopTest, WhatADialogsCallbackThrowsReachesTheRunAroundIt)
 
 TEST_F(RunLoopTest, WorksWithoutDescriptorsAndTakesAContextOnceThereAreSome)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the check of objects' types needs descriptors of its own";
+#endif
     const auto isServed = [](std::string_view mode) {
         bool served = false;
         const auto source = RunLoopSource::create([&] { served = true; });

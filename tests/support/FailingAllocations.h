@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdlib>
-#include <new>
+#include "ReplacedAllocations.h"
 
 /// While it lives, only so many allocations of the calling thread succeed. One file of a test program includes it: it
 /// replaces the program's allocation functions.
@@ -19,21 +18,12 @@ public:
     }
 };
 
-void* operator new(std::size_t size)
+bool allocationFails() noexcept
 {
     int& left = FailingAllocations::left();
-    void* const memory = left == 0 ? nullptr : std::malloc(size);
     if (left > 0)
         --left;
-    if (!memory)
-        throw std::bad_alloc();
-    return memory;
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
+    else if (left == 0)
+        return true;
+    return false;
 }

@@ -192,6 +192,9 @@ TEST(SocketChannel, OpeningFailsWithinItsTime)
 
 TEST(SocketChannel, WithoutDescriptorsOpeningFailsAndIsNotHeldAgainstIt)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the check of objects' types needs descriptors of its own";
+#endif
     Peer peer(sayNothing);
     Client client(peer.endpoint());
     rlimit before{};
