@@ -76,8 +76,9 @@ public:
     virtual void setResolvedSpec(const dmf::Dictionary& spec) = 0;
 };
 
-/// Receives the events of a service's resolution, on the run loop in which the service is scheduled. Each may be empty.
-/// Owned by the client; the library holds it weakly.
+/// Receives the events of a service's resolution, on the run loop in which the service is scheduled; that it begins,
+/// and that it fails at once, on the thread that resolves it, before the call returns. Each may be empty. Owned by the
+/// client; the library holds it weakly.
 struct ADMServiceInfoDelegate {
     std::function<void(ADMServiceInfo& service)> serviceInfoWillResolve;
     std::function<void(ADMServiceInfo& service)> serviceInfoDidResolve;

@@ -120,7 +120,7 @@ public:
                                       const dmf::Dictionary& deviceSpec);
 
     /// Takes over the outcome of the resolution under way and tells the delegate; what any other resolver came to is
-    /// ignored. What a resolver of a plug-in may call in place of its delegate.
+    /// ignored.
     void serviceResolverDidFinish(ADMServiceResolver& resolver);
 
 private:

@@ -112,16 +112,18 @@ struct ADMBaseDiscovery::Private {
 void ADMBaseDiscovery::Private::begin(const std::string& self, const std::vector<std::string>& connectionTypes,
                                       const std::shared_ptr<const DiscoveryClient::Session>& session)
 {
-    DMFLog("debug", "Discovery: discovery %@ will start.", self);
-    client->open(session);
-    client->tell(&Delegate::discoveryWillStart, session.get());
-    run = std::make_shared<DiscoveryRun>(
+    // Made before anything is open: what fails for want of memory has then not begun.
+    auto next = std::make_shared<DiscoveryRun>(
         DiscoveryRun::Plan{connectionTypes.empty() ? availableConnectionTypesToDiscover() : eachOnce(connectionTypes),
                            channelNames, connectionParameters, parameters},
         [client = client, session](const DiscoverySource::Service& service, DiscoverySource::Change change) {
             return client->report(*session, service, change);
         });
-    run->begin();
+    DMFLog("debug", "Discovery: discovery %@ will start.", self);
+    client->open(session);
+    run = next;
+    client->tell(&Delegate::discoveryWillStart, session.get());
+    next->begin();
 }
 
 /// Ends the present run, if there is one; with `only`, if it is that one's.

@@ -3,6 +3,7 @@
 #include <dmf/ADMPOSIXMutex.h>
 #include <dmf/platform/Date.h>
 
+#include <atomic>
 #include <utility>
 
 #include "foundation/logging/Guarded.h"
@@ -46,6 +47,9 @@ constexpr double kTimerInterval = 1000.0; // seconds
 struct ADMDiscoveryThread::Loop {
     const std::shared_ptr<RunLoop> runLoop = RunLoop::current();
     dmf::internal::RunLoopFeed actions;
+    /// Set by the first stop that comes to its turn: what is queued behind it is dropped, without the lock, which
+    /// whoever waits for the thread's end may hold.
+    const std::shared_ptr<std::atomic<bool>> isOver = std::make_shared<std::atomic<bool>>(false);
 
     Loop() { actions.schedule(runLoop, dmf::kDefaultRunLoopMode); }
 };
@@ -109,7 +113,9 @@ std::shared_ptr<IDMLock> ADMDiscoveryThread::queue(Loop& loop, std::function<voi
 {
     auto queued = std::make_shared<Action>(std::move(action));
     std::shared_ptr<IDMLock> completion = queued->completion();
-    const bool isQueued = loop.actions.add([queued = std::move(queued), threadLock = lock_] {
+    const bool isQueued = loop.actions.add([queued = std::move(queued), threadLock = lock_, isOver = loop.isOver] {
+        if (*isOver)
+            return;
         threadLock->lock();
         queued->perform();
         threadLock->unlock();
@@ -126,7 +132,10 @@ void ADMDiscoveryThread::signalForStop()
         return;
     if (isCurrentThread())
         return ended->runLoop->stop();
-    const auto stopped = queue(*ended, [runLoop = ended->runLoop] { runLoop->stop(); });
+    const auto stopped = queue(*ended, [runLoop = ended->runLoop, isOver = ended->isOver] {
+        *isOver = true;
+        runLoop->stop();
+    });
     if (!stopped)
         return;
     ended = nullptr; // when the thread is past its loop, the action goes with it, undone

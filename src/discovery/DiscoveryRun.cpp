@@ -41,12 +41,24 @@ DiscoveryRun::DiscoveryRun(Plan plan, const DiscoverySource::Report& report) : p
 
 void DiscoveryRun::begin()
 {
-    const auto status = startBackEndThread([run = shared_from_this()] { run->startSources(); });
+    setStarting(true);
+    const auto status = startBackEndThread([run = shared_from_this()] {
+        run->startSources();
+        run->setStarting(false);
+    });
     if (status == 0)
         return;
+    setStarting(false);
     DMFLog("errors", "Discovery: cannot start a thread to create the sessions (error %d)", status);
     for (const auto& source : sources_)
         source->fail("The thread that starts the sessions cannot be started.");
+}
+
+void DiscoveryRun::setStarting(bool isStarting)
+{
+    std::lock_guard guard(lock_);
+    isStarting_ = isStarting;
+    changed_.notify_all();
 }
 
 void DiscoveryRun::startSources()
@@ -82,6 +94,9 @@ void DiscoveryRun::end()
     const auto deadline = DiscoverySource::Clock::now() + kEndLimit;
     for (const auto& source : sources_)
         source->waitUntilStopped(deadline);
+    // It may be looking for a plug-in whose source is stopped by now.
+    std::unique_lock guard(lock_);
+    changed_.wait_until(guard, deadline, [this] { return !isStarting_; });
 }
 
 std::vector<ADMDiscoverySource> DiscoveryRun::told() const

@@ -3,7 +3,9 @@
 #include <dmf/ADMBaseDiscovery.h>
 #include <dmf/platform/Value.h>
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -12,8 +14,8 @@
 namespace dmf::internal {
 
 /// One start of a discovery: its sources, and the thread that starts them one after the other. The thread shares the
-/// run, so a discovery can go while a back end is still starting. A run has no state but that of its sources; it is
-/// begun once, and may be ended any number of times. Thread-safe.
+/// run, so a discovery can go while a back end is still starting. Its state is that of its sources and that thread; it
+/// is begun once, and may be ended any number of times. Thread-safe.
 class DiscoveryRun final : public std::enable_shared_from_this<DiscoveryRun> {
 public:
     struct Plan {
@@ -38,9 +40,14 @@ public:
 
 private:
     void startSources();
+    void setStarting(bool isStarting);
 
     const Plan plan_;
     std::vector<std::shared_ptr<DiscoverySource>> sources_; // one for each type and name; never changes
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool isStarting_ = false; // guarded by lock_: the thread that starts the sources is at it
 };
 
 } // namespace dmf::internal

@@ -13,3 +13,6 @@ endforeach()
 add_test(NAME soak COMMAND dmf_soak 3)
 add_test(NAME faults COMMAND dmf_faults)
 set_tests_properties(soak faults PROPERTIES TIMEOUT 300)
+if(DMF_SANITIZE STREQUAL "thread") # which ends copies of a program that start threads
+    set_tests_properties(faults PROPERTIES ENVIRONMENT "TSAN_OPTIONS=ignore_noninstrumented_modules=1:die_after_fork=0")
+endif()

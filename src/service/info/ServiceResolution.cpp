@@ -91,16 +91,19 @@ void ServiceResolution::start(const std::shared_ptr<ADMServiceInfo>& service,
     const auto attempt = std::make_shared<Attempt>();
     attempt->service = service;
     std::shared_ptr<ADMServiceInfoDelegate> told;
+    std::shared_ptr<Attempt> forsaken;
     {
         std::lock_guard guard(lock_);
-        if (attempt_)
+        if (attempt_ && !attempt_->isForsaken())
             return;
-        attempt_ = attempt;
+        forsaken = std::exchange(attempt_, attempt);
         told = delegate_.lock();
         const auto runLoop = runLoop_.lock();
         if (!runLoop || runLoop->hasEnded()) // the thread of one that has ended cannot be told anything
             schedule(nullptr, kDefaultRunLoopMode);
     }
+    if (forsaken)
+        giveUp(*forsaken->resolver);
     if (told && told->serviceInfoWillResolve)
         guarded("ServiceInfo", "in serviceInfoWillResolve", [&] { told->serviceInfoWillResolve(*service); });
     run(attempt, standIn, parameters, timeout);
@@ -133,6 +136,7 @@ void ServiceResolution::run(const std::shared_ptr<Attempt>& attempt, const std::
             return;
         attempt->resolver = resolver;
         attempt->listener = listener;
+        attempt->runLoop = runLoop_;
         runLoop = runLoop_.lock();
         modes.assign(modes_.begin(), modes_.end());
     }
@@ -151,6 +155,14 @@ bool ServiceResolution::isUnderWay(const std::shared_ptr<Attempt>& attempt) cons
 {
     std::lock_guard guard(lock_);
     return attempt_ == attempt;
+}
+
+bool ServiceResolution::Attempt::isForsaken() const
+{
+    if (!resolver)
+        return false; // it is still being announced
+    const auto loop = runLoop.lock();
+    return !loop || loop->hasEnded();
 }
 
 bool ServiceResolution::Outcome::isSuccess() const
@@ -198,10 +210,16 @@ void ServiceResolution::finish(const std::shared_ptr<Attempt>& attempt, Outcome 
             properties_->setState(2);
         replaced = device_->exchange(succeeded ? outcome.device : nullptr);
         told = delegate_.lock();
-        telling_.push_back(std::this_thread::get_id());
+        taken_.push_back(attempt);
     }
     if (attempt->resolver)
         giveUp(*attempt->resolver);
+    {
+        std::lock_guard guard(lock_);
+        if (std::erase(taken_, attempt) == 0)
+            return; // stopped meanwhile
+        telling_.push_back(std::this_thread::get_id());
+    }
     if (told)
         tell(*service, *told, outcome);
     {
@@ -209,12 +227,12 @@ void ServiceResolution::finish(const std::shared_ptr<Attempt>& attempt, Outcome 
         telling_.erase(std::ranges::find(telling_, std::this_thread::get_id()));
         told_.notify_all();
     }
-    if (succeeded) {
-        DMFLog("debug", "ServiceInfo: resolved service info for device '%@' device", service->uri());
-        return;
-    }
     // Only a known URI is shown: to make one, the device would have to be looked for, and this is the client's thread.
     const auto uri = properties_->text(kURIProp);
+    if (succeeded) {
+        DMFLog("debug", "ServiceInfo: resolved service info for device '%@' device", uri);
+        return;
+    }
     if (outcome.error.empty())
         DMFLog("debug", "ServiceInfo: cannot resolve service info for device '%@' (error %@)", uri, nullptr);
     else
@@ -239,8 +257,9 @@ void ServiceResolution::stop()
     }
     if (attempt && attempt->resolver)
         giveUp(*attempt->resolver);
-    // An outcome that another thread has taken over, but not told yet, would be told after this call.
+    // An outcome that was taken over but is not being told yet is not told any more; one that is is waited for.
     std::unique_lock guard(lock_);
+    taken_.clear();
     told_.wait_for(guard, kLongestWaitForTheDelegate, [this] { return !isToldElsewhere(); });
 }
 

@@ -39,8 +39,8 @@ public:
     void schedule(std::shared_ptr<RunLoop> runLoop, std::optional<std::string_view> mode);
     void unschedule(const std::shared_ptr<RunLoop>& runLoop, std::string_view mode);
 
-    /// Does nothing while a resolution is under way. The delegate hears of `service`; the resolver gets and keeps
-    /// `standIn`, which must not keep the service.
+    /// Does nothing while a resolution is under way that somebody can be told of. The delegate hears of `service`; the
+    /// resolver gets and keeps `standIn`, which must not keep the service.
     void start(const std::shared_ptr<ADMServiceInfo>& service, const std::shared_ptr<ADMServiceInfo>& standIn,
                const Dictionary& parameters, double timeout);
     /// The outcome of that resolver, if it is the one that resolves just now.
@@ -55,6 +55,9 @@ private:
         std::weak_ptr<ADMServiceInfo> service;
         std::shared_ptr<ADMServiceResolver> resolver;         // null while announcing
         std::shared_ptr<ADMServiceResolverDelegate> listener; // what the resolver calls
+        std::weak_ptr<RunLoop> runLoop;                       // where it tells
+        /// Whether nobody can be told of it any more, since the thread of its run loop has ended.
+        [[nodiscard]] bool isForsaken() const;
     };
     struct Outcome {
         Dictionary error;
@@ -84,7 +87,8 @@ private:
     /// Never signalled: it gives the modes something to wait for while a resolution is pending. Made when it is needed.
     std::shared_ptr<RunLoopSource> stubPort_;
     std::shared_ptr<Attempt> attempt_;
-    std::vector<std::thread::id> telling_; // who calls the delegate with an outcome just now
+    std::vector<std::shared_ptr<Attempt>> taken_; // outcomes that are about to be told; a stop takes them away
+    std::vector<std::thread::id> telling_;        // who calls the delegate with an outcome just now
 };
 
 } // namespace dmf::internal
