@@ -75,13 +75,18 @@ bool isOpenSomewhere(const std::string& path)
 /// one of them reaches nobody behind it.
 void forgetEndedListeners(const std::string& folder)
 {
+    // First the files, then who listens: one that comes in between is not taken for one that has ended.
+    std::vector<std::filesystem::path> files;
+    std::error_code error;
+    for (const auto& file : std::filesystem::directory_iterator(folder, error))
+        if (file.is_socket())
+            files.push_back(file.path());
     std::string present, line;
     for (std::ifstream sockets("/proc/net/unix"); std::getline(sockets, line);)
         present += line + '\n';
-    std::error_code error;
-    for (const auto& file : std::filesystem::directory_iterator(folder, error))
-        if (file.is_socket() && present.find(file.path().native() + '\n') == std::string::npos)
-            std::filesystem::remove(file.path(), error);
+    for (const auto& file : files)
+        if (present.find(file.native() + '\n') == std::string::npos)
+            std::filesystem::remove(file, error);
 }
 
 void require(bool isDone, GError* error)
