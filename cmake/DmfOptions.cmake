@@ -2,6 +2,9 @@
 add_library(dmf_options INTERFACE)
 target_compile_options(dmf_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor
                                              -Woverloaded-virtual -Wimplicit-fallthrough)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    target_compile_options(dmf_options INTERFACE -Wno-restrict) # it takes "text" + string for a copy onto itself
+endif()
 if(CMAKE_UNITY_BUILD)
     target_compile_options(dmf_options INTERFACE -Wno-subobject-linkage) # GCC takes files that are included for headers
 endif()
