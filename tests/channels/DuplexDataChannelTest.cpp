@@ -250,8 +250,14 @@ TEST_F(DuplexDataChannel, CannotBeOpenedWhileACloseWaits)
     ASSERT_TRUE(channel->scheduleReadDataOfLength(9, 1));
     const auto provider = channel->scripted();
     provider->post([](ScriptedProvider& worker) { worker.arrive("told"); }).wait();
-    std::promise<void> release;
-    auto busy = provider->post([&](ScriptedProvider&) { release.get_future().wait(); }, false);
+    std::promise<void> begun, release;
+    auto busy = provider->post(
+        [&](ScriptedProvider&) {
+            begun.set_value();
+            release.get_future().wait();
+        },
+        false);
+    begun.get_future().wait(); // else the worker may end before it comes to this
     auto closing = std::async(std::launch::async, [&] { channel->close(); });
     while (!provider->isClosing())
         std::this_thread::yield();

@@ -446,6 +446,7 @@ TEST(SocketDevice, TheConnectionThatProvedItReachableIsTheChannels)
     ASSERT_TRUE(device->isReachable());
     ASSERT_TRUE(channel->open());
     EXPECT_EQ(written(*channel, Data::fromText("six")), "done");
+    EXPECT_EQ(received(*channel, 8), "took six");
     EXPECT_EQ(peer.taken(), 3);
 }
 
